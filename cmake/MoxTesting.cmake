@@ -1,0 +1,28 @@
+# GoogleTest is built from Debian's source package so that every preset,
+# including the armhf cross build and the sanitizer builds, gets a matching copy.
+set(MOX_GTEST_SOURCE_DIR "/usr/src/googletest" CACHE PATH "GoogleTest sources")
+if(NOT EXISTS "${MOX_GTEST_SOURCE_DIR}/CMakeLists.txt")
+  message(FATAL_ERROR "GoogleTest sources not found in ${MOX_GTEST_SOURCE_DIR} "
+                      "(Debian package 'googletest')")
+endif()
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
+add_subdirectory(${MOX_GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+include(GoogleTest)
+
+# mox_add_test(NAME SOURCES src... [LIBS lib...] [RESOURCE_LOCK name])
+# One executable per test file; every test case runs in its own process, so
+# tests that create singletons never see each other's instances.
+function(mox_add_test name)
+  cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  mox_project_options(${name})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} mox_test_support GTest::gmock GTest::gtest_main)
+  target_compile_definitions(${name} PRIVATE MOX_TEST_TMP_DIR="${CMAKE_BINARY_DIR}/testtmp")
+  set(extra_properties)
+  if(ARG_RESOURCE_LOCK)
+    set(extra_properties RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
+                       PROPERTIES TIMEOUT 120 ${extra_properties})
+endfunction()

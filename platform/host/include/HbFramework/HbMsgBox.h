@@ -1,0 +1,89 @@
+// The message box of a worker thread.
+// - Units register their dispatcher and get an id; messages posted for that id
+//   are handed to the dispatcher on the worker thread, one at a time, in
+//   arrival order.
+// - At most `capacity` messages wait at once; a post beyond that is refused.
+// - Unregist() called on another thread returns only after a running handler
+//   of that unit has finished; messages still queued for it are dropped.
+// Can be used from any thread; handlers run with no lock held.
+#ifndef HB_FRAMEWORK_HBMSGBOX_H
+#define HB_FRAMEWORK_HBMSGBOX_H
+
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "HbFramework/Foundation/HbIDispatcher.h"
+#include "HbFramework/HbTypes.h"
+
+// Kind of a posted message: events go to Dispatch(id), messages to
+// Dispatch(id, data, size).
+enum EN_MSG_ID {
+    en_MSG_ID_SYSTEM = 0,
+    en_MSG_ID_EVENT = 1,
+    en_MSG_ID_MESSAGE = 2,
+};
+
+// Error numbers of the framework's unit and message-box operations.
+enum EN_HB_ERROR {
+    en_ERROR_REGIST = -1,
+    en_ERROR_NONE = 0,
+    en_ERROR_PARAM = 1,
+    en_ERROR_NO_DISPATCHER = 2,
+    en_ERROR_NONMATCHING_TRAIL = 3,
+    en_ERROR_NO_MSGBOX = 4,
+    en_ERROR_MSGBOX_FULL = 5,
+    en_ERROR_NOT_REGISTERED = 6,
+    en_ERROR_STOPPED = 7,
+};
+
+class HbMsgBox {
+public:
+    static const uint32 HOST_TRAIL = 0;  // the only trail the host box accepts
+    static const uint32 MAX_UNITS = 16;  // most units registered at once
+
+    explicit HbMsgBox(uint32 capacity);
+    ~HbMsgBox();
+    HbMsgBox(const HbMsgBox&) = delete;
+    HbMsgBox& operator=(const HbMsgBox&) = delete;
+
+    bool AcceptTrail(uint32 trail) const;
+    // Returns the unit's id, or -1 for a null dispatcher or a full box.
+    int32 Regist(HbIDispatcher* dispatcher);
+    // Returns false for an unknown id.
+    bool Unregist(int32 id);
+    // Copies `size` bytes of `data`; returns an EN_HB_ERROR value.
+    int32 Post(int32 id, uint32 msgId, EN_MSG_ID kind, const void* data, uint32 size);
+
+    uint32 Capacity() const { return mCapacity; }
+    uint32 Count();
+
+    // Worker side: runs messages until Close(). Called on the worker thread.
+    void Run();
+    // Stops Run() after the handler that runs now; queued messages are dropped.
+    void Close();
+
+private:
+    struct Message {
+        int32 id;
+        uint32 msgId;
+        EN_MSG_ID kind;
+        std::vector<uint8> data;
+    };
+
+    const uint32 mCapacity;
+    std::mutex mMutex;                          // guards every member below
+    std::condition_variable mArrived;           // Run() waits for messages
+    std::condition_variable mHandlerDone;       // Unregist() waits for handlers
+    std::deque<Message> mQueue;
+    std::map<int32, HbIDispatcher*> mUnits;
+    int32 mNextId;
+    int32 mRunningId;  // unit whose handler runs now, -1 when none
+    bool mClosed;
+    std::thread::id mWorkerThread;
+};
+
+#endif  // HB_FRAMEWORK_HBMSGBOX_H

@@ -1,0 +1,183 @@
+#include "HbFramework/HbDbgOutput.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Formats printf-style into a std::string of any length.
+std::string formatNarrow(const char* format, va_list args) {
+    if (format == nullptr) {
+        return std::string();
+    }
+    va_list copy;
+    va_copy(copy, args);
+    char small[256];
+    int needed = std::vsnprintf(small, sizeof(small), format, copy);
+    va_end(copy);
+    if (needed < 0) {
+        return std::string();
+    }
+    if (static_cast<size_t>(needed) < sizeof(small)) {
+        return std::string(small, static_cast<size_t>(needed));
+    }
+    std::vector<char> big(static_cast<size_t>(needed) + 1);
+    std::vsnprintf(big.data(), big.size(), format, args);
+    return std::string(big.data(), static_cast<size_t>(needed));
+}
+
+void appendUtf8(std::string& out, uint32 cp) {
+    if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+        cp = 0xFFFD;
+    }
+    if (cp < 0x80) {
+        out.push_back(static_cast<char>(cp));
+    } else if (cp < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    }
+}
+
+// Formats a wide printf-style format and converts the result to UTF-8.
+std::string formatWide(const wchar_t* format, va_list args) {
+    if (format == nullptr) {
+        return std::string();
+    }
+    std::vector<wchar_t> buffer(256);
+    for (;;) {
+        va_list copy;
+        va_copy(copy, args);
+        int written = std::vswprintf(buffer.data(), buffer.size(), format, copy);
+        va_end(copy);
+        if (written >= 0) {
+            std::string out;
+            for (int i = 0; i < written; ++i) {
+                appendUtf8(out, static_cast<uint32>(buffer[static_cast<size_t>(i)]));
+            }
+            return out;
+        }
+        if (buffer.size() >= (1u << 20)) {
+            return std::string("(message too long)");
+        }
+        buffer.resize(buffer.size() * 2);
+    }
+}
+
+enum class DefaultTarget { kStderr, kOff, kFile };
+
+struct SinkState {
+    std::mutex mutex;  // guards every member and serialises delivery
+    HbDbgOutput::Sink sink;
+    bool configured = false;
+    DefaultTarget target = DefaultTarget::kStderr;
+    std::string path;
+};
+
+SinkState& state() {
+    static SinkState* s = new SinkState();  // lives until exit; never destroyed
+    return *s;
+}
+
+void configureDefault(SinkState& s) {
+    if (s.configured) {
+        return;
+    }
+    s.configured = true;
+    const char* setting = std::getenv("HB_DBG_OUTPUT");
+    if (setting == nullptr || std::strcmp(setting, "stderr") == 0 || setting[0] == '\0') {
+        s.target = DefaultTarget::kStderr;
+    } else if (std::strcmp(setting, "off") == 0) {
+        s.target = DefaultTarget::kOff;
+    } else {
+        s.target = DefaultTarget::kFile;
+        s.path = setting;
+    }
+}
+
+void deliver(const HbDbgRecord& record) {
+    SinkState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    if (s.sink) {
+        s.sink(record);
+        return;
+    }
+    configureDefault(s);
+    if (s.target == DefaultTarget::kOff) {
+        return;
+    }
+    std::string line = HbDbgOutput::Render(record);
+    if (s.target == DefaultTarget::kFile) {
+        FILE* file = std::fopen(s.path.c_str(), "a");
+        if (file != nullptr) {
+            std::fwrite(line.data(), 1, line.size(), file);
+            std::fclose(file);
+            return;
+        }
+    }
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+}  // namespace
+
+void HbDbgOutput::DbgPrint(const char* file, const char* function, int line, EN_TAG tag,
+                           const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    HbDbgRecord record{file ? file : "", function ? function : "", line, static_cast<int>(tag),
+                       formatNarrow(format, args)};
+    va_end(args);
+    deliver(record);
+}
+
+void HbDbgOutput::DbgPrint(const char* file, const char* function, int line, EN_TAG tag,
+                           const wchar_t* format, ...) {
+    va_list args;
+    va_start(args, format);
+    HbDbgRecord record{file ? file : "", function ? function : "", line, static_cast<int>(tag),
+                       formatWide(format, args)};
+    va_end(args);
+    deliver(record);
+}
+
+void HbDbgOutput::DbgPrint(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    HbDbgRecord record{"", "", 0, 0, formatNarrow(format, args)};
+    va_end(args);
+    deliver(record);
+}
+
+HbDbgOutput::Sink HbDbgOutput::SetSink(Sink sink) {
+    SinkState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    Sink previous = std::move(s.sink);
+    s.sink = std::move(sink);
+    return previous;
+}
+
+std::string HbDbgOutput::Render(const HbDbgRecord& record) {
+    std::string out;
+    if (!record.file.empty() || !record.function.empty()) {
+        out = record.file + ":" + std::to_string(record.line) + " " + record.function + ": ";
+    }
+    out += record.text;
+    if (out.empty() || out.back() != '\n') {
+        out.push_back('\n');
+    }
+    return out;
+}

@@ -1,0 +1,89 @@
+// Reader of the response database that the phone sent, and the album search
+// built on it.
+//
+// One search at a time, on the caller's thread; the reader takes no lock.
+// Calling order of a search (getSearchResult does exactly this):
+//   openSearchResultFile(); mpDbHeader = new DbHeader(); getDbHeader();
+//   judgeDapDbVer(); mpDbToc = new DbToc(); getDbToc();
+//   ... getString() and record lookups ...; init();
+// Every failure prints its message through the debug output and ends in
+// init(), which closes the file and frees both buffers, so after a first
+// failure every later read fails at once ("mpReadFile is NULL.").
+#ifndef MOX_PRIVATE_MOXDAPDATABASE_H
+#define MOX_PRIVATE_MOXDAPDATABASE_H
+
+#include <cstdio>
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "HbFramework/Foundation/HbSingleton.h"
+#include "HbSMoxDef.h"
+#include "private/MoxDbRecords.h"
+
+class MoxDapDatabase : public HbSingleton<MoxDapDatabase> {
+    friend class HbSingleton<MoxDapDatabase>;
+
+public:
+    // Does nothing: the instance lives until the singleton finalizer ends it.
+    static void DelInstance();
+    ~MoxDapDatabase() override;
+
+    // --- Record access -------------------------------------------------------
+    void init();
+    bool openSearchResultFile();
+    bool getDbHeader();
+    bool judgeDapDbVer();
+    bool getDbToc();
+    bool dapFseek(FILE* file, unsigned int offset, unsigned int whence);
+    bool dapFread(void* buffer, unsigned int size, unsigned int count, FILE* file);
+    bool getString(unsigned int offset, std::string* text);
+    bool getQuillTrackInfo(unsigned int id, QuillTrackRec* rec);
+    bool getQuillAlbumInfo(unsigned int id, QuillAlbumRec* rec);
+    bool getQuillArtistInfo(unsigned int id, QuillArtistRec* rec);
+    bool getQuillGenreInfo(unsigned int id, QuillGenreRec* rec);
+    bool getQuillAlbumTracksInfo(unsigned int offset, QuillAlbumTracks* list);
+
+    // --- Diagnostic renderings (one line each, never read the file) ----------
+    std::string getStrDbHeader();
+    std::string getStrDbToc();
+    std::string getStrQuillHead(QuillHead& head);
+    std::string getStrTocRec(QuillTocRec& rec);
+    std::string getStrAlbumRec(QuillAlbumRec& rec);
+    std::string getStrTrackRec(QuillTrackRec& rec);
+    std::string getStrArtistRec(QuillArtistRec& rec);
+    std::string getStrGenreRec(QuillGenreRec& rec);
+
+    // --- Text form of the public records -------------------------------------
+    std::string getStrAlbum(HbSMoxDef::AlbumInfo& album);
+    std::string getStrTrackList(std::vector<HbSMoxDef::TrackInfo>& tracks);
+
+    // --- Album search ---------------------------------------------------------
+    bool getSearchResult(std::string toc, std::list<HbSMoxDef::AlbumInfo>* albums);
+    bool getQuillTocList(std::string toc, std::vector<QuillTocRec>* list);
+    static bool compAlbumList(const HbSMoxDef::AlbumInfo& first,
+                              const HbSMoxDef::AlbumInfo& second);
+    void deleteAlbumListByTrackCount(std::string toc, std::list<HbSMoxDef::AlbumInfo>* albums);
+
+    // --- Album assembly -------------------------------------------------------
+    bool getAlbumInfo(unsigned int albumId, unsigned short mediaNum, HbSMoxDef::AlbumInfo* album);
+
+    // --- Genre and language mapping ------------------------------------------
+    // Genre number of an exact genre code; 0 when the code is not known.
+    unsigned int getRudGenreID(std::string& code);
+    // 3 for the language text "ja", 5 for every other text.
+    uint8 getJalsLanguage(std::string& text);
+
+    // Reader state; the search allocates the two buffers, init() frees them.
+    DbHeader* mpDbHeader;  // owned; null when nothing is loaded
+    DbToc* mpDbToc;        // owned; null when nothing is loaded
+    unsigned int mStringBase;  // file offset of string offset 0 (StringTable + 4)
+    FILE* mpReadFile;          // owned; null when closed
+    std::map<std::string, unsigned int> mGenreMap;  // genre code -> genre number
+
+private:
+    MoxDapDatabase();
+};
+
+#endif  // MOX_PRIVATE_MOXDAPDATABASE_H
