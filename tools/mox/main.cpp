@@ -1,0 +1,29 @@
+// mox: run, inspect and test the music-information module on a PC.
+#include <iostream>
+#include <vector>
+
+#include "Commands.h"
+
+int main(int argc, char** argv) {
+    CLI::App app{"mox - the music-information module on a PC"};
+    app.require_subcommand(1);
+    std::vector<Command> commands;
+    commands.push_back(addDumpCommand(app));
+    commands.push_back(addSearchCommand(app));
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);
+        return 2;  // bad usage
+    }
+    for (const Command& command : commands) {
+        if (command.app->parsed()) {
+            return command.run();
+        }
+    }
+    return 2;
+}
