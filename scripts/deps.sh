@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Makes sure the Debian packages that a step needs are installed.
+#   source scripts/deps.sh; mox_require_packages pkg...
+# Run as root it installs what is missing with apt-get; otherwise it prints the
+# exact apt-get line and fails.
+
+mox_missing_packages() {
+  local missing=()
+  local pkg
+  for pkg in "$@"; do
+    if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed"; then
+      missing+=("$pkg")
+    fi
+  done
+  echo "${missing[@]}"
+}
+
+mox_require_packages() {
+  local missing
+  missing=$(mox_missing_packages "$@")
+  if [ -z "$missing" ]; then
+    return 0
+  fi
+  if [ "$(id -u)" -eq 0 ]; then
+    echo "Installing missing packages: $missing"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    # shellcheck disable=SC2086
+    apt-get install -y -qq --no-install-recommends $missing
+    return $?
+  fi
+  echo "Missing Debian packages. Install them with:" >&2
+  echo "  sudo apt-get install -y $missing" >&2
+  return 1
+}
+
+# Packages for building and running the module, its tools and its tests on the host.
+MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev"
+# The 32-bit ARM cross build and its emulator.
+MOX_ARM_PACKAGES="g++-arm-linux-gnueabihf qemu-user"
+# libFuzzer targets and the format check.
+MOX_CLANG_PACKAGES="clang libclang-rt-14-dev clang-format"

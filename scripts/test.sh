@@ -1,0 +1,80 @@
+#!/usr/bin/env bash
+# The whole test suite: format check, host build and tests, the same tests
+# under AddressSanitizer + UndefinedBehaviorSanitizer and under
+# ThreadSanitizer, the 32-bit ARM cross build with its tests under qemu-arm,
+# the libFuzzer targets for a bounded time on their seed corpora, and the
+# stripped release library. Fails as soon as any step fails.
+#
+#   bash scripts/test.sh            everything
+#   MOX_STEPS="host asan" bash scripts/test.sh   only the named steps
+#   MOX_FUZZ_SECONDS=60 bash scripts/test.sh     longer fuzzing (default 20 s per target)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/deps.sh
+# shellcheck disable=SC2086
+mox_require_packages $MOX_HOST_PACKAGES $MOX_ARM_PACKAGES $MOX_CLANG_PACKAGES
+
+steps=${MOX_STEPS:-"format host asan tsan armhf fuzz release"}
+fuzz_seconds=${MOX_FUZZ_SECONDS:-20}
+jobs=$(nproc)
+
+started=$(date +%s)
+stamp() { echo "[$(($(date +%s) - started)) s] $*"; }
+
+run_preset() {
+  local preset=$1
+  stamp "configure + build: $preset"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  stamp "tests: $preset"
+  ctest --preset "$preset" -j "$jobs"
+}
+
+step_format() {
+  stamp "format check (clang-format)"
+  git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+}
+
+step_fuzz() {
+  stamp "configure + build: fuzz"
+  cmake --preset fuzz >/dev/null
+  cmake --build --preset fuzz -j "$jobs"
+  local fuzzer name corpus work
+  for fuzzer in build/fuzz/fuzz/*Fuzzer; do
+    [ -x "$fuzzer" ] || continue
+    name=$(basename "$fuzzer")
+    corpus="fuzz/corpus/$name"
+    work="build/fuzz/corpus-run/$name"
+    rm -rf "$work" && mkdir -p "$work"
+    if [ -d "$corpus" ]; then
+      cp -r "$corpus"/. "$work"/
+    fi
+    stamp "fuzzing $name for ${fuzz_seconds} s"
+    if ! "$fuzzer" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -print_final_stats=1 \
+      "$work" >"$work.log" 2>&1; then
+      tail -n 80 "$work.log"
+      echo "fuzzer $name failed" >&2
+      return 1
+    fi
+    tail -n 4 "$work.log"
+  done
+}
+
+step_release() {
+  stamp "configure + build: release"
+  cmake --preset release >/dev/null
+  cmake --build --preset release -j "$jobs" --target mox
+  ls -l build/release/src/libmox.so*
+}
+
+for step in $steps; do
+  case "$step" in
+    format) step_format ;;
+    host) run_preset default ;;
+    asan | tsan | armhf) run_preset "$step" ;;
+    fuzz) step_fuzz ;;
+    release) step_release ;;
+    *) echo "unknown step: $step" >&2; exit 2 ;;
+  esac
+done
+stamp "all steps passed: $steps"
