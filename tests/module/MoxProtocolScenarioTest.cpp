@@ -1,0 +1,656 @@
+// Whole conversations with the phone, as the unit drives them: a lookup from
+// connect to the stored database that the reader then searches, a silent
+// phone, failure codes, the link dropping in each state, and a result file
+// that cannot be written.
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "DbgCapture.h"
+#include "HbFramework/Foundation/HbObserver.h"
+#include "HbFramework/HbLTimerMng.h"
+#include "MoxDbWriter.h"
+#include "TestDir.h"
+#include "private/MoxDapDatabase.h"
+#include "private/MoxProtocol.h"
+#include "private/MoxResultFile.h"
+#include "private/MoxState.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+using Texts = std::vector<std::string>;
+using States = std::vector<unsigned int>;
+
+std::string hex(const Bytes& bytes) {
+    std::string out;
+    char digits[4];
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        std::snprintf(digits, sizeof(digits), i == 0 ? "%02x" : " %02x", bytes[i]);
+        out += digits;
+    }
+    return out;
+}
+
+// Everything MoxProtocol hands over for sending and everything MoxState
+// reports, in arrival order: "frame 0f ff", "state 104", "link 1", "ios 1",
+// "app 0". Safe to use from several threads.
+class Recorder {
+public:
+    Recorder()
+        : mFrameObserver(this, &Recorder::onFrame), mStateObserver(this, &Recorder::onState) {
+        MoxProtocol::GetInstance()->AddObserver(&mFrameObserver);
+        MoxState::GetInstance()->AddObserver(&mStateObserver);
+    }
+    ~Recorder() {
+        MoxProtocol::GetInstance()->RemoveObserver(&mFrameObserver);
+        MoxState::GetInstance()->RemoveObserver(&mStateObserver);
+    }
+
+    uint32 onFrame(uint32 id, void* data, uint32 size) {
+        const unsigned char* bytes = static_cast<const unsigned char*>(data);
+        Bytes frame(bytes, bytes + size);
+        std::function<void(const Bytes&)> hook;
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mFrameIds.push_back(id);
+            mFrames.push_back(frame);
+            mArmedAtFrame.push_back(HbLTimerMng::GetTimerMng()->ActiveCount());
+            mEvents.push_back("frame " + hex(frame));
+            hook = onFrameHook;
+        }
+        if (hook) {
+            hook(frame);
+        }
+        return 1;
+    }
+
+    uint32 onState(uint32 id, void* data, uint32 size) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (id == 8 && size == 4) {
+            unsigned int value = 0;
+            std::memcpy(&value, data, 4);
+            mStates.push_back(value);
+            mEvents.push_back("state " + std::to_string(value));
+            return 1;
+        }
+        const unsigned int byte = size >= 1 ? *static_cast<unsigned char*>(data) : 999;
+        const char* name = id == 9 ? "ios " : id == 3 ? "link " : id == 0 ? "app " : "other ";
+        mEvents.push_back(name + std::to_string(byte));
+        return 1;
+    }
+
+    std::vector<Bytes> frames() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mFrames;
+    }
+    std::vector<uint32> frameIds() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mFrameIds;
+    }
+    // How many timers were armed when each frame was handed over.
+    std::vector<size_t> armedAtFrame() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mArmedAtFrame;
+    }
+    States states() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mStates;
+    }
+    Texts events() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mEvents;
+    }
+    void clear() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mFrames.clear();
+        mFrameIds.clear();
+        mArmedAtFrame.clear();
+        mStates.clear();
+        mEvents.clear();
+    }
+
+    std::function<void(const Bytes&)> onFrameHook;  // runs inside the frame notification
+
+private:
+    HbObserver<Recorder> mFrameObserver;
+    HbObserver<Recorder> mStateObserver;
+    std::mutex mMutex;
+    std::vector<Bytes> mFrames;
+    std::vector<uint32> mFrameIds;
+    std::vector<size_t> mArmedAtFrame;
+    States mStates;
+    Texts mEvents;
+};
+
+const Bytes kConnect = {0x00, 0x01, 0x01};
+const Bytes kDisconnect = {0x00, 0x02};
+const Bytes kGetCdMetaInfo = {0x00, 0x12, 0x00, 0x00, 0x03, 0xE8};
+const Bytes kCancel = {0x0F, 0xFF};
+const Bytes kEcho = {0x7F, 0xFF};
+
+const std::string kHead =
+    "<DbUpdateRequest>\n"
+    "\t<DatabaseInfo>\n"
+    "\t\t<DatabaseKind>73QRVB</DatabaseKind>\n"
+    "\t</DatabaseInfo>\n"
+    "\t<TOCRequest>\n"
+    "\t\t<TOC>";
+const std::string kTail =
+    "</TOC>\n"
+    "\t</TOCRequest>\n"
+    "</DbUpdateRequest>";
+const std::string kToc = "0000960046E6008D3600D386";
+
+// The lookup frame as the phone must receive it.
+Bytes lookupFrame(uint8 kind, uint16 param1, uint16 param2, const std::string& toc) {
+    Bytes frame = {0x00,
+                   0x10,
+                   kind,
+                   0x00,
+                   static_cast<unsigned char>(param1 >> 8),
+                   static_cast<unsigned char>(param1 & 0xFF),
+                   static_cast<unsigned char>(param2 >> 8),
+                   static_cast<unsigned char>(param2 & 0xFF)};
+    const std::string text = kHead + toc + kTail;
+    frame.insert(frame.end(), text.begin(), text.end());
+    frame.push_back(0x00);
+    return frame;
+}
+
+// An 8-byte frame header from the phone.
+Bytes answer(uint16 command, uint16 status = 0, uint16 index = 0, uint16 count = 0) {
+    return {static_cast<unsigned char>(command >> 8), static_cast<unsigned char>(command & 0xFF),
+            static_cast<unsigned char>(status >> 8),  static_cast<unsigned char>(status & 0xFF),
+            static_cast<unsigned char>(index >> 8),   static_cast<unsigned char>(index & 0xFF),
+            static_cast<unsigned char>(count >> 8),   static_cast<unsigned char>(count & 0xFF)};
+}
+
+void appendU32Be(Bytes& out, uint32 value) {
+    out.push_back(static_cast<unsigned char>(value >> 24));
+    out.push_back(static_cast<unsigned char>((value >> 16) & 0xFF));
+    out.push_back(static_cast<unsigned char>((value >> 8) & 0xFF));
+    out.push_back(static_cast<unsigned char>(value & 0xFF));
+}
+
+// The lookup notice 0x8011: header, then the database size.
+Bytes notice(uint32 databaseSize) {
+    Bytes frame = answer(0x8011);
+    appendU32Be(frame, databaseSize);
+    return frame;
+}
+
+// A database chunk 0x8012 whose length field says `declared`.
+Bytes chunkDeclaring(uint16 index, uint16 count, uint32 declared, const Bytes& payload) {
+    Bytes frame = answer(0x8012, 0, index, count);
+    appendU32Be(frame, declared);
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    return frame;
+}
+
+Bytes chunk(uint16 index, uint16 count, const Bytes& payload) {
+    return chunkDeclaring(index, count, static_cast<uint32>(payload.size()), payload);
+}
+
+Bytes text(const std::string& s) {
+    return Bytes(s.begin(), s.end());
+}
+
+// Hands `frame` to the protocol from a heap copy of exactly its size, so a
+// read past the frame is caught by AddressSanitizer.
+void feed(const Bytes& frame) {
+    std::unique_ptr<unsigned char[]> copy(new unsigned char[frame.size()]);
+    if (!frame.empty()) {
+        std::memcpy(copy.get(), frame.data(), frame.size());
+    }
+    MoxProtocol::GetInstance()->analysisProtocolCmd(copy.get(),
+                                                    static_cast<unsigned int>(frame.size()));
+}
+
+std::string resultDir() {
+    std::string dir = MoxResultFile::DIRECTORY;
+    while (dir.size() > 1 && dir.back() == '/') {
+        dir.pop_back();
+    }
+    return dir;
+}
+
+Bytes resultFile() {
+    return TestDir::readFile(MoxResultFile::FULL_PATH);
+}
+
+// The result directory as a fresh run finds it: a directory without the file.
+// Also undoes whatever a test planted in its place.
+void resetResultPlace() {
+    namespace fs = std::filesystem;
+    std::error_code ignored;
+    const fs::path dir(resultDir());
+    if (fs::exists(fs::symlink_status(dir, ignored)) && !fs::is_directory(dir, ignored)) {
+        fs::remove(dir, ignored);
+    }
+    fs::remove_all(MoxResultFile::FULL_PATH, ignored);
+    fs::create_directories(dir, ignored);
+}
+
+// A regular file where the result directory should be: the directory can
+// then not be created, not even by root.
+void plantFileInPlaceOfResultDir() {
+    TestDir::removeTree(resultDir());
+    TestDir::writeFile(resultDir(), text("not a directory"));
+}
+
+// A directory where the result file should be: it can then not be opened.
+void plantDirectoryInPlaceOfResultFile() {
+    std::error_code ignored;
+    std::filesystem::remove(MoxResultFile::FULL_PATH, ignored);
+    std::filesystem::create_directories(MoxResultFile::FULL_PATH);
+}
+
+// Limits the size of any file this process writes (SIGXFSZ ignored, so the
+// write fails instead of ending the process); undone when it goes.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        ::getrlimit(RLIMIT_FSIZE, &mSaved);
+        mSavedHandler = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit limit = mSaved;
+        limit.rlim_cur = bytes;
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &mSaved);
+        std::signal(SIGXFSZ, mSavedHandler);
+    }
+
+private:
+    rlimit mSaved;
+    void (*mSavedHandler)(int);
+};
+
+class MoxProtocolScenarioTest : public ::testing::Test {
+public:  // the link-loss cases reach into the fixture
+    void SetUp() override {
+        HbLTimerMng::GetTimerMng()->UseManualClock();
+        resetResultPlace();
+        protocol = MoxProtocol::GetInstance();
+        state = MoxState::GetInstance();
+        // Tests of one process share the singletons: start from the initial values.
+        protocol->moxCmdTimerStopIfNeeded();
+        state->setResultState(MoxState::en_RESULT_IDLE);
+        state->setIosConnect(false);
+        state->setIsAppLinkState(false);
+        state->setOsType(OstLinkAppState::en_OS_TYPE_ANDROID);
+        recorder.reset(new Recorder());
+        dbg.clear();
+    }
+    void TearDown() override {
+        recorder.reset();
+        protocol->moxCmdTimerStopIfNeeded();
+        resetResultPlace();
+    }
+
+    size_t armed() { return HbLTimerMng::GetTimerMng()->ActiveCount(); }
+    void advance(uint32 ms) { HbLTimerMng::GetTimerMng()->AdvanceClock(ms); }
+
+    void startLookup(const std::string& toc = kToc) {
+        HbSMoxDef::SearchInfo info;
+        info.lookupKind = 0x01;
+        info.lookupParam1 = 0x0002;
+        info.lookupParam2 = 0x0003;
+        info.toc = toc;
+        protocol->sendCmdEventCdTocLookup(info);
+    }
+    // A lookup sent and announced as ready, database requested; then the
+    // recorder and the captured messages are cleared.
+    void startTransfer() {
+        startLookup();
+        feed(answer(0x8010));
+        feed(notice(100));
+        recorder->clear();
+        dbg.clear();
+    }
+
+    DbgCapture dbg;
+    MoxProtocol* protocol = nullptr;
+    MoxState* state = nullptr;
+    std::unique_ptr<Recorder> recorder;
+};
+
+// Splits `data` into `count` chunks as the phone sends them (the last one
+// takes the rest), indexes 0 to count-1.
+std::vector<Bytes> splitIntoChunks(const Bytes& data, uint16 count) {
+    std::vector<Bytes> frames;
+    const size_t part = (data.size() + count - 1) / count;
+    for (uint16 i = 0; i < count; ++i) {
+        const size_t begin = std::min(data.size(), part * i);
+        const size_t end = i + 1 == count ? data.size() : std::min(data.size(), part * (i + 1));
+        frames.push_back(chunk(i, count, Bytes(data.begin() + begin, data.begin() + end)));
+    }
+    return frames;
+}
+
+}  // namespace
+
+// --- A whole lookup ---------------------------------------------------------------------
+
+TEST_F(MoxProtocolScenarioTest, WholeLookup_StoredDatabaseIsFoundByTheReader) {
+    const moxdb::Bytes built = moxdb::CatalogueBuilder::makeUniform(kToc, 3, 3).build();
+    const Bytes database(built.begin(), built.end());
+    ASSERT_GT(database.size(), 16u);
+
+    protocol->sendCmdConnect();
+    feed(answer(0x8001));
+    startLookup();
+    feed(answer(0x8010));
+    feed(notice(static_cast<uint32>(database.size())));
+    const std::vector<Bytes> chunks = splitIntoChunks(database, 4);
+    for (const Bytes& frame : chunks) {
+        feed(frame);
+    }
+
+    EXPECT_EQ(
+        Texts({"state 101", "frame 00 01 01", "state 102", "link 1", "ios 1", "state 103",
+               "frame " + hex(lookupFrame(1, 2, 3, kToc)), "frame 00 12 00 00 03 e8", "state 0"}),
+        recorder->events());
+    EXPECT_TRUE(dbg.texts().empty());
+    EXPECT_EQ(0u, armed());
+    EXPECT_EQ(database, resultFile());
+
+    std::list<HbSMoxDef::AlbumInfo> albums;
+    ASSERT_TRUE(MoxDapDatabase::GetInstance()->getSearchResult(kToc, &albums));
+    ASSERT_EQ(3u, albums.size());
+    std::vector<std::string> names;
+    std::vector<int32> confidences;
+    for (const HbSMoxDef::AlbumInfo& album : albums) {
+        names.push_back(album.AlbumName);
+        confidences.push_back(album.Confidence);
+        EXPECT_EQ(3u, album.Tracks.size());
+    }
+    EXPECT_EQ(std::vector<std::string>({"Album 0", "Album 1", "Album 2"}), names);
+    EXPECT_EQ(std::vector<int32>({100, 99, 98}), confidences);
+}
+
+TEST_F(MoxProtocolScenarioTest, ThreeChunkAnswer_EveryStepExactly) {
+    startLookup();
+    feed(answer(0x8010));
+    feed(notice(9));
+    feed(chunk(0, 3, text("abc")));
+    EXPECT_EQ(103u, state->getResultState());
+    feed(chunk(1, 3, text("def")));
+    EXPECT_EQ(103u, state->getResultState());
+    feed(chunk(2, 3, text("ghi")));
+    EXPECT_EQ(Texts({"state 103", "frame " + hex(lookupFrame(1, 2, 3, kToc)),
+                     "frame 00 12 00 00 03 e8", "state 0"}),
+              recorder->events());
+    EXPECT_EQ(text("abcdefghi"), resultFile());
+    EXPECT_EQ(0u, armed());
+    // After completion the state stays 0 until the next command.
+    advance(30000);
+    EXPECT_EQ(0u, state->getResultState());
+}
+
+TEST_F(MoxProtocolScenarioTest, TwoLookupsInARow_SecondAnswerReplacesTheFirst) {
+    startLookup();
+    feed(notice(5));
+    feed(chunk(0, 1, text("first")));
+    startLookup();
+    feed(notice(6));
+    feed(chunk(0, 2, text("sec")));
+    feed(chunk(1, 2, text("ond")));
+    EXPECT_EQ(text("second"), resultFile());
+    EXPECT_EQ(States({103, 0, 103, 0}), recorder->states());
+}
+
+// --- A silent phone -------------------------------------------------------------------------
+
+TEST_F(MoxProtocolScenarioTest, SilentPhoneAfterLookup_TimeoutCancelThenIdle) {
+    startLookup();
+    recorder->clear();
+    advance(10000);
+    EXPECT_EQ(Texts({"state 4", "state 104", "frame 0f ff"}), recorder->events());
+    advance(10000);
+    EXPECT_EQ(Texts({"state 4", "state 104", "frame 0f ff", "state 100"}), recorder->events());
+    EXPECT_EQ(0u, armed());
+    advance(10000);  // nothing is retried
+    EXPECT_EQ(4u, recorder->events().size());
+    EXPECT_TRUE(dbg.texts().empty());
+}
+
+TEST_F(MoxProtocolScenarioTest, SilentPhoneAfterAcknowledge_TimeoutCancelThenIdle) {
+    startLookup();
+    feed(answer(0x8010));
+    feed(notice(10));
+    recorder->clear();
+    advance(10000);
+    advance(10000);
+    EXPECT_EQ(Texts({"state 4", "state 104", "frame 0f ff", "state 100"}), recorder->events());
+}
+
+TEST_F(MoxProtocolScenarioTest, SilentPhoneBetweenChunks_TimeoutCancelFileKeepsReceivedPart) {
+    startLookup();
+    feed(notice(9));
+    feed(chunk(0, 3, text("abc")));
+    recorder->clear();
+    advance(10000);
+    advance(10000);
+    EXPECT_EQ(Texts({"state 4", "state 104", "frame 0f ff", "state 100"}), recorder->events());
+    EXPECT_EQ(text("abc"), resultFile());
+}
+
+TEST_F(MoxProtocolScenarioTest, SilentPhoneOnConnect_ErrorAndNothingElse) {
+    protocol->sendCmdConnect();
+    recorder->clear();
+    advance(10000);
+    EXPECT_EQ(Texts({"state 20"}), recorder->events());
+    advance(10000);
+    EXPECT_EQ(Texts({"state 20"}), recorder->events());
+    EXPECT_FALSE(state->getIsAppLinkState());
+}
+
+TEST_F(MoxProtocolScenarioTest, CancelAnswered_IdleAndTimerStoppedNotConnected) {
+    protocol->sendCmdConnect();
+    feed(answer(0x8001));
+    startLookup();
+    advance(10000);
+    recorder->clear();
+    feed(answer(0x8FFF));
+    // After a cancel the state is idle, not connected, although the link is up.
+    EXPECT_EQ(Texts({"state 100"}), recorder->events());
+    EXPECT_TRUE(state->getIsAppLinkState());
+    EXPECT_EQ(0u, armed());
+    advance(10000);
+    EXPECT_EQ(Texts({"state 100"}), recorder->events());
+}
+
+// --- Failure codes from the phone ------------------------------------------------------------
+
+TEST_F(MoxProtocolScenarioTest, FailureStatus103DuringLookup_CancelThenIdleOnAnswer) {
+    startLookup();
+    feed(answer(0x8010));
+    recorder->clear();
+    feed(answer(0x8011, 103));
+    // 103 is already the state, so only the cancel is seen.
+    EXPECT_EQ(Texts({"state 104", "frame 0f ff"}), recorder->events());
+    feed(answer(0x8FFF));
+    EXPECT_EQ(Texts({"state 104", "frame 0f ff", "state 100"}), recorder->events());
+    EXPECT_EQ(0u, armed());
+    EXPECT_TRUE(dbg.texts().empty());
+}
+
+TEST_F(MoxProtocolScenarioTest, FailureStatus103WhileConnected_Notifies103Then104AndCancels) {
+    protocol->sendCmdConnect();
+    feed(answer(0x8001));
+    recorder->clear();
+    feed(answer(0x8001, 103));
+    EXPECT_EQ(Texts({"state 103", "state 104", "frame 0f ff"}), recorder->events());
+}
+
+TEST_F(MoxProtocolScenarioTest, FailureStatus5DuringLookup_StaysFiveUntilTheNextCommand) {
+    startLookup();
+    feed(answer(0x8010));
+    feed(notice(3));
+    recorder->clear();
+    feed(chunk(0, 1, text("abc")));
+    ASSERT_EQ(Texts({"state 0"}), recorder->events());
+    startLookup();
+    recorder->clear();
+    feed(answer(0x8011, 5));
+    EXPECT_EQ(Texts({"state 5"}), recorder->events());
+    advance(10000);  // the lookup's wait runs out in state 5: nothing happens
+    EXPECT_EQ(Texts({"state 5"}), recorder->events());
+    EXPECT_EQ(5u, state->getResultState());
+    EXPECT_TRUE(resultFile().empty());
+    // A new lookup starts over from the failure state.
+    startLookup();
+    feed(notice(2));
+    feed(chunk(0, 1, text("ok")));
+    EXPECT_EQ(0u, state->getResultState());
+    EXPECT_EQ(text("ok"), resultFile());
+}
+
+// --- The link drops in each state ---------------------------------------------------------------
+
+struct LinkLossCase {
+    const char* name;
+    std::function<void(MoxProtocolScenarioTest*)> reach;  // brings the module into the state
+    unsigned int before;
+    States after;
+};
+
+TEST_F(MoxProtocolScenarioTest, LinkLoss_InEachState_ErrorOnlyDuringAnOperationThenIdle) {
+    const std::vector<LinkLossCase> cases = {
+        {"idle", [](MoxProtocolScenarioTest*) {}, 100, {}},
+        {"connecting",
+         [](MoxProtocolScenarioTest* t) { t->protocol->sendCmdConnect(); },
+         101,
+         {20, 100}},
+        {"connected",
+         [](MoxProtocolScenarioTest* t) {
+             t->protocol->sendCmdConnect();
+             feed(answer(0x8001));
+         },
+         102,
+         {20, 100}},
+        {"searching", [](MoxProtocolScenarioTest* t) { t->startLookup(); }, 103, {20, 100}},
+        {"receiving",
+         [](MoxProtocolScenarioTest* t) {
+             t->startLookup();
+             feed(notice(4));
+             feed(chunk(0, 2, text("ab")));
+         },
+         103,
+         {20, 100}},
+        {"cancelling",
+         [](MoxProtocolScenarioTest* t) { t->protocol->sendCmdCancel(); },
+         104,
+         {20, 100}},
+        {"complete",
+         [](MoxProtocolScenarioTest* t) {
+             t->startLookup();
+             feed(notice(2));
+             feed(chunk(0, 1, text("ab")));
+         },
+         0,
+         {100}},
+        {"connect timed out",
+         [](MoxProtocolScenarioTest* t) {
+             t->protocol->sendCmdConnect();
+             t->advance(10000);
+         },
+         20,
+         {100}},
+        {"timeout", [](MoxProtocolScenarioTest* t) { t->state->setResultState(4); }, 4, {100}},
+        {"failure code", [](MoxProtocolScenarioTest*) { feed(answer(0x8010, 5)); }, 5, {100}},
+    };
+    for (const LinkLossCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        SetUp();
+        c.reach(this);
+        ASSERT_EQ(c.before, state->getResultState());
+        recorder->clear();
+        dbg.clear();
+        state->notifyObserverAppState(OstLinkAppState::en_APP_STATE_LOST);
+        EXPECT_EQ(c.after, recorder->states());
+        EXPECT_EQ(100u, state->getResultState());
+        EXPECT_EQ(0u, armed());
+        EXPECT_TRUE(recorder->frames().empty());
+        EXPECT_TRUE(dbg.texts().empty());
+        advance(10000);  // no wait is left over
+        EXPECT_EQ(c.after, recorder->states());
+        TearDown();
+    }
+}
+
+// --- The result file cannot be written ---------------------------------------------------------
+
+TEST_F(MoxProtocolScenarioTest, UnwritableFile_DirectoryCannotBeCreated_ErrorCancelThenIdle) {
+    startLookup();
+    feed(notice(4));
+    plantFileInPlaceOfResultDir();
+    recorder->clear();
+    feed(chunk(0, 1, text("data")));
+    EXPECT_EQ(Texts({"create directory error.\n"}), dbg.texts());
+    EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff"}), recorder->events());
+    feed(answer(0x8FFF));
+    EXPECT_EQ(100u, state->getResultState());
+}
+
+TEST_F(MoxProtocolScenarioTest, UnwritableFile_DirectoryCannotBeCreatedBeforeLookup_NothingSent) {
+    plantFileInPlaceOfResultDir();
+    startLookup();
+    EXPECT_EQ(Texts({"create directory error.\n", "clear file error\n"}), dbg.texts());
+    EXPECT_EQ(Texts({"state 20"}), recorder->events());
+    EXPECT_EQ(0u, armed());
+}
+
+TEST_F(MoxProtocolScenarioTest, UnwritableFile_ResultPathIsADirectory_ErrorCancelThenIdle) {
+    startLookup();
+    feed(notice(4));
+    plantDirectoryInPlaceOfResultFile();
+    recorder->clear();
+    feed(chunk(0, 2, text("data")));
+    EXPECT_EQ(Texts({"search result file open error.\n"}), dbg.texts());
+    EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff"}), recorder->events());
+    advance(10000);  // the phone does not answer the cancel either
+    EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff", "state 100"}), recorder->events());
+}
+
+TEST_F(MoxProtocolScenarioTest, UnwritableFile_ShortWriteOfALargeChunk_WriteErrorCancel) {
+    startLookup();
+    feed(notice(100000));
+    recorder->clear();
+    const Bytes payload(100000, 0xA5);
+    {
+        FileSizeLimit limit(4096);
+        feed(chunk(0, 1, payload));
+    }
+    EXPECT_EQ(Texts({"search result file write error.\n"}), dbg.texts());
+    EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff"}), recorder->events());
+    EXPECT_EQ(Bytes(4096, 0xA5), resultFile());
+}
+
+TEST_F(MoxProtocolScenarioTest, UnwritableFile_FileFullAfterFirstChunk_CloseErrorCancel) {
+    startLookup();
+    feed(notice(2000));
+    feed(chunk(0, 2, Bytes(1000, 0x11)));
+    recorder->clear();
+    {
+        FileSizeLimit limit(1000);
+        feed(chunk(1, 2, Bytes(1000, 0x22)));
+    }
+    EXPECT_EQ(Texts({"search result file close error.\n"}), dbg.texts());
+    EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff"}), recorder->events());
+    EXPECT_EQ(Bytes(1000, 0x11), resultFile());
+}
