@@ -81,6 +81,10 @@ public:
     unsigned int mStringBase;  // file offset of string offset 0 (StringTable + 4)
     FILE* mpReadFile;          // owned; null when closed
     std::map<std::string, unsigned int> mGenreMap;  // genre code -> genre number
+    // The C stream's own buffer while the file is open, sized to the file by
+    // openSearchResultFile so that a search fetches the file from the kernel
+    // about once; released by init() after the stream is closed.
+    std::vector<char> mReadBuffer;
 
 private:
     MoxDapDatabase();

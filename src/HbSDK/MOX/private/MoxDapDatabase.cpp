@@ -1,0 +1,530 @@
+// Reader half of MoxDapDatabase: opening the stored response database, the
+// guarded seek and read primitives, header, version and section table,
+// strings, the per-family record lookups, and the one-line renderings of the
+// loaded structures. The album search built on top lives beside it.
+//
+// Every failure prints its message and ends in init(), so the file is closed
+// and both buffers are freed; a caller prints its own message on top, so one
+// fault gives one line per level.
+#include "private/MoxDapDatabase.h"
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <iomanip>
+#include <sstream>
+
+#include "HbFramework/HbDbgOutput.h"
+#include "HbFramework/HbString.h"
+#include "private/MoxResultFile.h"
+
+namespace {
+
+const char* const SOURCE = "private/MoxDapDatabase.cpp";
+
+// File layout of the fixed parts of the response database.
+const unsigned int DB_HEADER_OFFSET = 0;
+const unsigned int DB_TOC_OFFSET = 64;
+// The string area and the album-tracks section each begin with a word the
+// reader skips.
+const unsigned int SECTION_SKIP_WORD = 4;
+// Largest stream buffer given to the result file; a larger file is still read
+// through a buffer of this size.
+const uint64 READ_BUFFER_MAX = 1024 * 1024;
+
+// Finds the record whose Id is `id` in the section at `sectionOffset` by a
+// linear scan of RecordCount records of the family's own size (the head's
+// RecordSize is ignored on purpose). `zeroRule`: identifier 0 means "no such
+// record" and succeeds at once without reading. A missing identifier zero-fills
+// `*rec` and closes the database without a message: the caller treats it as
+// the end of the search.
+template <class Rec>
+bool findRecord(MoxDapDatabase& db, const char* function, unsigned int id, Rec* rec, bool zeroRule,
+                unsigned int DbToc::*section) {
+    if (db.mpReadFile == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
+        db.init();
+        return false;
+    }
+    if (db.mpDbToc == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "mpDbToc is NULL.\n");
+        db.init();
+        return false;
+    }
+    if (zeroRule && id == 0) {
+        return true;
+    }
+    if (!db.dapFseek(db.mpReadFile, db.mpDbToc->*section, SEEK_SET)) {
+        HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "seek error.\n");
+        db.init();
+        return false;
+    }
+    QuillHead head;
+    std::memset(&head, 0, sizeof(head));
+    if (!db.dapFread(&head, 1, sizeof(head), db.mpReadFile)) {
+        HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "read error.\n");
+        db.init();
+        return false;
+    }
+    for (unsigned int lCnt = 0; lCnt < head.RecordCount; ++lCnt) {
+        if (!db.dapFread(rec, 1, sizeof(Rec), db.mpReadFile)) {
+            HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "read error lCnt=%d.\n",
+                                  static_cast<int>(lCnt));
+            db.init();
+            return false;
+        }
+        if (rec->Id == id) {
+            return true;
+        }
+    }
+    std::memset(static_cast<void*>(rec), 0, sizeof(Rec));
+    db.init();
+    return false;
+}
+
+// Writes "key0x" and `value` as eight lower-case hexadecimal digits.
+void putHex32(std::ostringstream& out, const char* key, uint32 value) {
+    out << key << "0x" << std::hex << std::setw(8) << std::setfill('0') << value;
+}
+
+// Writes "0x" and `value` as four lower-case hexadecimal digits, then a blank.
+void putHex16Component(std::ostringstream& out, uint16 value) {
+    out << "0x" << std::hex << std::setw(4) << std::setfill('0') << static_cast<uint32>(value)
+        << " ";
+}
+
+// One key/value pair of a record rendering.
+struct Field {
+    const char* key;
+    uint32 value;
+};
+
+// "key=0x........" for every field, separated by ", ", nothing after the last.
+template <size_t N>
+std::string renderFields(const Field (&fields)[N]) {
+    std::ostringstream out;
+    for (size_t i = 0; i < N; ++i) {
+        if (i != 0) {
+            out << ", ";
+        }
+        putHex32(out, fields[i].key, fields[i].value);
+    }
+    return out.str();
+}
+
+}  // namespace
+
+MoxDapDatabase::MoxDapDatabase()
+    : mpDbHeader(nullptr), mpDbToc(nullptr), mStringBase(0), mpReadFile(nullptr), mGenreMap() {
+    // Genre codes of the phone's database and the numbers the application
+    // knows them by; 0 stays free for an unknown code.
+    static const struct {
+        const char* code;
+        unsigned int id;
+    } GENRES[] = {
+        {"ROCK", 1},       {"COUNT", 2},   {"JAZZ", 3},        {"R&B", 4},   {"VOCAL", 5},
+        {"WORLD", 6},      {"BLUES", 7},   {"ELEC", 8},        {"FOLK", 9},  {"OTHER", 10},
+        {"CLASSICAL", 11}, {"DANCE", 12},  {"HIPHOP", 13},     {"JPOP", 14}, {"LATIN", 15},
+        {"POP", 16},       {"REGGAE", 17}, {"SOUNDTRACK", 18},
+    };
+    for (const auto& genre : GENRES) {
+        mGenreMap.insert(std::make_pair(std::string(genre.code), genre.id));
+    }
+}
+
+MoxDapDatabase::~MoxDapDatabase() {
+    init();
+}
+
+void MoxDapDatabase::DelInstance() {}
+
+void MoxDapDatabase::init() {
+    if (mpReadFile != nullptr) {
+        std::fclose(mpReadFile);
+        mpReadFile = nullptr;
+        std::vector<char>().swap(mReadBuffer);  // the stream's buffer, free once it is closed
+    }
+    if (mpDbHeader != nullptr) {
+        delete mpDbHeader;
+        mpDbHeader = nullptr;
+    }
+    if (mpDbToc != nullptr) {
+        delete mpDbToc;
+        mpDbToc = nullptr;
+    }
+}
+
+// Replaces mpReadFile without closing a stream that is already open: the
+// caller starts from the closed state.
+bool MoxDapDatabase::openSearchResultFile() {
+    // A stream left open by the caller keeps using mReadBuffer: leave it alone.
+    const bool bufferInUse = mpReadFile != nullptr;
+    mpReadFile = fopen64(MoxResultFile::FULL_PATH.c_str(), "r");
+    if (mpReadFile == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, "openSearchResultFile", __LINE__, en_TAG_ERROR,
+                              "search result file open error.\n");
+        init();
+        return false;
+    }
+    // The record lookups seek back and forth over the whole (small) file; with
+    // a buffer of the whole file every seek stays inside it, instead of
+    // fetching the same blocks from the kernel again and again.
+    struct stat64 info;
+    if (!bufferInUse && fstat64(fileno(mpReadFile), &info) == 0 && info.st_size > 0) {
+        const uint64 fileSize = static_cast<uint64>(info.st_size);
+        mReadBuffer.resize(
+            static_cast<size_t>(fileSize < READ_BUFFER_MAX ? fileSize : READ_BUFFER_MAX));
+        if (std::setvbuf(mpReadFile, mReadBuffer.data(), _IOFBF, mReadBuffer.size()) != 0) {
+            std::vector<char>().swap(mReadBuffer);  // the stream keeps its own buffer
+        }
+    }
+    return true;
+}
+
+// Needs mpDbHeader allocated by the caller.
+bool MoxDapDatabase::getDbHeader() {
+    if (mpReadFile == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, "getDbHeader", __LINE__, en_TAG_ERROR,
+                              "mpReadFile is NULL.\n");
+        init();
+        return false;
+    }
+    if (!dapFseek(mpReadFile, DB_HEADER_OFFSET, SEEK_SET)) {
+        HbDbgOutput::DbgPrint(SOURCE, "getDbHeader", __LINE__, en_TAG_ERROR, "seek error.\n");
+        init();
+        return false;
+    }
+    if (!dapFread(mpDbHeader, 1, sizeof(DbHeader), mpReadFile)) {
+        HbDbgOutput::DbgPrint(SOURCE, "getDbHeader", __LINE__, en_TAG_ERROR, "read error.\n");
+        init();
+        return false;
+    }
+    return true;
+}
+
+// Accepts every version whose top byte is at most 0x01, and 0x10000000.
+// Needs the header loaded.
+bool MoxDapDatabase::judgeDapDbVer() {
+    const uint32 version = mpDbHeader->Version;
+    if ((version & 0xFF000000u) <= 0x01000000u || version == 0x10000000u) {
+        return true;
+    }
+    HbDbgOutput::DbgPrint(SOURCE, "judgeDapDbVer", __LINE__, en_TAG_ERROR, "unknown version.\n");
+    init();
+    return false;
+}
+
+// Needs mpDbToc allocated by the caller; sets mStringBase on success.
+bool MoxDapDatabase::getDbToc() {
+    if (mpReadFile == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, "getDbToc", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
+        init();
+        return false;
+    }
+    if (!dapFseek(mpReadFile, DB_TOC_OFFSET, SEEK_SET)) {
+        HbDbgOutput::DbgPrint(SOURCE, "getDbToc", __LINE__, en_TAG_ERROR, "seek error.\n");
+        init();
+        return false;
+    }
+    if (!dapFread(mpDbToc, 1, sizeof(DbToc), mpReadFile)) {
+        HbDbgOutput::DbgPrint(SOURCE, "getDbToc", __LINE__, en_TAG_ERROR, "read error.\n");
+        init();
+        return false;
+    }
+    mStringBase = mpDbToc->StringTable + SECTION_SKIP_WORD;
+    return true;
+}
+
+// A failing seek is reported here and again by the caller; only a missing
+// stream closes the database here.
+bool MoxDapDatabase::dapFseek(FILE* file, unsigned int offset, unsigned int whence) {
+    if (file == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, "dapFseek", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
+        init();
+        return false;
+    }
+    const int result = std::fseek(file, static_cast<long>(offset), static_cast<int>(whence));
+    if (result != 0) {
+        HbDbgOutput::DbgPrint(SOURCE, "dapFseek", __LINE__, en_TAG_ERROR, "fseek return %d.\n",
+                              result);
+        return false;
+    }
+    return true;
+}
+
+// True only when all `count` items were read; a short read is a failure.
+bool MoxDapDatabase::dapFread(void* buffer, unsigned int size, unsigned int count, FILE* file) {
+    if (file == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
+        init();
+        return false;
+    }
+    if (std::fread(buffer, size, count, file) == count) {
+        return true;
+    }
+    if (std::ferror(file) != 0) {
+        HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR, "read error.\n");
+        return false;
+    }
+    if (std::feof(file) != 0) {
+        HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR, "eof error.\n");
+        return false;
+    }
+    return false;
+}
+
+// Resolves the string at string offset `offset`: a u16 unit count L below
+// STRING_BUF_MAX, then L UTF-16LE units, converted to UTF-8 up to the first
+// zero unit. `*text` is left unchanged on failure.
+bool MoxDapDatabase::getString(unsigned int offset, std::string* text) {
+    if (mpReadFile == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
+        init();
+        return false;
+    }
+    if (mpDbToc == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "mpDbToc is NULL.\n");
+        init();
+        return false;
+    }
+    if (!dapFseek(mpReadFile, mStringBase + offset, SEEK_SET)) {
+        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "seek error.\n");
+        init();
+        return false;
+    }
+    uint16 lStrSize = 0;
+    if (!dapFread(&lStrSize, 1, sizeof(lStrSize), mpReadFile)) {
+        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "read error.\n");
+        init();
+        return false;
+    }
+    if (lStrSize >= STRING_BUF_MAX) {
+        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR,
+                              "lStrSize(%d) >= STRING_BUF_MAX(%d) . %d.\n",
+                              static_cast<int>(lStrSize), static_cast<int>(STRING_BUF_MAX), 0);
+        init();
+        return false;
+    }
+    // One unit more than the longest string, for the terminator the file
+    // does not store.
+    unsigned short buffer[STRING_BUF_MAX + 1];
+    if (!dapFread(buffer, 1, 2u * lStrSize, mpReadFile)) {
+        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "read error.\n");
+        init();
+        return false;
+    }
+    buffer[lStrSize] = 0;
+    HbString converted;
+    converted.Copy(buffer, HbString::en_CODE_PAGE_UTF16);
+    *text = converted.ToCHAR(HbString::en_CODE_PAGE_UTF8);
+    return true;
+}
+
+bool MoxDapDatabase::getQuillTrackInfo(unsigned int id, QuillTrackRec* rec) {
+    return findRecord(*this, "getQuillTrackInfo", id, rec, true, &DbToc::QuillTrack);
+}
+
+// Identifier 0 is searched like any other here.
+bool MoxDapDatabase::getQuillAlbumInfo(unsigned int id, QuillAlbumRec* rec) {
+    return findRecord(*this, "getQuillAlbumInfo", id, rec, false, &DbToc::QuillAlbum);
+}
+
+bool MoxDapDatabase::getQuillArtistInfo(unsigned int id, QuillArtistRec* rec) {
+    return findRecord(*this, "getQuillArtistInfo", id, rec, true, &DbToc::QuillArtist);
+}
+
+bool MoxDapDatabase::getQuillGenreInfo(unsigned int id, QuillGenreRec* rec) {
+    return findRecord(*this, "getQuillGenreInfo", id, rec, true, &DbToc::QuillGenre);
+}
+
+// Reads the track list at byte `offset` of the album-tracks section (an
+// album's Tracks): a u32 count, then that many u32 track identifiers.
+bool MoxDapDatabase::getQuillAlbumTracksInfo(unsigned int offset, QuillAlbumTracks* list) {
+    if (mpReadFile == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
+                              "mpReadFile is NULL.\n");
+        init();
+        return false;
+    }
+    if (mpDbToc == nullptr) {
+        HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
+                              "mpDbToc is NULL.\n");
+        init();
+        return false;
+    }
+    if (!dapFseek(mpReadFile, mpDbToc->QuillAlbumTracks + SECTION_SKIP_WORD + offset, SEEK_SET)) {
+        HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
+                              "seek error.\n");
+        init();
+        return false;
+    }
+    if (!dapFread(&list->Count, 1, sizeof(list->Count), mpReadFile)) {
+        HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
+                              "read error.\n");
+        init();
+        return false;
+    }
+    list->TrackIds.clear();
+    if (list->Count == 0) {
+        return true;
+    }
+    // The count comes from the file: grow one entry at a time, so a bogus
+    // count ends at the end of the file instead of in one huge allocation.
+    for (uint32 i = 0; i < list->Count; ++i) {
+        uint32 trackId = 0;
+        if (!dapFread(&trackId, 1, sizeof(trackId), mpReadFile)) {
+            HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
+                                  "read error i=%d.\n", static_cast<int>(i));
+            init();
+            return false;
+        }
+        list->TrackIds.push_back(trackId);
+    }
+    return true;
+}
+
+// Renderings. Each builds its line on its own stream, so the hexadecimal and
+// fill settings never reach other output.
+
+// Needs the header loaded. The signature's four bytes are copied as they are,
+// zero bytes included.
+std::string MoxDapDatabase::getStrDbHeader() {
+    std::ostringstream out;
+    out << "Signature=";
+    for (char c : mpDbHeader->Signature) {
+        out.put(c);
+    }
+    out << ", ";
+    putHex32(out, "Version=", mpDbHeader->Version);
+    out << ", AppVer1={";
+    for (uint16 component : mpDbHeader->AppVer1) {
+        putHex16Component(out, component);
+    }
+    out << "}, AppVer2={";
+    for (uint16 component : mpDbHeader->AppVer2) {
+        putHex16Component(out, component);
+    }
+    out << "}";
+    return out.str();
+}
+
+// Needs the section table loaded.
+std::string MoxDapDatabase::getStrDbToc() {
+    const DbToc& toc = *mpDbToc;
+    const Field fields[] = {
+        {"OwnSize=", toc.OwnSize},
+        {"RudTrack=", toc.RudTrack},
+        {"RudPlaylist=", toc.RudPlaylist},
+        {"RudPlaylistTrack=", toc.RudPlaylistTrack},
+        {"StringTable=", toc.StringTable},
+        {"StringList=", toc.StringList},
+        {"QuillTrack=", toc.QuillTrack},
+        {"QuillAlbum=", toc.QuillAlbum},
+        {"QuillAlbumTracks=", toc.QuillAlbumTracks},
+        {"QuillCredits=", toc.QuillCredits},
+        {"QuillArtist=", toc.QuillArtist},
+        {"QuillGenre=", toc.QuillGenre},
+        {"QuillDesc=", toc.QuillDesc},
+        {"QuillToc=", toc.QuillToc},
+        {"QuillTrackIndices=", toc.QuillTrackIndices},
+    };
+    return renderFields(fields);
+}
+
+std::string MoxDapDatabase::getStrQuillHead(QuillHead& head) {
+    const Field fields[] = {
+        {"OwnSize=", head.OwnSize},
+        {"RecordSize=", head.RecordSize},
+        {"RecordCount=", head.RecordCount},
+    };
+    return renderFields(fields);
+}
+
+// The field at offset 16 (RudArtFileName) is shown before the one at offset
+// 12 (RudPictFolderPath); the unnamed word after MediaNum is not shown.
+std::string MoxDapDatabase::getStrTocRec(QuillTocRec& rec) {
+    const Field fields[] = {
+        {"Id=", rec.Id},
+        {"AlbumId=", rec.AlbumId},
+        {"MediaNum=", rec.MediaNum},
+        {"RudArtFileName=", rec.RudArtFileName},
+        {"RudPictFolderPath=", rec.RudPictFolderPath},
+    };
+    return renderFields(fields);
+}
+
+std::string MoxDapDatabase::getStrAlbumRec(QuillAlbumRec& rec) {
+    const Field fields[] = {
+        {"Id=", rec.Id},
+        {"MediaNum=", rec.MediaNum},
+        {"MediaCount=", rec.MediaCount},
+        {"Title=", rec.Title},
+        {"TitleYomi=", rec.TitleYomi},
+        {"Performer=", rec.Performer},
+        {"Composer=", rec.Composer},
+        {"Genre=", rec.Genre},
+        {"Tracks=", rec.Tracks},
+        {"Confidence=", rec.Confidence},
+        {"Language=", rec.Language},
+        {"ImageUrl=", rec.ImageUrl},
+        {"Upc=", rec.Upc},
+        {"RelYear=", rec.RelYear},
+        {"PickFlag=", rec.PickFlag},
+        {"KeyTitle=", rec.KeyTitle},
+        {"Credits=", rec.Credits},
+        {"FirstTrackByMedia=", rec.FirstTrackByMedia},
+        {"Styles=", rec.Styles},
+        {"Tones=", rec.Tones},
+        {"Themas=", rec.Themas},
+    };
+    return renderFields(fields);
+}
+
+std::string MoxDapDatabase::getStrTrackRec(QuillTrackRec& rec) {
+    const Field fields[] = {
+        {"Id=", rec.Id},
+        {"Title=", rec.Title},
+        {"TitleYomi=", rec.TitleYomi},
+        {"Performer=", rec.Performer},
+        {"Composer=", rec.Composer},
+        {"Genre=", rec.Genre},
+        {"Time=", rec.Time},
+        {"Language=", rec.Language},
+        {"Confidence=", rec.Confidence},
+        {"MediaNum=", rec.MediaNum},
+        {"TrackNum=", rec.TrackNum},
+        {"PickFlag=", rec.PickFlag},
+        {"KeyTitle=", rec.KeyTitle},
+        {"Work=", rec.Work},
+        {"Part=", rec.Part},
+        {"Conductor=", rec.Conductor},
+        {"PerfDate=", rec.PerfDate},
+        {"CompDate=", rec.CompDate},
+    };
+    return renderFields(fields);
+}
+
+std::string MoxDapDatabase::getStrArtistRec(QuillArtistRec& rec) {
+    const Field fields[] = {
+        {"Id=", rec.Id},
+        {"Name=", rec.Name},
+        {"NameYomi=", rec.NameYomi},
+        {"KeyName=", rec.KeyName},
+        {"Genre=", rec.Genre},
+        {"Styles=", rec.Styles},
+        {"Tones=", rec.Tones},
+        {"Themas=", rec.Themas},
+        {"SimilarArtists=", rec.SimilarArtists},
+        {"Influences=", rec.Influences},
+        {"Followers=", rec.Followers},
+    };
+    return renderFields(fields);
+}
+
+std::string MoxDapDatabase::getStrGenreRec(QuillGenreRec& rec) {
+    const Field fields[] = {
+        {"Id=", rec.Id},
+        {"Name=", rec.Name},
+    };
+    return renderFields(fields);
+}
