@@ -49,14 +49,14 @@ moxdb::CatalogueBuilder albumsFor(const std::string& toc, const std::vector<int3
     for (size_t a = 0; a < confidences.size(); ++a) {
         const std::string id = "A" + std::to_string(a);
         const uint32_t artist = cat.addArtist("Artist " + id);
-        moxdb::AlbumSpec draft;
+        moxdb::AlbumFields draft;
         draft.idText = id;
         draft.title = "Title " + id;
         draft.genreCode = "ROCK";
         draft.language = a % 2 == 0 ? "ja" : "en";
         draft.confidence = confidences[a];
         for (int t = 0; t < tracks; ++t) {
-            moxdb::TrackSpec track;
+            moxdb::TrackFields track;
             track.title = id + "-" + std::to_string(t);
             track.artistId = t == 1 ? 0 : artist;  // Performer 0 on the second track
             track.genreId = rock;

@@ -103,7 +103,7 @@ protected:
                              int32_t confidence, int tracks) {
         const uint32_t genre = cat.addGenre("ROCK");
         const uint32_t artist = cat.addArtist("Artist of " + idText);
-        moxdb::AlbumSpec draft;
+        moxdb::AlbumFields draft;
         draft.idText = idText;
         draft.title = "Title of " + idText;
         draft.genreCode = "ROCK";
@@ -230,7 +230,7 @@ TEST_F(MoxSearchTest, Json_ArtistMissingForSixthEntry_LogsN5) {
     moxdb::CatalogueBuilder cat;
     const uint32_t rock = cat.addGenre("ROCK");
     const uint32_t artist = cat.addArtist("A");
-    moxdb::AlbumSpec draft;
+    moxdb::AlbumFields draft;
     draft.idText = "ALB";
     draft.title = "X";
     draft.genreCode = "ROCK";

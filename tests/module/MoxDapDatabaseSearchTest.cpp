@@ -151,7 +151,7 @@ protected:
                       int tracks) {
         const uint32_t genre = cat.addGenre("ROCK");
         const uint32_t artist = cat.addArtist("Artist of " + idText);
-        moxdb::AlbumSpec draft;
+        moxdb::AlbumFields draft;
         draft.idText = idText;
         draft.title = "Title of " + idText;
         draft.genreCode = "ROCK";
@@ -359,7 +359,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_TwoMediaAskedForSecond_KeepsItsFiv
     const uint32_t artist = cat.addArtist("The Harbor Lights");
     // Album-tracks order mixes the media: 7 entries on medium 1, 5 on medium 2.
     const uint32_t media[12] = {1, 2, 1, 1, 2, 1, 2, 1, 2, 1, 2, 1};
-    moxdb::AlbumSpec draft;
+    moxdb::AlbumFields draft;
     draft.idText = "ALB-2M";
     draft.title = "Two Media";
     draft.genreCode = "ROCK";
@@ -521,7 +521,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_ArtistMissingForSixthEntry_FailsWi
     moxdb::CatalogueBuilder cat;
     const uint32_t rock = cat.addGenre("ROCK");
     const uint32_t artist = cat.addArtist("A");
-    moxdb::AlbumSpec draft{"ALB", "X", "ROCK", "en", 1, 2, {}};
+    moxdb::AlbumFields draft{"ALB", "X", "ROCK", "en", 1, 2, {}};
     for (int i = 0; i < 5; ++i) {
         // The third entry lies on medium 2: skipped, but still counted in n.
         draft.trackIds.push_back(
@@ -1063,7 +1063,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_SameAlbumOnTwoMedia_TwoAlbumsWi
     moxdb::CatalogueBuilder cat;
     const uint32_t jazz = cat.addGenre("JAZZ");
     const uint32_t artist = cat.addArtist("Mira Quartet");
-    moxdb::AlbumSpec draft{"LIVE", "Blue Hours (Live)", "JAZZ", "en", 85, 2, {}};
+    moxdb::AlbumFields draft{"LIVE", "Blue Hours (Live)", "JAZZ", "en", 85, 2, {}};
     for (const char* title : {"Opening", "Blue Hour", "Interlude"}) {
         draft.trackIds.push_back(cat.addTrack({title, artist, jazz, 1}));
     }

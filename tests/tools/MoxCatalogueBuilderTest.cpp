@@ -163,7 +163,7 @@ TEST(CatalogueBuilderTest, AddTrack_FreshIdsAndEveryGivenField) {
     CatalogueBuilder cat;
     const uint32_t genre = cat.addGenre("JAZZ");
     const uint32_t artist = cat.addArtist("Quartet");
-    moxdb::TrackSpec wanted;
+    moxdb::TrackFields wanted;
     wanted.title = "Caf\xC3\xA9 \xF0\x9F\x8E\xB7";  // "Café 🎷"
     wanted.artistId = artist;
     wanted.genreId = genre;
@@ -191,7 +191,7 @@ TEST(CatalogueBuilderTest, AddAlbum_IdIsTheStringOffsetOfItsIdText) {
     cat.addGenre("ROCK");
     const uint32_t t1 = cat.addTrack({"One"});
     const uint32_t t2 = cat.addTrack({"Two"});
-    moxdb::AlbumSpec wanted;
+    moxdb::AlbumFields wanted;
     wanted.idText = "ALB-42";
     wanted.title = "Night Drive";
     wanted.genreCode = "ROCK";

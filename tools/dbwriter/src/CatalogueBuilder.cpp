@@ -44,7 +44,7 @@ uint32_t CatalogueBuilder::addArtist(const std::string& name) {
     return record.Id;
 }
 
-uint32_t CatalogueBuilder::addTrack(const TrackSpec& track) {
+uint32_t CatalogueBuilder::addTrack(const TrackFields& track) {
     TrackRecord record;
     record.Id = mNextTrackId++;
     record.Title = text(track.title);
@@ -57,7 +57,7 @@ uint32_t CatalogueBuilder::addTrack(const TrackSpec& track) {
     return record.Id;
 }
 
-uint32_t CatalogueBuilder::addAlbum(const AlbumSpec& album) {
+uint32_t CatalogueBuilder::addAlbum(const AlbumFields& album) {
     AlbumRecord record;
     record.Id = text(album.idText);
     record.MediaNum = album.mediaNum;
@@ -99,14 +99,14 @@ CatalogueBuilder CatalogueBuilder::makeUniform(const std::string& toc, int album
     for (int a = 0; a < albumCount; ++a) {
         const std::string number = std::to_string(a);
         const uint32_t artist = cat.addArtist("Artist " + number);
-        AlbumSpec album;
+        AlbumFields album;
         album.idText = "ALBUM-" + number;
         album.title = "Album " + number;
         album.genreCode = "ROCK";
         album.language = "en";
         album.confidence = 100 - a;
         for (int t = 0; t < trackCount; ++t) {
-            TrackSpec track;
+            TrackFields track;
             track.title = "Track " + number + "-" + std::to_string(t + 1);
             track.artistId = artist;
             track.genreId = genre;
@@ -125,7 +125,7 @@ std::vector<uint32_t> addDisc(CatalogueBuilder& cat, const std::vector<std::stri
                               uint32_t artist, uint32_t genre, uint32_t mediaNum) {
     std::vector<uint32_t> ids;
     for (size_t i = 0; i < titles.size(); ++i) {
-        TrackSpec track;
+        TrackFields track;
         track.title = titles[i];
         track.artistId = artist;
         track.genreId = genre;
@@ -146,13 +146,13 @@ CatalogueBuilder CatalogueBuilder::makeSample() {
     const uint32_t rnb = cat.addGenre("R&B");
 
     const uint32_t harbor = cat.addArtist("The Harbor Lights");
-    AlbumSpec first{"SAMPLE-0001", "Northern Roads", "ROCK", "en", 92, 1, {}, 1};
+    AlbumFields first{"SAMPLE-0001", "Northern Roads", "ROCK", "en", 92, 1, {}, 1};
     first.trackIds = addDisc(cat, {"Open Highway", "Cold Harbor", "Last Exit"}, harbor, rock, 1);
     const uint32_t firstId = cat.addAlbum(first);
     cat.addToc(makeTocText({0, 18000, 36000}, 54000), firstId, 1);
 
     const uint32_t quartet = cat.addArtist("Mira Quartet");
-    AlbumSpec second{"SAMPLE-0002", "Blue Hours (Live)", "JAZZ", "en", 85, 2, {}, 1};
+    AlbumFields second{"SAMPLE-0002", "Blue Hours (Live)", "JAZZ", "en", 85, 2, {}, 1};
     second.trackIds =
         addDisc(cat, {"Opening", "Blue Hour", "Café Nocturne", "Interlude"}, quartet, jazz, 1);
     const std::vector<uint32_t> discTwo =
@@ -163,13 +163,13 @@ CatalogueBuilder CatalogueBuilder::makeSample() {
     cat.addToc(makeTocText({0, 25000, 47000}, 70000), secondId, 2);
 
     const uint32_t hikari = cat.addArtist("ひかり");
-    AlbumSpec third{"SAMPLE-0003", "夜明けの街", "POP", "ja", 78, 1, {}, 1};
+    AlbumFields third{"SAMPLE-0003", "夜明けの街", "POP", "ja", 78, 1, {}, 1};
     third.trackIds = addDisc(cat, {"始まりの歌", "青い空", "さよなら🌙"}, hikari, pop, 1);
     const uint32_t thirdId = cat.addAlbum(third);
     cat.addToc(makeTocText({0, 15000, 31000}, 47000), thirdId, 1);
 
     const uint32_t velvet = cat.addArtist("Velvet Avenue");
-    AlbumSpec fourth{"SAMPLE-0004", "Slow Motion", "R&B", "en", 64, 1, {}, 1};
+    AlbumFields fourth{"SAMPLE-0004", "Slow Motion", "R&B", "en", 64, 1, {}, 1};
     fourth.trackIds =
         addDisc(cat, {"Midnight Call", "Golden", "Slow Motion", "Stay"}, velvet, rnb, 1);
     const uint32_t fourthId = cat.addAlbum(fourth);

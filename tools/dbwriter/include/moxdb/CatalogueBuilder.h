@@ -32,7 +32,7 @@ namespace moxdb {
 
 // One track record. Identifiers of the artist and genre are those returned by
 // addArtist and addGenre (0 means none).
-struct TrackSpec {
+struct TrackFields {
     std::string title;
     uint32_t artistId = 0;  // stored as Performer
     uint32_t genreId = 0;   // stored as Genre
@@ -42,7 +42,7 @@ struct TrackSpec {
 };
 
 // One album record and its track list.
-struct AlbumSpec {
+struct AlbumFields {
     std::string idText;      // the album's identifier text; its offset is the Id
     std::string title;       // Title
     std::string genreCode;   // Genre: string offset of this code
@@ -75,10 +75,10 @@ public:
     // Artist record with a fresh Id and Name = offset of name; returns the Id.
     uint32_t addArtist(const std::string& name);
     // Track record with a fresh Id; returns the Id.
-    uint32_t addTrack(const TrackSpec& track);
+    uint32_t addTrack(const TrackFields& track);
     // Album record with Id = offset of idText, its texts, Confidence, MediaCount,
     // and Tracks = offset of a new list holding trackIds; returns the Id.
-    uint32_t addAlbum(const AlbumSpec& album);
+    uint32_t addAlbum(const AlbumFields& album);
     // TOC record with Id = offset of tocText; returns the Id.
     uint32_t addToc(const std::string& tocText, uint32_t albumId, uint16_t mediaNum);
 
