@@ -7,7 +7,9 @@ DbgCapture::DbgCapture() {
     });
 }
 
-DbgCapture::~DbgCapture() { HbDbgOutput::SetSink(mPrevious); }
+DbgCapture::~DbgCapture() {
+    HbDbgOutput::SetSink(mPrevious);
+}
 
 std::vector<HbDbgRecord> DbgCapture::records() const {
     std::lock_guard<std::mutex> lock(mMutex);

@@ -15,14 +15,17 @@ TestDir::TestDir(const std::string& name)
     std::filesystem::create_directories(mPath);
 }
 
-TestDir::~TestDir() { removeTree(mPath); }
+TestDir::~TestDir() {
+    removeTree(mPath);
+}
 
 void TestDir::writeFile(const std::string& path, const std::vector<unsigned char>& bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     if (!out) {
         throw std::runtime_error("cannot write " + path);
     }
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
 }
 
 std::vector<unsigned char> TestDir::readFile(const std::string& path) {

@@ -589,8 +589,7 @@ bool MoxDapDatabase::getAlbumInfo(unsigned int albumId, unsigned short mediaNum,
         return false;
     }
     if (mpDbToc == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                              "mpDbToc is NULL.\n");
+        HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR, "mpDbToc is NULL.\n");
         init();
         return false;
     }
@@ -764,16 +763,14 @@ bool MoxDapDatabase::getQuillTocList(std::string toc, std::vector<QuillTocRec>* 
 
     const uint32 sectionOffset = mpDbToc->QuillToc;
     if (!dapFseek(mpReadFile, sectionOffset, SEEK_SET)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR,
-                              "seek error.\n");
+        HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR, "seek error.\n");
         init();
         return false;
     }
     QuillHead head;
     std::memset(&head, 0, sizeof(head));
     if (!dapFread(&head, 1, sizeof(head), mpReadFile)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR,
-                              "read error.\n");
+        HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR, "read error.\n");
         init();
         return false;
     }

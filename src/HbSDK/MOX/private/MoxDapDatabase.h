@@ -76,8 +76,8 @@ public:
     uint8 getJalsLanguage(std::string& text);
 
     // Reader state; the search allocates the two buffers, init() frees them.
-    DbHeader* mpDbHeader;  // owned; null when nothing is loaded
-    DbToc* mpDbToc;        // owned; null when nothing is loaded
+    DbHeader* mpDbHeader;      // owned; null when nothing is loaded
+    DbToc* mpDbToc;            // owned; null when nothing is loaded
     unsigned int mStringBase;  // file offset of string offset 0 (StringTable + 4)
     FILE* mpReadFile;          // owned; null when closed
     std::map<std::string, unsigned int> mGenreMap;  // genre code -> genre number
