@@ -65,6 +65,15 @@ step_release() {
   cmake --preset release >/dev/null
   cmake --build --preset release -j "$jobs" --target mox
   ls -l build/release/src/libmox.so*
+  # Only the public API may be exported.
+  local foreign
+  foreign=$(nm -D --defined-only build/release/src/libmox.so | c++filt | awk '{ $1 = ""; $2 = ""; print }' |
+    grep -v -E '^ *(HbSMox|HbSMoxDef::|typeinfo (name )?for HbSMox|vtable for HbSMox)' || true)
+  if [ -n "$foreign" ]; then
+    echo "libmox.so exports more than its public API:" >&2
+    echo "$foreign" >&2
+    return 1
+  fi
 }
 
 for step in $steps; do
