@@ -16,10 +16,10 @@ namespace HbSMoxDef {
 // A disc lookup request. The caller sets every field; the three numbers are
 // carried unchanged to the phone application.
 struct SearchInfo {
-    uint8 lookupKind;    // third byte of the TOC-lookup command
-    uint16 lookupParam1; // big-endian, after lookupKind and one zero byte
-    uint16 lookupParam2; // big-endian, after lookupParam1
-    std::string toc;     // the disc's TOC text; keep it under 65,536 bytes
+    uint8 lookupKind;     // third byte of the TOC-lookup command
+    uint16 lookupParam1;  // big-endian, after lookupKind and one zero byte
+    uint16 lookupParam2;  // big-endian, after lookupParam1
+    std::string toc;      // the disc's TOC text; keep it under 65,536 bytes
 };
 
 // One track of a candidate album.

@@ -77,12 +77,17 @@ public:
         return true;
     }
 
-    uint32 msgCapacity;
-    std::map<uint32, MsgHandler> msgMap;
-    uint32 evtCapacity;
-    std::map<uint32, EvtHandler> evtMap;
-    T* owner;  // not owned
-    wchar_t functionName[16];
+    // Filled on the unit's thread before the unit registers with its box; from
+    // then on read only, by the worker thread.
+    uint32 msgCapacity;                   // most message handlers
+    std::map<uint32, MsgHandler> msgMap;  // message id -> handler
+    uint32 evtCapacity;                   // most event handlers
+    std::map<uint32, EvtHandler> evtMap;  // event id -> handler
+    T* owner;                             // handlers run on it; not owned
+    wchar_t functionName[16];             // unit name; set under a lock at registration
+
+    // SetFunctionName() hands 64 bytes to hb_wcscpy as the size of functionName.
+    static_assert(sizeof(wchar_t) * 16 == 64, "functionName must be 64 bytes");
 };
 
 #endif  // HB_FOUNDATION_HBDISPATCHER_H

@@ -34,7 +34,7 @@ public:
         return (object->*handler)(id, data, size);
     }
 
-    T* object;        // not owned
+    T* object;  // not owned
     Handler handler;
 };
 

@@ -53,8 +53,10 @@ public:
 protected:
     HbSingleton() {}
 
+    // Written under Sync_ by GetInstance() and, at teardown, by destroy() from
+    // the finalizer; read by any thread (acquire).
     static std::atomic<T*> pInstance_;
-    static HbSync Sync_;
+    static HbSync Sync_;  // held only while the instance is created
 };
 
 template <class T>

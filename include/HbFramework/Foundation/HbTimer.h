@@ -49,11 +49,11 @@ public:
     void setSubInfo(HbLTimerSubInfo* subInfo) { mSubInfo.store(subInfo); }
 
 private:
-    T* mOwner;  // not owned
-    ExpiryCallback mExpiry;
-    PeriodCallback mPeriodChanged;
-    std::atomic<uint32> mPeriod;
-    std::atomic<HbLTimerSubInfo*> mSubInfo;  // null while not armed
+    T* mOwner;                               // not owned; fixed at construction
+    ExpiryCallback mExpiry;                  // fixed at construction
+    PeriodCallback mPeriodChanged;           // fixed at construction; may be null
+    std::atomic<uint32> mPeriod;             // any thread
+    std::atomic<HbLTimerSubInfo*> mSubInfo;  // any thread; null while not armed
 };
 
 #endif  // HB_FOUNDATION_HBTIMER_H

@@ -132,23 +132,28 @@ protected:
         return en_ERROR_NONE;
     }
 
-    uint32 trail;              // value the message box checks at registration
-    int32 msgBoxId;            // id returned by the box, -1 until registered
-    HbMsgBox* msgBox;          // the worker's box once registered
-    HbIDispatcher* dispatcher; // owned
-    uint32 msgCount;
-    uint32 msgBase;
-    uint32 evtCount;
-    uint32 evtBase;
-    uint32 frameState;  // framework-internal
+    // Thread rules: every field is written only while the unit is built
+    // (ranges, RegstMsgBox) or torn down (UnregistMsgBox, destructor), on the
+    // thread that owns the unit and never while another thread posts to it;
+    // in between the worker thread and posting threads only read them.
+    uint32 trail;               // value the message box checks at registration
+    int32 msgBoxId;             // id returned by the box, -1 until registered
+    HbMsgBox* msgBox;           // the worker's box once registered, not owned
+    HbIDispatcher* dispatcher;  // owned; the worker reads it once registered
+    uint32 msgCount;            // number of message ids of the unit
+    uint32 msgBase;             // first message id
+    uint32 evtCount;            // number of event ids
+    uint32 evtBase;             // first event id
+    uint32 frameState;          // framework-internal (137)
 
 private:
     // Logs `message` at `line`, then the banner one line below, then the stack.
     static int32 failRegistration(const wchar_t* message, int line, int32 error) {
         static const char kSource[] = "HbFramework/Foundation/HbUnitFrame";
         HbDbgOutput::DbgPrint(kSource, "RegstMsgBox", line, en_TAG_ERROR, message);
-        HbDbgOutput::DbgPrint("#########\n#########\nASSERT Failed! - %s(%d)\n#########\n#########\n",
-                              kSource, line + 1);
+        HbDbgOutput::DbgPrint(
+            "#########\n#########\nASSERT Failed! - %s(%d)\n#########\n#########\n", kSource,
+            line + 1);
         HbCallStack::dumpDirectly(-1);
         return error;
     }

@@ -1,5 +1,6 @@
 #include "HbFramework/HbDbgOutput.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -54,6 +55,8 @@ void appendUtf8(std::string& out, uint32 cp) {
 }
 
 // Formats a wide printf-style format and converts the result to UTF-8.
+// vswprintf reports a too-small buffer and an unconvertible narrow argument
+// alike with -1; the buffer grows for the first, errno tells the second.
 std::string formatWide(const wchar_t* format, va_list args) {
     if (format == nullptr) {
         return std::string();
@@ -62,8 +65,13 @@ std::string formatWide(const wchar_t* format, va_list args) {
     for (;;) {
         va_list copy;
         va_copy(copy, args);
+        errno = 0;
         int written = std::vswprintf(buffer.data(), buffer.size(), format, copy);
+        const int error = errno;
         va_end(copy);
+        if (written < 0 && error == EILSEQ) {
+            return std::string("(message not convertible)");
+        }
         if (written >= 0) {
             std::string out;
             for (int i = 0; i < written; ++i) {
@@ -80,12 +88,14 @@ std::string formatWide(const wchar_t* format, va_list args) {
 
 enum class DefaultTarget { kStderr, kOff, kFile };
 
+// Every member is guarded by `mutex`, which is also held while a record is
+// delivered, so records reach the sink one at a time.
 struct SinkState {
-    std::mutex mutex;  // guards every member and serialises delivery
-    HbDbgOutput::Sink sink;
-    bool configured = false;
+    std::mutex mutex;
+    HbDbgOutput::Sink sink;   // installed by SetSink(); empty: the default sink
+    bool configured = false;  // HB_DBG_OUTPUT has been read
     DefaultTarget target = DefaultTarget::kStderr;
-    std::string path;
+    std::string path;  // file of DefaultTarget::kFile
 };
 
 SinkState& state() {
@@ -93,11 +103,13 @@ SinkState& state() {
     return *s;
 }
 
+// Called with s.mutex held.
 void configureDefault(SinkState& s) {
     if (s.configured) {
         return;
     }
     s.configured = true;
+    s.path.clear();
     const char* setting = std::getenv("HB_DBG_OUTPUT");
     if (setting == nullptr || std::strcmp(setting, "stderr") == 0 || setting[0] == '\0') {
         s.target = DefaultTarget::kStderr;
@@ -180,4 +192,11 @@ std::string HbDbgOutput::Render(const HbDbgRecord& record) {
         out.push_back('\n');
     }
     return out;
+}
+
+void HbDbgOutput::ReloadSettings() {
+    SinkState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.configured = false;
+    configureDefault(s);
 }

@@ -1,9 +1,9 @@
 #include "HbFramework/HbFileSys.h"
 
-#include <cerrno>
-#include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <cerrno>
+#include <string>
 
 namespace {
 

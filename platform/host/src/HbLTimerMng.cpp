@@ -12,6 +12,8 @@
 
 namespace {
 
+const double kMaxScale = 1000.0;  // largest accepted time scale
+
 // Handles are plain numbers carried in a pointer-typed token; they are never
 // dereferenced, so a stale handle can only fail to match.
 HbLTimerSubInfo* toHandle(uint32 token) {
@@ -35,7 +37,7 @@ double scaleFromEnvironment() {
     }
     char* end = nullptr;
     double value = std::strtod(text, &end);
-    if (end == text || !(value > 0.0) || value > 1000.0) {
+    if (end == text || !(value > 0.0) || value > kMaxScale) {
         return 1.0;
     }
     return value;
@@ -67,9 +69,13 @@ HbLTimerMng::HbLTimerMng()
     mThreadId = mThread.get_id();
 }
 
-HbLTimerMng::~HbLTimerMng() { Stop(); }
+HbLTimerMng::~HbLTimerMng() {
+    Stop();
+}
 
-uint64 HbLTimerMng::nowMsLocked() const { return mManual ? mManualNowMs : steadyMs(); }
+uint64 HbLTimerMng::nowMsLocked() const {
+    return mManual ? mManualNowMs : steadyMs();
+}
 
 HbLTimerSubInfo* HbLTimerMng::AddTimer(HbLTimerBase* timer, uint32 periodMs) {
     if (timer == nullptr) {
@@ -100,7 +106,11 @@ bool HbLTimerMng::IsActive(HbLTimerSubInfo* handle, HbLTimerBase* timer) {
 
 bool HbLTimerMng::RemoveTimer(HbLTimerSubInfo* handle, HbLTimerBase* timer) {
     std::unique_lock<std::mutex> lock(mMutex);
-    if (std::this_thread::get_id() != mThreadId) {
+    // A callback may remove its own timer; only other threads wait for it.
+    if (std::this_thread::get_id() != mThreadId && mRunningTimer == timer) {
+        if (mRemoveWaitHook) {
+            mRemoveWaitHook();
+        }
         mCallbackDone.wait(lock, [this, timer] { return mRunningTimer != timer; });
     }
     auto it = mArmings.find(toToken(handle));
@@ -150,12 +160,23 @@ void HbLTimerMng::AdvanceClock(uint32 ms) {
     });
 }
 
+void HbLTimerMng::SetRemoveWaitHook(std::function<void()> hook) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mRemoveWaitHook = std::move(hook);
+}
+
 void HbLTimerMng::SetTimeScale(double scale) {
-    if (!(scale > 0.0)) {
+    // Bounded like the environment setting, so a scaled period always fits.
+    if (!(scale > 0.0) || scale > kMaxScale) {
         return;
     }
     std::lock_guard<std::mutex> lock(mMutex);
     mScale = scale;
+}
+
+double HbLTimerMng::GetTimeScale() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mScale;
 }
 
 size_t HbLTimerMng::ActiveCount() {
@@ -185,7 +206,8 @@ bool HbLTimerMng::runOneDue(std::unique_lock<std::mutex>& lock) {
     const uint64 now = nowMsLocked();
     auto due = mArmings.end();
     for (auto it = mArmings.begin(); it != mArmings.end(); ++it) {
-        if (it->second.dueMs <= now && (due == mArmings.end() || it->second.dueMs < due->second.dueMs)) {
+        if (it->second.dueMs <= now &&
+            (due == mArmings.end() || it->second.dueMs < due->second.dueMs)) {
             due = it;
         }
     }

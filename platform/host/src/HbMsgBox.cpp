@@ -5,9 +5,13 @@
 HbMsgBox::HbMsgBox(uint32 capacity)
     : mCapacity(capacity), mNextId(0), mRunningId(-1), mClosed(false) {}
 
-HbMsgBox::~HbMsgBox() { Close(); }
+HbMsgBox::~HbMsgBox() {
+    Close();
+}
 
-bool HbMsgBox::AcceptTrail(uint32 trail) const { return trail == HOST_TRAIL; }
+bool HbMsgBox::AcceptTrail(uint32 trail) const {
+    return trail == HOST_TRAIL;
+}
 
 int32 HbMsgBox::Regist(HbIDispatcher* dispatcher) {
     if (dispatcher == nullptr) {
@@ -30,10 +34,20 @@ bool HbMsgBox::Unregist(int32 id) {
     for (auto it = mQueue.begin(); it != mQueue.end();) {
         it = (it->id == id) ? mQueue.erase(it) : it + 1;
     }
-    if (std::this_thread::get_id() != mWorkerThread) {
+    // The worker itself may withdraw a unit from inside its handler; it must
+    // not wait for itself.
+    if (std::this_thread::get_id() != mWorkerThread && mRunningId == id) {
+        if (mUnregistWaitHook) {
+            mUnregistWaitHook();
+        }
         mHandlerDone.wait(lock, [this, id] { return mRunningId != id; });
     }
     return true;
+}
+
+void HbMsgBox::SetUnregistWaitHook(std::function<void()> hook) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mUnregistWaitHook = std::move(hook);
 }
 
 int32 HbMsgBox::Post(int32 id, uint32 msgId, EN_MSG_ID kind, const void* data, uint32 size) {

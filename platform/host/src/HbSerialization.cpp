@@ -32,7 +32,9 @@ bool Archive::write(const void* data, uint32 size) {
     return true;
 }
 
-bool Archive::read(uint8& value) { return read(&value, 1); }
+bool Archive::read(uint8& value) {
+    return read(&value, 1);
+}
 
 bool Archive::read(uint16& value) {
     uint8 bytes[2];

@@ -6,14 +6,18 @@
 
 namespace {
 
+// Every member is guarded by `mutex`; no function is called with it held.
 struct FinalizerState {
-    std::mutex mutex;  // guards the three lists
-    std::vector<std::function<void()>> hooks;
-    std::vector<HbSingletonFinalizer::DestroyFunc> destroyFuncs;
-    std::vector<std::function<void()>> stoppers;
+    std::mutex mutex;
+    std::vector<std::function<void()>> hooks;                     // run first, in order
+    std::vector<HbSingletonFinalizer::DestroyFunc> destroyFuncs;  // run last to first
+    std::vector<std::function<void()>> stoppers;                  // run last, in order
+    unsigned long destroyFuncCalls = 0;                           // addDestroyFunc() calls
 };
 
-void finalizeAtExit() { HbSingletonFinalizer::finalize(); }
+void finalizeAtExit() {
+    HbSingletonFinalizer::finalize();
+}
 
 // Created on first use and never destroyed, so finalize() works at exit.
 FinalizerState& state() {
@@ -57,6 +61,13 @@ void HbSingletonFinalizer::addDestroyFunc(DestroyFunc func) {
     FinalizerState& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     s.destroyFuncs.push_back(func);
+    ++s.destroyFuncCalls;
+}
+
+unsigned long HbSingletonFinalizer::DestroyFuncCalls() {
+    FinalizerState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return s.destroyFuncCalls;
 }
 
 void HbSingletonFinalizer::addShutdownHook(std::function<void()> hook) {

@@ -20,8 +20,33 @@ void appendUtf8(std::string& out, uint32 cp) {
     }
 }
 
-bool isHigh(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool isLow(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+bool isHigh(char16_t unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool isLow(char16_t unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
+// UTF-16 to UTF-8: a high surrogate directly followed by a low one makes one
+// code point; any other surrogate becomes U+FFFD.
+std::string toUtf8(const std::u16string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        char16_t unit = text[i];
+        if (isHigh(unit) && i + 1 < text.size() && isLow(text[i + 1])) {
+            uint32 cp = 0x10000 + ((static_cast<uint32>(unit) - 0xD800) << 10) +
+                        (static_cast<uint32>(text[i + 1]) - 0xDC00);
+            appendUtf8(out, cp);
+            ++i;
+        } else if (isHigh(unit) || isLow(unit)) {
+            appendUtf8(out, 0xFFFD);
+        } else {
+            appendUtf8(out, unit);
+        }
+    }
+    return out;
+}
 
 }  // namespace
 
@@ -38,26 +63,15 @@ bool HbString::Copy(const unsigned short* text, uint32 codePage) {
     for (const unsigned short* p = text; *p != 0; ++p) {
         mText.push_back(static_cast<char16_t>(*p));
     }
+    // Converted once here, so every ToCHAR() hands out the same buffer.
+    mNarrow = toUtf8(mText);
     return true;
 }
 
 const char* HbString::ToCHAR(uint32 codePage) {
-    mNarrow.clear();
+    static const char kEmpty[] = "";
     if (codePage != en_CODE_PAGE_UTF8) {
-        return mNarrow.c_str();
-    }
-    for (size_t i = 0; i < mText.size(); ++i) {
-        char16_t unit = mText[i];
-        if (isHigh(unit) && i + 1 < mText.size() && isLow(mText[i + 1])) {
-            uint32 cp = 0x10000 + ((static_cast<uint32>(unit) - 0xD800) << 10) +
-                        (static_cast<uint32>(mText[i + 1]) - 0xDC00);
-            appendUtf8(mNarrow, cp);
-            ++i;
-        } else if (isHigh(unit) || isLow(unit)) {
-            appendUtf8(mNarrow, 0xFFFD);
-        } else {
-            appendUtf8(mNarrow, unit);
-        }
+        return kEmpty;
     }
     return mNarrow.c_str();
 }

@@ -36,10 +36,9 @@ void HbSubject::AddObserver(HbObserver_* observer) {
 
 void HbSubject::RemoveObserver(HbObserver_* observer) {
     std::unique_lock<std::mutex> lock(mMutex);
-    auto it = std::find_if(mEntries.begin(), mEntries.end(),
-                           [observer](const std::shared_ptr<Entry>& e) {
-                               return e->observer == observer;
-                           });
+    auto it = std::find_if(
+        mEntries.begin(), mEntries.end(),
+        [observer](const std::shared_ptr<Entry>& e) { return e->observer == observer; });
     if (it == mEntries.end()) {
         return;
     }
@@ -49,10 +48,22 @@ void HbSubject::RemoveObserver(HbObserver_* observer) {
     // Wait for calls on other threads; a call on this thread is the one that
     // is removing the observer and must not wait for itself.
     const std::thread::id self = std::this_thread::get_id();
-    mIdle.wait(lock, [&entry, self] {
+    auto idle = [&entry, self] {
         return std::all_of(entry->callers.begin(), entry->callers.end(),
                            [self](std::thread::id caller) { return caller == self; });
-    });
+    };
+    if (idle()) {
+        return;
+    }
+    if (mRemoveWaitHook) {
+        mRemoveWaitHook();
+    }
+    mIdle.wait(lock, idle);
+}
+
+void HbSubject::SetRemoveWaitHook(std::function<void()> hook) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mRemoveWaitHook = std::move(hook);
 }
 
 void HbSubject::NotifyObserver(uint32 id, void* data, uint32 size, EN_NTF_TYPE type) {

@@ -2,19 +2,30 @@
 
 #include <chrono>
 
-HbSync::HbSync() {}
+HbSync::HbSync() : mHeld(false) {}
 
 HbSync::~HbSync() {}
 
 bool HbSync::Lock(uint32 timeoutMs) {
+    std::unique_lock<std::mutex> lock(mMutex);
+    auto free = [this] { return !mHeld; };
     if (timeoutMs == WAIT_FOREVER) {
-        mMutex.lock();
-        return true;
+        mReleased.wait(lock, free);
+    } else if (!mReleased.wait_for(lock, std::chrono::milliseconds(timeoutMs), free)) {
+        return false;
     }
-    return mMutex.try_lock_for(std::chrono::milliseconds(timeoutMs));
+    mHeld = true;
+    return true;
 }
 
 bool HbSync::Unlock() {
-    mMutex.unlock();
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (!mHeld) {
+            return false;
+        }
+        mHeld = false;
+    }
+    mReleased.notify_one();
     return true;
 }

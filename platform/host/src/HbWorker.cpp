@@ -75,18 +75,25 @@ bool HbWorker::Start(const char* name) {
     return true;
 }
 
-HbMsgBox* HbWorker::GetMsgBox() const { return mMsgBox.get(); }
+HbMsgBox* HbWorker::GetMsgBox() const {
+    return mMsgBox.get();
+}
 
+// The join happens outside mMutex: a thread that has just been started takes
+// mMutex to read its name, and must be able to get there to finish.
 void HbWorker::Stop() {
     mMsgBox->Close();
+    std::lock_guard<std::mutex> joinLock(mJoinMutex);
+    pthread_t thread;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (!mStarted || mJoined || pthread_equal(mThread, pthread_self())) {
+            return;
+        }
+        thread = mThread;
+    }
+    pthread_join(thread, nullptr);
     std::lock_guard<std::mutex> lock(mMutex);
-    if (!mStarted || mJoined) {
-        return;
-    }
-    if (pthread_equal(mThread, pthread_self())) {
-        return;
-    }
-    pthread_join(mThread, nullptr);
     mJoined = true;
 }
 

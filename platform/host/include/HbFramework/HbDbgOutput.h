@@ -41,11 +41,16 @@ public:
     static void DbgPrint(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
     // Host only. Installs `sink` for every later record; an empty sink restores
-    // the default one. Returns the sink that was installed before.
+    // the default one. Returns the sink that was installed before. The sink
+    // runs under the delivery lock: it must not call DbgPrint or SetSink.
     static Sink SetSink(Sink sink);
 
     // Host only. Renders a record the way the default sink writes it.
     static std::string Render(const HbDbgRecord& record);
+
+    // Host only. Reads HB_DBG_OUTPUT again for the default sink, for programs
+    // (and tests) that change the setting while running.
+    static void ReloadSettings();
 };
 
 #endif  // HB_FRAMEWORK_HBDBGOUTPUT_H

@@ -11,6 +11,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -42,8 +43,8 @@ enum EN_HB_ERROR {
 
 class HbMsgBox {
 public:
-    static const uint32 HOST_TRAIL = 0;  // the only trail the host box accepts
-    static const uint32 MAX_UNITS = 16;  // most units registered at once
+    static constexpr uint32 HOST_TRAIL = 0;  // the only trail the host box accepts
+    static constexpr uint32 MAX_UNITS = 16;  // most units registered at once
 
     explicit HbMsgBox(uint32 capacity);
     ~HbMsgBox();
@@ -66,6 +67,10 @@ public:
     // Stops Run() after the handler that runs now; queued messages are dropped.
     void Close();
 
+    // Host only, for tests: `hook` runs each time Unregist() starts waiting for
+    // a running handler, with the box's lock held (it must not call the box).
+    void SetUnregistWaitHook(std::function<void()> hook);
+
 private:
     struct Message {
         int32 id;
@@ -74,16 +79,17 @@ private:
         std::vector<uint8> data;
     };
 
-    const uint32 mCapacity;
-    std::mutex mMutex;                          // guards every member below
-    std::condition_variable mArrived;           // Run() waits for messages
-    std::condition_variable mHandlerDone;       // Unregist() waits for handlers
-    std::deque<Message> mQueue;
-    std::map<int32, HbIDispatcher*> mUnits;
-    int32 mNextId;
-    int32 mRunningId;  // unit whose handler runs now, -1 when none
-    bool mClosed;
-    std::thread::id mWorkerThread;
+    const uint32 mCapacity;                   // fixed at construction
+    std::mutex mMutex;                        // guards every member below
+    std::condition_variable mArrived;         // Run() waits here for a message or Close()
+    std::condition_variable mHandlerDone;     // Unregist() waits here for a running handler
+    std::deque<Message> mQueue;               // guarded by mMutex; oldest first
+    std::map<int32, HbIDispatcher*> mUnits;   // guarded by mMutex; dispatchers not owned
+    int32 mNextId;                            // guarded by mMutex
+    int32 mRunningId;                         // guarded by mMutex; unit in a handler, -1 when none
+    bool mClosed;                             // guarded by mMutex
+    std::thread::id mWorkerThread;            // guarded by mMutex; set when Run() starts
+    std::function<void()> mUnregistWaitHook;  // guarded by mMutex
 };
 
 #endif  // HB_FRAMEWORK_HBMSGBOX_H

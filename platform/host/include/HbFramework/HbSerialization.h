@@ -2,6 +2,7 @@
 // - write() appends at the end; read() consumes from the front.
 // - 16-bit values are stored big-endian.
 // - A read past the end yields zeros for the missing bytes and returns false.
+// One thread at a time: an archive belongs to the message that holds it.
 #ifndef HB_FRAMEWORK_HBSERIALIZATION_H
 #define HB_FRAMEWORK_HBSERIALIZATION_H
 
@@ -31,8 +32,8 @@ public:
     uint32 remaining() const { return static_cast<uint32>(mBytes.size() - mReadPos); }
 
 private:
-    std::vector<uint8> mBytes;
-    std::size_t mReadPos;
+    std::vector<uint8> mBytes;  // everything written, oldest first
+    std::size_t mReadPos;       // index of the next byte to read, <= mBytes.size()
 };
 
 class HbSerializable {

@@ -24,6 +24,9 @@ public:
     static void addShutdownHook(std::function<void()> hook);
     // Host only: `stop` runs last in finalize(), to stop a framework thread.
     static void addThreadStopper(std::function<void()> stop);
+    // Host only: how many times addDestroyFunc() has accepted a function in
+    // this process (finalize() does not lower it).
+    static unsigned long DestroyFuncCalls();
 };
 
 #endif  // HB_FRAMEWORK_HBSINGLETONFINALIZER_H

@@ -5,6 +5,7 @@
 //   combine; an unpaired surrogate becomes U+FFFD. The returned pointer stays
 //   valid, and its text unchanged, while this HbString lives and is not given
 //   a new value.
+// One thread at a time: an HbString belongs to the code that declares it.
 #ifndef HB_FRAMEWORK_HBSTRING_H
 #define HB_FRAMEWORK_HBSTRING_H
 
@@ -29,8 +30,8 @@ public:
     const char* ToCHAR(uint32 codePage);
 
 private:
-    std::u16string mText;
-    std::string mNarrow;
+    std::u16string mText;  // the copied UTF-16 units, without the terminator
+    std::string mNarrow;   // mText as UTF-8, rebuilt only by Copy()
 };
 
 #endif  // HB_FRAMEWORK_HBSTRING_H

@@ -11,6 +11,7 @@
 #define HB_FRAMEWORK_HBSUBJECT_H
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -36,13 +37,18 @@ public:
 
     // Host only: number of registered observers.
     size_t ObserverCount() const;
+    // Host only, for tests: `hook` runs each time RemoveObserver() starts
+    // waiting for an Update() on another thread, with the subject's lock held
+    // (it must not call the subject).
+    void SetRemoveWaitHook(std::function<void()> hook);
 
 private:
     struct Entry;
 
-    mutable std::mutex mMutex;  // guards mEntries and every Entry's state
-    std::condition_variable mIdle;
-    std::vector<std::shared_ptr<Entry>> mEntries;  // guarded by mMutex
+    mutable std::mutex mMutex;      // guards mEntries and every Entry's state
+    std::condition_variable mIdle;  // RemoveObserver() waits here for Update() on other threads
+    std::vector<std::shared_ptr<Entry>> mEntries;  // guarded by mMutex; in order of adding
+    std::function<void()> mRemoveWaitHook;         // guarded by mMutex
 };
 
 #endif  // HB_FRAMEWORK_HBSUBJECT_H

@@ -5,6 +5,8 @@
 //   the system default; `priority` is accepted and ignored on the host.
 // - The host framework stops every started worker in finalize(); a worker
 //   that is destroyed stops and joins its thread first.
+// Can be used from any thread, except that the worker thread itself must not
+// Stop() or destroy its own worker.
 #ifndef HB_FRAMEWORK_HBWORKER_H
 #define HB_FRAMEWORK_HBWORKER_H
 
@@ -33,13 +35,14 @@ public:
 private:
     static void* threadMain(void* self);
 
-    std::unique_ptr<HbMsgBox> mMsgBox;
-    uint32 mStackSize;
-    std::mutex mMutex;  // guards mStarted, mJoined, mName
-    bool mStarted;
-    bool mJoined;
-    std::string mName;
-    pthread_t mThread;
+    std::unique_ptr<HbMsgBox> mMsgBox;  // set by the constructor, never replaced
+    uint32 mStackSize;                  // set by the constructor
+    std::mutex mJoinMutex;              // held by Stop() while it joins; never by the thread
+    std::mutex mMutex;                  // guards every member below
+    bool mStarted;                      // Start() has launched the thread
+    bool mJoined;                       // Stop() has joined it
+    std::string mName;                  // thread name, read by the thread when it starts
+    pthread_t mThread;                  // valid once mStarted
 };
 
 #endif  // HB_FRAMEWORK_HBWORKER_H
