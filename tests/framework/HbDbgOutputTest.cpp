@@ -268,7 +268,9 @@ TEST(HbDbgOutputTest, Sink_RecordsFromManyThreads_AreDeliveredOneAtATime) {
 
 // The environment is read on first use, so these run in a fresh child process.
 TEST(HbDbgOutputDeathTest, FirstUse_SettingOff_ReadFromTheEnvironment) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // "fast" forks without re-executing the binary, which also works under qemu-arm;
+    // each test case runs in a process of its own, so nothing ran before.
+    GTEST_FLAG_SET(death_test_style, "fast");
     EXPECT_EXIT(
         {
             ::setenv("HB_DBG_OUTPUT", "off", 1);
@@ -282,7 +284,9 @@ TEST(HbDbgOutputDeathTest, FirstUse_SettingOff_ReadFromTheEnvironment) {
 }
 
 TEST(HbDbgOutputDeathTest, FirstUse_SettingAFilePath_ReadFromTheEnvironment) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // "fast" forks without re-executing the binary, which also works under qemu-arm;
+    // each test case runs in a process of its own, so nothing ran before.
+    GTEST_FLAG_SET(death_test_style, "fast");
     TestDir dir("HbDbgOutputFirstUse");
     const std::string logFile = dir.file("first.log");
     EXPECT_EXIT(

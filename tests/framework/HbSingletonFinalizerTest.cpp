@@ -98,7 +98,9 @@ TEST(HbSingletonFinalizerTest, AddDestroyFunc_EachCall_RaisesTheCounterByOne) {
 }
 
 TEST(HbSingletonFinalizerDeathTest, ProcessExit_WithoutFinalize_RunsDestroyFuncs) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // "fast" forks without re-executing the binary, which also works under qemu-arm;
+    // each test case runs in a process of its own, so nothing ran before.
+    GTEST_FLAG_SET(death_test_style, "fast");
     EXPECT_EXIT(
         {
             HbSingletonFinalizer::addDestroyFunc(&destroyAtExit);
