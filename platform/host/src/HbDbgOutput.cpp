@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <vector>
+#include "HbUtf8.h"
 
 namespace {
 
@@ -33,27 +34,6 @@ std::string formatNarrow(const char* format, va_list args) {
     return std::string(big.data(), static_cast<size_t>(needed));
 }
 
-void appendUtf8(std::string& out, uint32 cp) {
-    if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-        cp = 0xFFFD;
-    }
-    if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
-}
-
 // Formats a wide printf-style format and converts the result to UTF-8.
 // vswprintf reports a too-small buffer and an unconvertible narrow argument
 // alike with -1; the buffer grows for the first, errno tells the second.
@@ -75,7 +55,7 @@ std::string formatWide(const wchar_t* format, va_list args) {
         if (written >= 0) {
             std::string out;
             for (int i = 0; i < written; ++i) {
-                appendUtf8(out, static_cast<uint32>(buffer[static_cast<size_t>(i)]));
+                hbAppendUtf8(out, static_cast<uint32>(buffer[static_cast<size_t>(i)]));
             }
             return out;
         }

@@ -1,24 +1,7 @@
 #include "HbFramework/HbString.h"
+#include "HbUtf8.h"
 
 namespace {
-
-void appendUtf8(std::string& out, uint32 cp) {
-    if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
-}
 
 bool isHigh(char16_t unit) {
     return unit >= 0xD800 && unit <= 0xDBFF;
@@ -37,12 +20,12 @@ std::string toUtf8(const std::u16string& text) {
         if (isHigh(unit) && i + 1 < text.size() && isLow(text[i + 1])) {
             uint32 cp = 0x10000 + ((static_cast<uint32>(unit) - 0xD800) << 10) +
                         (static_cast<uint32>(text[i + 1]) - 0xDC00);
-            appendUtf8(out, cp);
+            hbAppendUtf8(out, cp);
             ++i;
         } else if (isHigh(unit) || isLow(unit)) {
-            appendUtf8(out, 0xFFFD);
+            hbAppendUtf8(out, 0xFFFD);
         } else {
-            appendUtf8(out, unit);
+            hbAppendUtf8(out, unit);
         }
     }
     return out;
