@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <vector>
+
 #include "HbUtf8.h"
 
 namespace {

@@ -1,4 +1,5 @@
 #include "HbFramework/HbString.h"
+
 #include "HbUtf8.h"
 
 namespace {
