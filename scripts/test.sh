@@ -2,8 +2,9 @@
 # The whole test suite: format check, host build and tests, the same tests
 # under AddressSanitizer + UndefinedBehaviorSanitizer and under
 # ThreadSanitizer, the 32-bit ARM cross build with its tests under qemu-arm,
-# the libFuzzer targets for a bounded time on their seed corpora, and the
-# stripped release library. Fails as soon as any step fails.
+# the libFuzzer targets for a bounded time on their seed corpora, the
+# benchmarks (built and run once, briefly) and the stripped release library.
+# Fails as soon as any step fails.
 #
 #   bash scripts/test.sh            everything
 #   MOX_STEPS="host asan" bash scripts/test.sh   only the named steps
@@ -14,7 +15,7 @@ source scripts/deps.sh
 # shellcheck disable=SC2086
 mox_require_packages $MOX_HOST_PACKAGES $MOX_ARM_PACKAGES $MOX_CLANG_PACKAGES
 
-steps=${MOX_STEPS:-"format host asan tsan armhf fuzz release"}
+steps=${MOX_STEPS:-"format host asan tsan armhf fuzz bench release"}
 fuzz_seconds=${MOX_FUZZ_SECONDS:-20}
 jobs=$(nproc)
 
@@ -60,6 +61,20 @@ step_fuzz() {
   done
 }
 
+# Benchmarks are built and run once, briefly, so they keep working; their
+# figures are read by people (docs/performance.md), never asserted.
+step_bench() {
+  stamp "configure + build: bench"
+  cmake --preset bench >/dev/null
+  cmake --build --preset bench -j "$jobs"
+  local bench
+  for bench in build/bench/bench/*Bench; do
+    [ -x "$bench" ] || continue
+    stamp "smoke run: $(basename "$bench")"
+    "$bench" --benchmark_min_time=0.01
+  done
+}
+
 step_release() {
   stamp "configure + build: release"
   cmake --preset release >/dev/null
@@ -82,6 +97,7 @@ for step in $steps; do
     host) run_preset default ;;
     asan | tsan | armhf) run_preset "$step" ;;
     fuzz) step_fuzz ;;
+    bench) step_bench ;;
     release) step_release ;;
     *) echo "unknown step: $step" >&2; exit 2 ;;
   esac
