@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -258,6 +261,27 @@ inline void plantDirectoryInPlaceOfResultFile() {
     std::filesystem::remove(MoxResultFile::FULL_PATH, ignored);
     std::filesystem::create_directories(MoxResultFile::FULL_PATH);
 }
+
+// Limits the size of any file this process writes (SIGXFSZ ignored, so the
+// write fails instead of ending the process); undone when it goes.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        ::getrlimit(RLIMIT_FSIZE, &mSaved);
+        mSavedHandler = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit limit = mSaved;
+        limit.rlim_cur = bytes;
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &mSaved);
+        std::signal(SIGXFSZ, mSavedHandler);
+    }
+
+private:
+    rlimit mSaved;
+    void (*mSavedHandler)(int);
+};
 
 // Fresh protocol and state for every test (the singletons may be shared by
 // the tests of one process), a manual clock, a recorder and a debug capture.

@@ -33,27 +33,6 @@ namespace {
 
 using namespace moxtest;
 
-// Limits the size of any file this process writes (SIGXFSZ ignored, so the
-// write fails instead of ending the process); undone when it goes.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        ::getrlimit(RLIMIT_FSIZE, &mSaved);
-        mSavedHandler = std::signal(SIGXFSZ, SIG_IGN);
-        rlimit limit = mSaved;
-        limit.rlim_cur = bytes;
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &mSaved);
-        std::signal(SIGXFSZ, mSavedHandler);
-    }
-
-private:
-    rlimit mSaved;
-    void (*mSavedHandler)(int);
-};
-
 class MoxProtocolScenarioTest : public ProtocolFixture {};
 
 // Splits `data` into `count` chunks as the phone sends them (the last one
