@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ImageReads.h"
 #include "MoxDbWriter.h"
 
 using moxdb::Bytes;
@@ -15,23 +16,6 @@ using moxdb::CatalogueBuilder;
 using moxdb::Section;
 
 namespace {
-
-uint32_t le32(const Bytes& b, size_t at) {
-    EXPECT_LE(at + 4, b.size()) << "u32 at " << at << " lies outside the image";
-    if (at + 4 > b.size()) {
-        return 0;
-    }
-    return static_cast<uint32_t>(b[at]) | static_cast<uint32_t>(b[at + 1]) << 8 |
-           static_cast<uint32_t>(b[at + 2]) << 16 | static_cast<uint32_t>(b[at + 3]) << 24;
-}
-
-uint16_t le16(const Bytes& b, size_t at) {
-    EXPECT_LE(at + 2, b.size()) << "u16 at " << at << " lies outside the image";
-    if (at + 2 > b.size()) {
-        return 0;
-    }
-    return static_cast<uint16_t>(b[at] | b[at + 1] << 8);
-}
 
 // Decodes what the tests need from a built image, following the table words.
 class Image {

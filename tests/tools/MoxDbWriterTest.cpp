@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ImageReads.h"
 #include "MoxDbWriter.h"
 #include "TestDir.h"
 
@@ -14,23 +15,6 @@ using moxdb::DbImageBuilder;
 using moxdb::Section;
 
 namespace {
-
-uint32_t le32(const Bytes& b, size_t at) {
-    EXPECT_LE(at + 4, b.size()) << "u32 at " << at << " lies outside the image";
-    if (at + 4 > b.size()) {
-        return 0;
-    }
-    return static_cast<uint32_t>(b[at]) | static_cast<uint32_t>(b[at + 1]) << 8 |
-           static_cast<uint32_t>(b[at + 2]) << 16 | static_cast<uint32_t>(b[at + 3]) << 24;
-}
-
-uint16_t le16(const Bytes& b, size_t at) {
-    EXPECT_LE(at + 2, b.size()) << "u16 at " << at << " lies outside the image";
-    if (at + 2 > b.size()) {
-        return 0;
-    }
-    return static_cast<uint16_t>(b[at] | b[at + 1] << 8);
-}
 
 // Table word `index` (file offset 64 + 4 * index).
 uint32_t tableWord(const Bytes& b, uint32_t index) {
