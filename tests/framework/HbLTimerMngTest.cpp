@@ -10,27 +10,11 @@
 #include <thread>
 #include <vector>
 
+#include "CallLog.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "TestEvent.h"
 
 namespace {
-
-// Order in which callbacks ran, written on the manager thread.
-class CallLog {
-public:
-    void add(const std::string& entry) {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mEntries.push_back(entry);
-    }
-    std::vector<std::string> entries() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mEntries;
-    }
-
-private:
-    mutable std::mutex mMutex;  // guards mEntries
-    std::vector<std::string> mEntries;
-};
 
 // A timer whose expiry logs its name and then runs an optional action.
 class NamedTimer : public HbLTimerBase {

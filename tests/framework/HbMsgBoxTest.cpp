@@ -8,27 +8,14 @@
 #include <thread>
 #include <vector>
 
+#include "CallLog.h"
 #include "HbFramework/HbMsgBox.h"
 #include "TestEvent.h"
 
 namespace {
 
-// Shared record of everything dispatched, in the order the worker ran it.
-class Journal {
-public:
-    void add(const std::string& entry) {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mEntries.push_back(entry);
-    }
-    std::vector<std::string> entries() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mEntries;
-    }
-
-private:
-    mutable std::mutex mMutex;  // guards mEntries
-    std::vector<std::string> mEntries;
-};
+// Everything dispatched, in the order the worker ran it.
+using Journal = CallLog;
 
 // A dispatcher that journals each call and tracks how many run at once.
 class RecordingDispatcher : public HbIDispatcher {
