@@ -1,0 +1,79 @@
+// Host-only settings and the in-process peer of the phone link.
+//
+// The endpoint is chosen before startLink(): setEndpoint(), or else the
+// environment variable OST_LINKAPP_ENDPOINT, or else "loopback":
+// - "loopback": the peer installed with setLoopbackPeer(), in this process;
+// - "unix:/path/to.sock": a Unix stream socket;
+// - "tcp:HOST:PORT": TCP; HOST must be a loopback address (127.0.0.0/8, ::1,
+//   "localhost") unless setAllowRemote(true).
+// On a stream every message is a 32-bit big-endian length N, then N bytes:
+// one type byte (0x01 device info, 0x02 device status, 0x03 command) and its
+// payload.
+//
+//   class Phone : public OstLinkAppPeer { ... };
+//   Phone phone;
+//   OstLinkAppHost::setLoopbackPeer(&phone);
+//   OstLinkAppHost::setEndpoint("loopback");
+//   HbSMox::GetInstance()->startLink();
+//
+// Every function here can be called from any thread.
+#ifndef OSTLINKAPP_OSTLINKAPPHOST_H
+#define OSTLINKAPP_OSTLINKAPPHOST_H
+
+#include <cstddef>
+#include <string>
+
+#include "HbFramework/HbTypes.h"
+
+// The module's end of a loopback link, as the peer sees it. Valid from
+// OstLinkAppPeer::onOpen() until onClose() returns. Every push returns false
+// once the link is closed (nothing is delivered then).
+class OstLinkAppPeerLink {
+public:
+    virtual ~OstLinkAppPeerLink() {}
+    // A device-info message: OS type (0 iOS, 1 Android), then the name.
+    virtual bool pushDeviceInfo(uint8 osType, const std::string& name) = 0;
+    // A device-status message (0 no device, 1 connected, 2 open, 3 closed).
+    virtual bool pushDeviceStatus(uint8 status) = 0;
+    // A command frame from the phone.
+    virtual bool pushCommand(const uint8* frame, uint32 size) = 0;
+    // Raw stream bytes, read by the same envelope reader as a socket's: a
+    // message may be split over several pushes, and a bad envelope closes the
+    // link as it would close a socket.
+    virtual bool pushBytes(const uint8* data, size_t size) = 0;
+    // The phone hangs up: the module sees the link closed.
+    virtual void hangUp() = 0;
+};
+
+// A phone in the same process. Its callbacks run on the module's threads
+// (the one that opens, sends or closes); they must not block and must not
+// call back into the module other than through OstLinkAppPeerLink.
+class OstLinkAppPeer {
+public:
+    virtual ~OstLinkAppPeer() {}
+    // The module opened the link.
+    virtual void onOpen(OstLinkAppPeerLink& link) = 0;
+    // One command frame that the module sends.
+    virtual void onCommand(const uint8* frame, uint32 size) = 0;
+    // The link is closed (by either side); `link` is no longer valid after
+    // this returns.
+    virtual void onClose() = 0;
+};
+
+class OstLinkAppHost {
+public:
+    // Largest envelope length accepted (type byte and payload), 1 MiB.
+    static constexpr uint32 MAX_ENVELOPE_LENGTH = 1024u * 1024u;
+
+    static void setEndpoint(const std::string& endpoint);
+    // The endpoint in force: the setter's, else OST_LINKAPP_ENDPOINT, else "loopback".
+    static std::string getEndpoint();
+    static void setAllowRemote(bool allow);
+    static bool getAllowRemote();
+    // Not owned; must outlive every link that uses it. Null removes it (a
+    // loopback link then cannot be opened).
+    static void setLoopbackPeer(OstLinkAppPeer* peer);
+    static OstLinkAppPeer* getLoopbackPeer();
+};
+
+#endif  // OSTLINKAPP_OSTLINKAPPHOST_H

@@ -1,0 +1,120 @@
+// The command channel to the phone application (host edition).
+//
+// It owns the transport to the phone and turns what the phone sends into
+// messages for its user's worker thread:
+//
+// | Message | Handler                                   | Payload                         |
+// |---------|-------------------------------------------|---------------------------------|
+// | 600     | LinkAppCommIFMsgOnNotifyDeviceInfoUpdate  | OS type byte, then device name  |
+// | 601     | LinkAppCommIFMsgOnNotifyDeviceStatus      | one device status byte          |
+// | 602     | LinkAppCommIFMsgOnNotifyCmdData           | one command frame               |
+//
+// The user (the module's unit) derives from OstLinkApp, registers the three
+// handlers in its dispatch table under these ids and implements the hooks:
+// comSendMsgSelf() posts to its own message box, comNotifyObserver() tells its
+// observers, and the LinkAppCommIFImplApp... hooks learn of device changes.
+//
+// Sequence of a link:
+// 1. The transport opens (startLink() or requestDeviceConnect()); the phone
+//    sends its device info (600: the OS type is stored in the state) and its
+//    device status.
+// 2. Status "application open" (601): state notification 7 with the status,
+//    state notification 0 with 1, LinkAppCommIFImplAppOpen, then the
+//    protocol's sendCmdConnect().
+// 3. Command frames (602) go to the protocol's analysisProtocolCmd().
+// 4. Status "closed", a transport error or a hang-up of the phone:
+//    notification 7, notification 0 with 0, LinkAppCommIFImplAppClose (and
+//    LinkAppCommIFImplAppDisconnect when the device itself is gone).
+// 5. stopLink() sends the protocol's disconnect, then closes the transport.
+//
+// Thread rules:
+// - The transport's reader thread never calls the user: every event is posted
+//   with comSendMsgSelf() (bytes copied); the handlers run on the worker.
+// - LinkAppCommIFSendCommand() may be called on any thread; sends are
+//   serialised by the transport. A send on a closed link is logged and dropped.
+// - Terminate() closes the transport and joins its thread; after it returns
+//   no link-layer thread touches the user. It must not be called on the
+//   transport's own thread.
+#ifndef OSTLINKAPP_OSTLINKAPPLINKAPPCOMM_H
+#define OSTLINKAPP_OSTLINKAPPLINKAPPCOMM_H
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "HbFramework/HbTypes.h"
+#include "OstLinkApp/OstLinkAppLinkAppCommIFDef.h"
+#include "OstLinkApp/OstLinkAppProtocol.h"
+#include "OstLinkApp/OstLinkAppState.h"
+
+class OstLinkAppTransport;
+
+class OstLinkAppLinkAppComm {
+public:
+    typedef OstLinkAppLinkAppCommIFDef::DeviceStatus DeviceStatus;
+
+    // The two objects the channel works with; neither is owned.
+    struct InitData {
+        OstLinkAppState* state;        // connection state, told of every change
+        OstLinkAppProtocol* protocol;  // receives the phone's command frames
+    };
+
+    // Message ids that the channel posts to its user.
+    enum EN_LINK_MSG_ID {
+        en_MSG_DEVICE_INFO = 600,
+        en_MSG_DEVICE_STATUS = 601,
+        en_MSG_CMD_DATA = 602,
+    };
+
+    OstLinkAppLinkAppComm();
+    virtual ~OstLinkAppLinkAppComm();
+    OstLinkAppLinkAppComm(const OstLinkAppLinkAppComm&) = delete;
+    OstLinkAppLinkAppComm& operator=(const OstLinkAppLinkAppComm&) = delete;
+
+    void initialize(InitData& data);
+    // Closes the transport and joins its thread. Can be called on any thread
+    // but the transport's own; calling it again does nothing.
+    void Terminate();
+    // Opens the transport to the device when it is not open.
+    void requestDeviceConnect();
+    // Closes the transport; the device counts as gone (step 4).
+    void requestDeviceDisconnect();
+    // Sends one command frame to the phone. Any thread.
+    void LinkAppCommIFSendCommand(void* data, uint32 size);
+
+    // Message handlers, run on the user's worker thread. Each returns 1.
+    uint32 LinkAppCommIFMsgOnNotifyDeviceInfoUpdate(uint32 id, void* data, uint32 size);
+    uint32 LinkAppCommIFMsgOnNotifyDeviceStatus(uint32 id, void* data, uint32 size);
+    uint32 LinkAppCommIFMsgOnNotifyCmdData(uint32 id, void* data, uint32 size);
+
+    // Hooks implemented by the user. The defaults drop the message, raise
+    // nothing and ignore the device change.
+    virtual void comSendMsgSelf(uint32 id, const void* data, uint32 size);
+    virtual void comNotifyObserver(uint32 id, void* data, uint32 size);
+    virtual void LinkAppCommIFImplAppConnect(const DeviceStatus* status);
+    virtual void LinkAppCommIFImplAppDisconnect(const DeviceStatus* status);
+    virtual void LinkAppCommIFImplAppOpen(const DeviceStatus* status);
+    virtual void LinkAppCommIFImplAppClose(const DeviceStatus* status);
+
+    // Host only: the name the phone gave in its device info ("" until then).
+    std::string getDeviceName() const;
+    // Host only: whether a transport is open now.
+    bool isTransportOpen() const;
+
+protected:
+    // Opens the transport selected by the host settings (OstLinkAppHost);
+    // false, after a logged reason and a "device gone" status, when it cannot.
+    bool openTransport();
+    // Closes the transport and joins its thread; nothing is reported.
+    void closeTransport();
+
+    OstLinkAppState* mpLinkState;        // from initialize(); not owned
+    OstLinkAppProtocol* mpLinkProtocol;  // from initialize(); not owned
+
+private:
+    mutable std::mutex mTransportMutex;               // guards mTransport and mDeviceName
+    std::shared_ptr<OstLinkAppTransport> mTransport;  // null while closed
+    std::string mDeviceName;
+};
+
+#endif  // OSTLINKAPP_OSTLINKAPPLINKAPPCOMM_H
