@@ -4,8 +4,10 @@
 // environment variable OST_LINKAPP_ENDPOINT, or else "loopback":
 // - "loopback": the peer installed with setLoopbackPeer(), in this process;
 // - "unix:/path/to.sock": a Unix stream socket;
-// - "tcp:HOST:PORT": TCP; HOST must be a loopback address (127.0.0.0/8, ::1,
-//   "localhost") unless setAllowRemote(true).
+// - "tcp:HOST:PORT": TCP; HOST is "localhost" or a numeric address ("[::1]"
+//   for IPv6) and must be a loopback address (127.0.0.0/8, ::1) unless
+//   setAllowRemote(true). Host names are not looked up.
+// An endpoint that cannot be used is logged and reported as the device gone.
 // On a stream every message is a 32-bit big-endian length N, then N bytes:
 // one type byte (0x01 device info, 0x02 device status, 0x03 command) and its
 // payload.
@@ -26,8 +28,14 @@
 #include "HbFramework/HbTypes.h"
 
 // The module's end of a loopback link, as the peer sees it. Valid from
-// OstLinkAppPeer::onOpen() until onClose() returns. Every push returns false
-// once the link is closed (nothing is delivered then).
+// OstLinkAppPeer::onOpen() until onClose() returns (in practice until the
+// channel that opened it opens another link or is destroyed). Every push
+// returns false when the link is already closed (nothing is delivered then);
+// a push that ends the link (a bad envelope, status 0) returns true. A push
+// racing with the module's close either is delivered before the close
+// returns or is refused. Pushes may come from any thread, also from inside
+// onOpen() and onCommand(). Status 0 (no device) ends the link after it is
+// delivered, as does hangUp().
 class OstLinkAppPeerLink {
 public:
     virtual ~OstLinkAppPeerLink() {}
@@ -65,6 +73,7 @@ public:
     // Largest envelope length accepted (type byte and payload), 1 MiB.
     static constexpr uint32 MAX_ENVELOPE_LENGTH = 1024u * 1024u;
 
+    // An empty text removes the setting.
     static void setEndpoint(const std::string& endpoint);
     // The endpoint in force: the setter's, else OST_LINKAPP_ENDPOINT, else "loopback".
     static std::string getEndpoint();

@@ -22,10 +22,18 @@
 //    state notification 0 with 1, LinkAppCommIFImplAppOpen, then the
 //    protocol's sendCmdConnect().
 // 3. Command frames (602) go to the protocol's analysisProtocolCmd().
-// 4. Status "closed", a transport error or a hang-up of the phone:
-//    notification 7, notification 0 with 0, LinkAppCommIFImplAppClose (and
-//    LinkAppCommIFImplAppDisconnect when the device itself is gone).
-// 5. stopLink() sends the protocol's disconnect, then closes the transport.
+// 4. Status "closed" (601 with 3): notification 7, notification 0 with 0,
+//    LinkAppCommIFImplAppClose. The device gone (601 with 0: the phone's own
+//    "no device", a hang-up, a connection that failed or broke, a protocol
+//    error, requestDeviceDisconnect()): notification 7, notification 0 with
+//    0, LinkAppCommIFImplAppClose, LinkAppCommIFImplAppDisconnect; a
+//    transport that has ended is released (its thread joined). Each of these
+//    ends of the link is logged with its reason and posted exactly once.
+// 5. stopLink() sends the protocol's disconnect, then closes the transport;
+//    a close by our side posts nothing.
+// Status 1 (device connected): notification 7, LinkAppCommIFImplAppConnect.
+// A message with a wrong payload size or an unknown status is logged and
+// ignored.
 //
 // Thread rules:
 // - The transport's reader thread never calls the user: every event is posted
@@ -33,8 +41,11 @@
 // - LinkAppCommIFSendCommand() may be called on any thread; sends are
 //   serialised by the transport. A send on a closed link is logged and dropped.
 // - Terminate() closes the transport and joins its thread; after it returns
-//   no link-layer thread touches the user. It must not be called on the
-//   transport's own thread.
+//   no link-layer thread touches the user, and no transport is opened again.
+//   It must not be called on the transport's own thread. The user calls it
+//   before it destroys its own parts (the transport posts through the
+//   virtual comSendMsgSelf()); HbSingletonFinalizer::finalize() terminates
+//   every channel first, and ~OstLinkAppLinkAppComm() terminates too.
 #ifndef OSTLINKAPP_OSTLINKAPPLINKAPPCOMM_H
 #define OSTLINKAPP_OSTLINKAPPLINKAPPCOMM_H
 
@@ -72,12 +83,15 @@ public:
     OstLinkAppLinkAppComm& operator=(const OstLinkAppLinkAppComm&) = delete;
 
     void initialize(InitData& data);
-    // Closes the transport and joins its thread. Can be called on any thread
-    // but the transport's own; calling it again does nothing.
+    // Closes the transport and joins its thread; later opens are refused
+    // (logged, nothing posted). Can be called on any thread but the
+    // transport's own; calling it again does nothing.
     void Terminate();
     // Opens the transport to the device when it is not open.
     void requestDeviceConnect();
-    // Closes the transport; the device counts as gone (step 4).
+    // Closes the transport (nothing is posted by it), then, when the link was
+    // up until then, posts 601 with status 0 itself before returning, so the
+    // user sees the device gone (step 4). A link that was not up posts nothing.
     void requestDeviceDisconnect();
     // Sends one command frame to the phone. Any thread.
     void LinkAppCommIFSendCommand(void* data, uint32 size);
@@ -102,8 +116,11 @@ public:
     bool isTransportOpen() const;
 
 protected:
-    // Opens the transport selected by the host settings (OstLinkAppHost);
-    // false, after a logged reason and a "device gone" status, when it cannot.
+    // Opens the transport selected by the host settings (OstLinkAppHost)
+    // unless one is open; false, after a logged reason and a "device gone"
+    // status (601 with 0, posted from the calling thread), when it cannot
+    // start. A connection that fails later is reported the same way by the
+    // transport's thread. After Terminate(): false, logged, nothing posted.
     bool openTransport();
     // Closes the transport and joins its thread; nothing is reported.
     void closeTransport();
@@ -112,9 +129,27 @@ protected:
     OstLinkAppProtocol* mpLinkProtocol;  // from initialize(); not owned
 
 private:
-    mutable std::mutex mTransportMutex;               // guards mTransport and mDeviceName
-    std::shared_ptr<OstLinkAppTransport> mTransport;  // null while closed
+    std::shared_ptr<OstLinkAppTransport> makeTransport();
+    std::shared_ptr<OstLinkAppTransport> currentTransport() const;
+    void releaseEndedTransport();
+    // Posts 601 with status 0 (no device) to the user.
+    void postDeviceGone();
+    void onDeviceGone();
+    void onDeviceConnected();
+    void onAppOpen();
+    void onAppClosed();
+    void notifyDeviceStatus(uint8 status);
+    void notifyAppState(uint8 appState);
+    static void logNotInitialized(const char* function, int line, uint32 id);
+
+    // Lock order: mTransportMutex, then a transport's own locks; transports
+    // and their threads never take mTransportMutex.
+    mutable std::mutex mTransportMutex;               // guards mTransport and mTerminated
+    std::shared_ptr<OstLinkAppTransport> mTransport;  // null until the first open; the last
+                                                      // one is kept (closed) until replaced
+    mutable std::mutex mDeviceNameMutex;              // guards mDeviceName
     std::string mDeviceName;
+    bool mTerminated;  // Terminate() has run: no transport is opened again
 };
 
 #endif  // OSTLINKAPP_OSTLINKAPPLINKAPPCOMM_H

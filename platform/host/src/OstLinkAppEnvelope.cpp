@@ -1,0 +1,30 @@
+#include "OstLinkApp/OstLinkAppEnvelope.h"
+
+#include <limits>
+
+void OstLinkAppEnvelope::writeHeader(uint8 (&out)[HEADER_SIZE], uint8 type, size_t payloadSize) {
+    const uint64 wanted = static_cast<uint64>(payloadSize) + 1u;
+    const uint32 length = wanted > std::numeric_limits<uint32>::max()
+                              ? std::numeric_limits<uint32>::max()
+                              : static_cast<uint32>(wanted);
+    out[0] = static_cast<uint8>((length >> 24) & 0xFFu);
+    out[1] = static_cast<uint8>((length >> 16) & 0xFFu);
+    out[2] = static_cast<uint8>((length >> 8) & 0xFFu);
+    out[3] = static_cast<uint8>(length & 0xFFu);
+    out[4] = type;
+}
+
+std::vector<uint8> OstLinkAppEnvelope::encode(uint8 type, const uint8* payload, size_t size) {
+    uint8 header[HEADER_SIZE];
+    writeHeader(header, type, size);
+    std::vector<uint8> bytes(header, header + HEADER_SIZE);
+    if (payload != nullptr && size != 0) {
+        bytes.insert(bytes.end(), payload, payload + size);
+    }
+    return bytes;
+}
+
+uint32 OstLinkAppEnvelope::readLength(const uint8* bytes) {
+    return (static_cast<uint32>(bytes[0]) << 24) | (static_cast<uint32>(bytes[1]) << 16) |
+           (static_cast<uint32>(bytes[2]) << 8) | static_cast<uint32>(bytes[3]);
+}
