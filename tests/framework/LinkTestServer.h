@@ -99,6 +99,12 @@ public:
         return mClient >= 0;
     }
 
+    // Whether a connection waits to be accepted now (does not wait).
+    bool hasPendingConnection() const {
+        pollfd entry{mListener, POLLIN, 0};
+        return ::poll(&entry, 1, 0) > 0;
+    }
+
     bool sendBytes(const std::vector<uint8_t>& bytes) {
         size_t done = 0;
         while (done < bytes.size()) {
