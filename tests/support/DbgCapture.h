@@ -3,6 +3,9 @@
 #ifndef MOX_TESTS_DBGCAPTURE_H
 #define MOX_TESTS_DBGCAPTURE_H
 
+#include <chrono>
+#include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -21,11 +24,24 @@ public:
     std::vector<std::string> texts() const;
     // The text of every record whose function is `function`.
     std::vector<std::string> textsOf(const std::string& function) const;
+    // The name of the thread that logged each record, in order.
+    std::vector<std::string> threads() const;
     void clear();
+
+    // Waits until `done` holds for the records captured so far (checked at
+    // every new record); false when `limit` passes first. The limit only
+    // guards a broken test: a passing test never waits for it to run out.
+    bool waitFor(const std::function<bool(const std::vector<HbDbgRecord>&)>& done,
+                 std::chrono::milliseconds limit = std::chrono::seconds(30));
+    // Waits until a record with exactly this text has been captured.
+    bool waitForText(const std::string& text,
+                     std::chrono::milliseconds limit = std::chrono::seconds(30));
 
 private:
     mutable std::mutex mMutex;
+    std::condition_variable mArrived;
     std::vector<HbDbgRecord> mRecords;
+    std::vector<std::string> mThreads;
     HbDbgOutput::Sink mPrevious;
 };
 

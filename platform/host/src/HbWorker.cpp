@@ -15,11 +15,13 @@ struct WorkerRegistry {
 WorkerRegistry& registry() {
     static WorkerRegistry* r = [] {
         WorkerRegistry* created = new WorkerRegistry();
+        // Workers stay listed after they are stopped: a unit may leave its
+        // worker to the framework, and the registry is then what still knows it.
         HbSingletonFinalizer::addThreadStopper([created] {
             std::set<HbWorker*> running;
             {
                 std::lock_guard<std::mutex> lock(created->mutex);
-                running.swap(created->workers);
+                running = created->workers;
             }
             for (HbWorker* worker : running) {
                 worker->Stop();
