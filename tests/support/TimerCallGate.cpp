@@ -34,7 +34,7 @@ struct TimerCallGate::State {
     typedef std::tuple<std::string, HbLTimerMng::EN_CALL, int> Hold;
 
     void onCall(HbLTimerMng::EN_CALL call, HbLTimerBase* calledTimer) {
-        if (calledTimer != timer) {
+        if (timer != nullptr && calledTimer != timer) {
             return;
         }
         const std::string thread = currentThreadName();

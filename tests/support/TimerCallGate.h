@@ -28,6 +28,8 @@
 
 class TimerCallGate {
 public:
+    // Gates the calls on `timer`; null gates the calls on every timer (for a
+    // timer that the test cannot reach, such as the module's command timer).
     explicit TimerCallGate(HbLTimerBase* timer);
     ~TimerCallGate();  // lets held threads go and removes the hook
     TimerCallGate(const TimerCallGate&) = delete;
