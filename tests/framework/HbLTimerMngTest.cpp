@@ -3,8 +3,10 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -13,13 +15,21 @@
 #include "CallLog.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "TestEvent.h"
+#include "TimerCallGate.h"
 
 namespace {
 
-// A timer whose expiry logs its name and then runs an optional action.
+// A timer whose expiry logs its name and then runs an optional action. A test
+// must leave it disarmed; one still armed when it goes fails the test and is
+// disarmed, so that no later test of the same process meets it.
 class NamedTimer : public HbLTimerBase {
 public:
     NamedTimer(const std::string& name, CallLog* log) : mName(name), mLog(log) {}
+    ~NamedTimer() override {
+        if (HbLTimerMng::GetTimerMng()->RemoveTimer(nullptr, this)) {
+            ADD_FAILURE() << "timer " << mName << " was left armed";
+        }
+    }
     void CallBack(unsigned int& param) override {
         (void)param;
         ++fired;
@@ -42,6 +52,11 @@ protected:
     void SetUp() override {
         manager = HbLTimerMng::GetTimerMng();
         manager->UseManualClock();
+    }
+    void TearDown() override {
+        manager->SetRemoveWaitHook(nullptr);
+        manager->SetCallHook(nullptr);
+        EXPECT_EQ(0u, manager->ActiveCount());
     }
 
     HbLTimerMng* manager = nullptr;
@@ -124,16 +139,24 @@ TEST_F(HbLTimerMngTest, StaleHandle_AfterExpiry_IsInactiveAndRemoveReturnsFalse)
 
     EXPECT_FALSE(manager->IsActive(stale, &timer));
     EXPECT_FALSE(manager->RemoveTimer(stale, &timer));
+}
 
-    // A new arming of the same timer gets a new handle; the stale one still
-    // names nothing and cannot disarm it.
-    HbLTimerSubInfo* fresh = manager->AddTimer(&timer, 10);
-    EXPECT_NE(stale, fresh);
-    EXPECT_FALSE(manager->IsActive(stale, &timer));
-    EXPECT_FALSE(manager->RemoveTimer(stale, &timer));
-    EXPECT_TRUE(manager->IsActive(fresh, &timer));
+// A handle names its timer, not one arming: whichever arming a thread's
+// handle came from, it names the arming the timer has now. So a handle stored
+// late by one thread cannot hide a newer arming from a later stop.
+TEST_F(HbLTimerMngTest, Handle_FromAnEarlierArming_NamesTheTimersArmingNow) {
+    NamedTimer timer("t", &log);
+    HbLTimerSubInfo* earlier = manager->AddTimer(&timer, 10);
     manager->AdvanceClock(10);
-    EXPECT_EQ(2, timer.fired.load());
+    ASSERT_EQ(1, timer.fired.load());
+
+    HbLTimerSubInfo* fresh = manager->AddTimer(&timer, 10);
+    EXPECT_EQ(earlier, fresh);
+    EXPECT_TRUE(manager->IsActive(earlier, &timer));
+    EXPECT_TRUE(manager->RemoveTimer(earlier, &timer));
+    EXPECT_FALSE(manager->IsActive(fresh, &timer));
+    manager->AdvanceClock(10);
+    EXPECT_EQ(1, timer.fired.load());
 }
 
 TEST_F(HbLTimerMngTest, Handle_OfAnotherTimer_DoesNotMatch) {
@@ -143,12 +166,149 @@ TEST_F(HbLTimerMngTest, Handle_OfAnotherTimer_DoesNotMatch) {
     EXPECT_FALSE(manager->IsActive(handle, &b));
     EXPECT_FALSE(manager->RemoveTimer(handle, &b));
     EXPECT_TRUE(manager->IsActive(handle, &a));
+    EXPECT_TRUE(manager->RemoveTimer(handle, &a));  // leaves nothing armed behind
 }
 
-TEST_F(HbLTimerMngTest, NullHandle_IsInactiveAndRemoveReturnsFalse) {
+TEST_F(HbLTimerMngTest, Handle_OfAnotherArmedTimer_NeitherMatchesNorDisarmsIt) {
+    NamedTimer a("a", &log);
+    NamedTimer b("b", &log);
+    HbLTimerSubInfo* handleA = manager->AddTimer(&a, 10);
+    HbLTimerSubInfo* handleB = manager->AddTimer(&b, 10);
+    EXPECT_NE(handleA, handleB);
+    EXPECT_FALSE(manager->IsActive(handleA, &b));
+    EXPECT_FALSE(manager->RemoveTimer(handleA, &b));
+    EXPECT_FALSE(manager->RemoveTimer(handleB, &a));
+    EXPECT_EQ(2u, manager->ActiveCount());
+    manager->AdvanceClock(10);
+    const std::vector<std::string> expected = {"a", "b"};
+    EXPECT_EQ(expected, log.entries());
+}
+
+TEST_F(HbLTimerMngTest, Handle_OfADestroyedTimer_NamesNoLaterTimer) {
+    std::unique_ptr<NamedTimer> gone(new NamedTimer("gone", &log));
+    HbLTimerSubInfo* stale = manager->AddTimer(gone.get(), 10);
+    ASSERT_TRUE(manager->RemoveTimer(stale, gone.get()));
+    gone.reset();
+    // Timers made afterwards (the allocator may well reuse the address) never
+    // answer to the handle of the one that is gone.
+    for (int i = 0; i < 8; ++i) {
+        std::unique_ptr<NamedTimer> later(new NamedTimer("later", &log));
+        HbLTimerSubInfo* own = manager->AddTimer(later.get(), 10);
+        EXPECT_NE(stale, own);
+        EXPECT_FALSE(manager->IsActive(stale, later.get()));
+        EXPECT_FALSE(manager->RemoveTimer(stale, later.get()));
+        EXPECT_TRUE(manager->RemoveTimer(own, later.get()));
+    }
+}
+
+TEST_F(HbLTimerMngTest, NullHandle_OfUnarmedTimer_IsInactiveAndRemoveReturnsFalse) {
     NamedTimer timer("t", &log);
     EXPECT_FALSE(manager->IsActive(nullptr, &timer));
     EXPECT_FALSE(manager->RemoveTimer(nullptr, &timer));
+}
+
+// An owner clears its handle to null after disarming; that store may land
+// after another thread armed the timer again. Null still names the arming.
+TEST_F(HbLTimerMngTest, NullHandle_OfArmedTimer_NamesItsArming) {
+    NamedTimer timer("t", &log);
+    manager->AddTimer(&timer, 10);
+    EXPECT_TRUE(manager->IsActive(nullptr, &timer));
+    EXPECT_TRUE(manager->RemoveTimer(nullptr, &timer));
+    EXPECT_FALSE(manager->IsActive(nullptr, &timer));
+    EXPECT_EQ(0u, manager->ActiveCount());
+    manager->AdvanceClock(10);
+    EXPECT_EQ(0, timer.fired.load());
+}
+
+TEST_F(HbLTimerMngTest, NullTimer_IsInactiveAndRemoveReturnsFalse) {
+    NamedTimer timer("t", &log);
+    HbLTimerSubInfo* handle = manager->AddTimer(&timer, 10);
+    EXPECT_FALSE(manager->IsActive(handle, nullptr));
+    EXPECT_FALSE(manager->RemoveTimer(handle, nullptr));
+    EXPECT_FALSE(manager->IsActive(nullptr, nullptr));
+    EXPECT_TRUE(manager->RemoveTimer(handle, &timer));
+}
+
+TEST_F(HbLTimerMngTest, AddTimer_OfAnArmedTimer_MovesItsOneArmingAndKeepsTheHandle) {
+    NamedTimer timer("t", &log);
+    HbLTimerSubInfo* first = manager->AddTimer(&timer, 100);
+    manager->AdvanceClock(60);
+    HbLTimerSubInfo* second = manager->AddTimer(&timer, 100);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(1u, manager->ActiveCount());
+
+    manager->AdvanceClock(99);  // 159 ms: the first arming would have fired at 100
+    EXPECT_EQ(0, timer.fired.load());
+    manager->AdvanceClock(1);
+    EXPECT_EQ(1, timer.fired.load());
+    manager->AdvanceClock(1000);
+    EXPECT_EQ(1, timer.fired.load());
+    EXPECT_EQ(0u, manager->ActiveCount());
+}
+
+TEST_F(HbLTimerMngTest, AddTimer_ReArmedToTheSameDueTime_FiresAfterTimersArmedBefore) {
+    NamedTimer a("a", &log);
+    NamedTimer b("b", &log);
+    manager->AddTimer(&a, 10);
+    manager->AddTimer(&b, 10);
+    manager->AddTimer(&a, 10);  // same due time as b, armed last now
+    manager->AdvanceClock(10);
+    const std::vector<std::string> expected = {"b", "a"};
+    EXPECT_EQ(expected, log.entries());
+}
+
+TEST_F(HbLTimerMngTest, AddTimer_FromTwoThreadsAtOnce_ArmsTheTimerOnce) {
+    NamedTimer timer("t", &log);
+    TimerCallGate gate(&timer);
+    gate.holdAt("first", HbLTimerMng::en_CALL_ADD_TIMER, 1);
+    std::atomic<HbLTimerSubInfo*> firstHandle{nullptr};
+    std::thread first([this, &timer, &firstHandle] {
+        TimerCallGate::nameThisThread("first");
+        firstHandle.store(manager->AddTimer(&timer, 10));
+    });
+    gate.waitHeld("first");  // armed, AddTimer not yet returned
+    std::thread second([this, &timer] {
+        TimerCallGate::nameThisThread("second");
+        manager->AddTimer(&timer, 20);
+    });
+    second.join();
+    gate.resume("first");
+    first.join();
+
+    EXPECT_EQ(1u, manager->ActiveCount());
+    EXPECT_TRUE(manager->IsActive(firstHandle.load(), &timer));
+    manager->AdvanceClock(10);  // the later arming (20 ms) replaced the first
+    EXPECT_EQ(0, timer.fired.load());
+    manager->AdvanceClock(10);
+    EXPECT_EQ(1, timer.fired.load());
+    manager->AdvanceClock(1000);
+    EXPECT_EQ(1, timer.fired.load());
+}
+
+TEST_F(HbLTimerMngTest, SetCallHook_RunsAfterEachCallHasTakenEffectWithNoLockHeld) {
+    NamedTimer timer("t", &log);
+    NamedTimer other("other", &log);
+    std::vector<std::string> seen;  // written on this thread only
+    manager->SetCallHook([this, &seen](HbLTimerMng::EN_CALL call, HbLTimerBase* called) {
+        // ActiveCount() takes the manager's lock: it would deadlock if the
+        // hook ran with the lock held.
+        const char* name = call == HbLTimerMng::en_CALL_ADD_TIMER      ? "add"
+                           : call == HbLTimerMng::en_CALL_REMOVE_TIMER ? "remove"
+                                                                       : "active";
+        const char* whose = called == nullptr ? "null" : "timer";
+        seen.push_back(std::string(name) + " " + whose + " " +
+                       std::to_string(manager->ActiveCount()));
+    });
+    HbLTimerSubInfo* handle = manager->AddTimer(&timer, 10);
+    manager->IsActive(handle, &timer);
+    manager->RemoveTimer(handle, &timer);
+    manager->AddTimer(nullptr, 10);  // no timer: no hook
+    manager->SetCallHook(nullptr);
+    manager->AddTimer(&other, 10);  // hook removed
+    manager->RemoveTimer(nullptr, &other);
+
+    const std::vector<std::string> expected = {"add timer 1", "active timer 1", "remove timer 0"};
+    EXPECT_EQ(expected, seen);
 }
 
 TEST_F(HbLTimerMngTest, Callback_ReArmsItsOwnTimer_FiresAgainOnTheNextAdvance) {
@@ -293,19 +453,26 @@ TEST_F(HbLTimerMngTest, ActiveCount_CountsArmedTimers) {
     EXPECT_EQ(0u, manager->ActiveCount());
 }
 
-TEST_F(HbLTimerMngTest, Stop_ThenAddTimer_ArmsNothing) {
-    NamedTimer timer("t", &log);
-    manager->AddTimer(&timer, 10);
-    manager->Stop();
-    EXPECT_EQ(0u, manager->ActiveCount());
-    EXPECT_EQ(nullptr, manager->AddTimer(&timer, 10));
-    manager->AdvanceClock(100);  // returns at once once stopped
-    EXPECT_EQ(0, timer.fired.load());
-}
+// The manager is one for the whole process: each real-clock test starts on
+// the real clock and leaves the time scale as it found it.
+class HbLTimerMngRealClockTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        manager = HbLTimerMng::GetTimerMng();
+        manager->UseRealClock();
+        savedScale = manager->GetTimeScale();
+    }
+    void TearDown() override {
+        manager->SetTimeScale(savedScale);
+        EXPECT_EQ(0u, manager->ActiveCount());
+    }
 
-TEST(HbLTimerMngRealClockTest, AddTimer_ZeroPeriodOnTheRealClock_Fires) {
-    HbLTimerMng* manager = HbLTimerMng::GetTimerMng();
+    HbLTimerMng* manager = nullptr;
+    double savedScale = 1.0;
     CallLog log;
+};
+
+TEST_F(HbLTimerMngRealClockTest, AddTimer_ZeroPeriodOnTheRealClock_Fires) {
     NamedTimer timer("t", &log);
     TestEvent fired;
     timer.action = [&fired] { fired.set(); };
@@ -314,10 +481,8 @@ TEST(HbLTimerMngRealClockTest, AddTimer_ZeroPeriodOnTheRealClock_Fires) {
     EXPECT_EQ(1, timer.fired.load());
 }
 
-TEST(HbLTimerMngRealClockTest, SetTimeScale_ShortensA10000msTimerOnTheRealClock) {
-    HbLTimerMng* manager = HbLTimerMng::GetTimerMng();
+TEST_F(HbLTimerMngRealClockTest, SetTimeScale_ShortensA10000msTimerOnTheRealClock) {
     manager->SetTimeScale(0.0001);  // 10000 ms become 1 ms
-    CallLog log;
     NamedTimer timer("t", &log);
     TestEvent fired;
     timer.action = [&fired] { fired.set(); };
@@ -326,9 +491,7 @@ TEST(HbLTimerMngRealClockTest, SetTimeScale_ShortensA10000msTimerOnTheRealClock)
     EXPECT_EQ(1, timer.fired.load());
 }
 
-TEST(HbLTimerMngRealClockTest, UseManualClock_TimerArmedOnTheRealClock_KeepsAtMostItsPeriod) {
-    HbLTimerMng* manager = HbLTimerMng::GetTimerMng();
-    CallLog log;
+TEST_F(HbLTimerMngRealClockTest, UseManualClock_TimerArmedOnTheRealClock_KeepsAtMostItsPeriod) {
     NamedTimer timer("t", &log);
     HbLTimerSubInfo* handle = manager->AddTimer(&timer, 100000);
     manager->UseManualClock();
@@ -338,8 +501,20 @@ TEST(HbLTimerMngRealClockTest, UseManualClock_TimerArmedOnTheRealClock_KeepsAtMo
     EXPECT_FALSE(manager->IsActive(handle, &timer));
 }
 
-TEST(HbLTimerMngRealClockTest, SetTimeScale_OutsideItsRange_IsIgnored) {
-    HbLTimerMng* manager = HbLTimerMng::GetTimerMng();
+TEST_F(HbLTimerMngRealClockTest, UseRealClock_TimerArmedOnTheManualClock_FiresOnTheRealClock) {
+    manager->UseManualClock();
+    NamedTimer timer("t", &log);
+    TestEvent fired;
+    timer.action = [&fired] { fired.set(); };
+    manager->AddTimer(&timer, 20);
+    manager->AdvanceClock(10);
+    EXPECT_EQ(0, timer.fired.load());
+    manager->UseRealClock();  // the remaining 10 ms now pass on their own
+    fired.wait();
+    EXPECT_EQ(1, timer.fired.load());
+}
+
+TEST_F(HbLTimerMngRealClockTest, SetTimeScale_OutsideItsRange_IsIgnored) {
     manager->SetTimeScale(0.5);
     manager->SetTimeScale(0.0);
     manager->SetTimeScale(-1.0);
@@ -349,11 +524,14 @@ TEST(HbLTimerMngRealClockTest, SetTimeScale_OutsideItsRange_IsIgnored) {
     EXPECT_EQ(1000.0, manager->GetTimeScale());
 }
 
-// The setting is read when the manager is created, so each case runs in a
-// fresh child process.
+// Each case of the death-test suite runs in a child process forked from a
+// process that has not created the timer manager yet: ctest runs every case
+// in a process of its own, and a binary run whole runs the death-test suites
+// before all other tests. "fast" forks without re-executing the binary, which
+// also works under qemu-arm.
+
+// The setting is read when the manager is created.
 TEST(HbLTimerMngDeathTest, TimeScale_FromTheEnvironment_ReadWhenTheManagerIsCreated) {
-    // "fast" forks without re-executing the binary, which also works under qemu-arm;
-    // each test case runs in a process of its own, so nothing ran before.
     GTEST_FLAG_SET(death_test_style, "fast");
     EXPECT_EXIT(
         {
@@ -379,4 +557,26 @@ TEST(HbLTimerMngDeathTest, TimeScale_FromTheEnvironment_ReadWhenTheManagerIsCrea
             std::exit(HbLTimerMng::GetTimerMng()->GetTimeScale() == 1.0 ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
+}
+
+// Stop() ends the manager of the process for good.
+TEST(HbLTimerMngDeathTest, Stop_ThenAddTimer_ArmsNothing) {
+    GTEST_FLAG_SET(death_test_style, "fast");
+    EXPECT_EXIT(
+        {
+            HbLTimerMng* manager = HbLTimerMng::GetTimerMng();
+            manager->UseManualClock();
+            CallLog log;
+            NamedTimer timer("t", &log);
+            manager->AddTimer(&timer, 10);
+            manager->Stop();
+            const size_t armedAfterStop = manager->ActiveCount();
+            HbLTimerSubInfo* handle = manager->AddTimer(&timer, 10);
+            manager->AdvanceClock(100);  // returns at once once stopped
+            const int fired = timer.fired.load();
+            std::fprintf(stderr, "armed %zu, handle %s, fired %d\n", armedAfterStop,
+                         handle == nullptr ? "null" : "set", fired);
+            std::exit(armedAfterStop == 0 && handle == nullptr && fired == 0 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "armed 0, handle null, fired 0\n");
 }

@@ -22,6 +22,8 @@
 #include "HbFramework/HbLTimerMng.h"
 #include "MoxProtocolHarness.h"
 #include "TestDir.h"
+#include "TestEvent.h"
+#include "TimerCallGate.h"
 #include "private/MoxProtocol.h"
 #include "private/MoxResultFile.h"
 #include "private/MoxState.h"
@@ -31,6 +33,14 @@ namespace {
 using namespace moxtest;
 
 class MoxProtocolThreadTest : public ProtocolFixture {};
+
+// Runs `body` on a new thread named `name`.
+std::thread named(const std::string& name, std::function<void()> body) {
+    return std::thread([name, body] {
+        TimerCallGate::nameThisThread(name);
+        body();
+    });
+}
 
 }  // namespace
 
@@ -96,6 +106,123 @@ TEST_F(MoxProtocolThreadTest, ExpiriesOnManagerThreadWhileFramesArrive_StatesAnd
     for (const std::string& message : dbg.texts()) {
         EXPECT_EQ(std::string::npos, message.find("index error")) << message;
     }
+}
+
+// --- The command timer restarted and stopped from two threads -----------------------
+//
+// Frames arrive on the worker ("HbWorker") while the timer's expiry runs on
+// the manager's thread ("HbLTimerMng"); both restart or stop the command
+// timer. Each test holds one thread between two timer steps (TimerCallGate)
+// to force one interleaving, then checks that the timer is armed at most once
+// and that a stop after the last restart leaves it disarmed.
+
+// A late acceptance (0x8010) restarts the timer on the worker while the
+// expiry in 103 restarts it for the cancel; both found it disarmed.
+TEST_F(MoxProtocolThreadTest, RestartOnTheWorker_WhileTheExpirysCancelRestarts_ArmsTheTimerOnce) {
+    startLookup();
+    recorder->clear();
+    TimerCallGate gate(nullptr);
+    gate.holdAt("HbLTimerMng", HbLTimerMng::en_CALL_IS_ACTIVE, 2);
+    std::thread clock([this] { advance(10000); });
+    gate.waitHeld("HbLTimerMng");  // timed out, 4 and 104 set; the cancel's restart found no arming
+    std::thread worker = named("HbWorker", [] { feed(answer(0x8010)); });
+    worker.join();
+    gate.resume("HbLTimerMng");
+    clock.join();
+
+    const Texts steps = {"HbLTimerMng IsActive", "HbLTimerMng IsActive", "HbWorker IsActive",
+                         "HbWorker IsActive",    "HbWorker AddTimer",    "HbLTimerMng AddTimer"};
+    EXPECT_EQ(steps, gate.steps());
+    EXPECT_EQ(1u, armed());
+    EXPECT_EQ(States({4, 104, 103}), recorder->states());
+    EXPECT_EQ(std::vector<Bytes>({kCancel}), recorder->frames());
+
+    // One wait runs, not two: it times out once (103: 4, 104 and one cancel),
+    // then the cancel's wait ends in 100.
+    advance(10000);
+    EXPECT_EQ(States({4, 104, 103, 4, 104}), recorder->states());
+    EXPECT_EQ(std::vector<Bytes>({kCancel, kCancel}), recorder->frames());
+    EXPECT_EQ(1u, armed());
+    advance(10000);
+    EXPECT_EQ(States({4, 104, 103, 4, 104, 100}), recorder->states());
+    EXPECT_EQ(0u, armed());
+    EXPECT_EQ(Texts(), dbg.texts());
+}
+
+// The worker has armed the timer (0x8010) but not yet stored the handle when
+// that arming expires; the expiry's cancel arms the timer anew and stores its
+// handle first. The phone's answer to the cancel must still stop the timer.
+TEST_F(MoxProtocolThreadTest, CancelAnswer_AfterTheWorkersHandleStoreLandedLast_StopsTheTimer) {
+    startLookup();
+    recorder->clear();
+    TimerCallGate gate(nullptr);
+    gate.holdAt("HbWorker", HbLTimerMng::en_CALL_ADD_TIMER, 1);
+    std::thread worker = named("HbWorker", [] { feed(answer(0x8010)); });
+    gate.waitHeld("HbWorker");
+    advance(10000);  // the worker's arming expires: 4, 104, the cancel's restart
+    gate.resume("HbWorker");
+    worker.join();
+
+    const Texts steps = {"HbWorker IsActive",   "HbWorker RemoveTimer", "HbWorker IsActive",
+                         "HbWorker AddTimer",   "HbLTimerMng IsActive", "HbLTimerMng IsActive",
+                         "HbLTimerMng AddTimer"};
+    EXPECT_EQ(steps, gate.steps());
+    EXPECT_EQ(1u, armed());
+    EXPECT_EQ(States({4, 104}), recorder->states());
+
+    feed(answer(0x8FFF));
+    EXPECT_EQ(0u, armed());
+    EXPECT_EQ(States({4, 104, 100}), recorder->states());
+    advance(20000);
+    EXPECT_EQ(States({4, 104, 100}), recorder->states());
+    EXPECT_EQ(std::vector<Bytes>({kCancel}), recorder->frames());
+    EXPECT_EQ(Texts(), dbg.texts());
+}
+
+// The expiry in 103 is about to restart the timer for its cancel when the
+// worker arms it (0x8010), then stops it (0x8FFF) and waits inside
+// RemoveTimer for the running expiry. The expiry's restart replaces the
+// worker's arming and stores its handle; the worker's stop then clears the
+// handle after that store. The timer must end disarmed, and a stop after the
+// last restart must leave it so.
+TEST_F(MoxProtocolThreadTest, StopOnTheWorker_WaitingForTheExpirysRestart_LeavesTheTimerDisarmed) {
+    startLookup();
+    recorder->clear();
+    TimerCallGate gate(nullptr);
+    gate.holdAt("HbLTimerMng", HbLTimerMng::en_CALL_IS_ACTIVE, 1);
+    TestEvent stopWaitingOrDone;
+    std::atomic<bool> stopWaited{false};
+    HbLTimerMng::GetTimerMng()->SetRemoveWaitHook([&stopWaitingOrDone, &stopWaited] {
+        stopWaited = true;
+        stopWaitingOrDone.set();
+    });
+    std::thread clock([this] { advance(10000); });
+    gate.waitHeld("HbLTimerMng");  // timed out, 4 and 104 set; the cancel's restart begins
+    std::thread worker = named("HbWorker", [&stopWaitingOrDone] {
+        feed(answer(0x8010));
+        feed(answer(0x8FFF));
+        stopWaitingOrDone.set();
+    });
+    stopWaitingOrDone.wait();
+    gate.resume("HbLTimerMng");
+    worker.join();
+    clock.join();
+    HbLTimerMng::GetTimerMng()->SetRemoveWaitHook(nullptr);
+
+    EXPECT_TRUE(stopWaited.load());
+    const Texts steps = {"HbLTimerMng IsActive",    "HbWorker IsActive",    "HbWorker IsActive",
+                         "HbWorker AddTimer",       "HbWorker IsActive",    "HbLTimerMng IsActive",
+                         "HbLTimerMng RemoveTimer", "HbLTimerMng AddTimer", "HbWorker RemoveTimer"};
+    EXPECT_EQ(steps, gate.steps());
+    EXPECT_EQ(0u, armed());
+    EXPECT_EQ(States({4, 104, 103, 100}), recorder->states());
+    EXPECT_EQ(std::vector<Bytes>({kCancel}), recorder->frames());
+
+    protocol->moxCmdTimerStopIfNeeded();
+    EXPECT_EQ(0u, armed());
+    advance(20000);
+    EXPECT_EQ(States({4, 104, 103, 100}), recorder->states());
+    EXPECT_EQ(Texts(), dbg.texts());
 }
 
 // The expiry of a lookup is held inside its first state notification while

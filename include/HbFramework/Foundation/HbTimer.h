@@ -4,8 +4,15 @@
 //   timer->setSubInfo(HbLTimerMng::GetTimerMng()->AddTimer(timer, timer->getPeriod()));
 //
 // The owner arms and disarms it through HbLTimerMng and keeps the returned
-// handle in the timer. The handle is read and written from the owner's threads
-// and from the manager's thread (inside the callback), so it is atomic.
+// handle in the timer (null until armed; the owner clears it after disarming).
+// The handle is read and written from the owner's threads and from the
+// manager's thread (inside the callback), so it is atomic: a load sees one
+// whole stored value. When two threads store at once, either store may land
+// last. The host manager (HbLTimerMng.h) makes every such order harmless: the
+// handle it returns names the timer, not one arming, and is the same on every
+// arming; it takes null as naming the timer too; and it arms a timer at most
+// once. So whatever the field holds, IsActive(getSubInfo(), timer) tells
+// whether the timer is armed and RemoveTimer(getSubInfo(), timer) disarms it.
 #ifndef HB_FOUNDATION_HBTIMER_H
 #define HB_FOUNDATION_HBTIMER_H
 
@@ -53,7 +60,7 @@ private:
     ExpiryCallback mExpiry;                  // fixed at construction
     PeriodCallback mPeriodChanged;           // fixed at construction; may be null
     std::atomic<uint32> mPeriod;             // any thread
-    std::atomic<HbLTimerSubInfo*> mSubInfo;  // any thread; null while not armed
+    std::atomic<HbLTimerSubInfo*> mSubInfo;  // any thread; null or this timer's handle
 };
 
 #endif  // HB_FOUNDATION_HBTIMER_H

@@ -16,12 +16,12 @@ const double kMaxScale = 1000.0;  // largest accepted time scale
 
 // Handles are plain numbers carried in a pointer-typed token; they are never
 // dereferenced, so a stale handle can only fail to match.
-HbLTimerSubInfo* toHandle(uint32 token) {
-    return reinterpret_cast<HbLTimerSubInfo*>(static_cast<std::uintptr_t>(token));
+HbLTimerSubInfo* toHandle(std::uintptr_t token) {
+    return reinterpret_cast<HbLTimerSubInfo*>(token);
 }
 
-uint32 toToken(HbLTimerSubInfo* handle) {
-    return static_cast<uint32>(reinterpret_cast<std::uintptr_t>(handle));
+std::uintptr_t toToken(HbLTimerSubInfo* handle) {
+    return reinterpret_cast<std::uintptr_t>(handle);
 }
 
 uint64 steadyMs() {
@@ -58,6 +58,7 @@ HbLTimerMng* HbLTimerMng::GetTimerMng() {
 
 HbLTimerMng::HbLTimerMng()
     : mNextToken(1),
+      mNextOrder(0),
       mManual(false),
       mManualNowMs(0),
       mScale(scaleFromEnvironment()),
@@ -77,11 +78,20 @@ uint64 HbLTimerMng::nowMsLocked() const {
     return mManual ? mManualNowMs : steadyMs();
 }
 
-HbLTimerSubInfo* HbLTimerMng::AddTimer(HbLTimerBase* timer, uint32 periodMs) {
-    if (timer == nullptr) {
-        return nullptr;
+// The arming of `timer` when `handle` names it (the timer's own token or
+// null); end() when the timer is not armed or the handle is another timer's.
+HbLTimerMng::Armings::iterator HbLTimerMng::findLocked(HbLTimerSubInfo* handle,
+                                                       HbLTimerBase* timer) {
+    auto it = mArmings.find(timer);
+    if (it == mArmings.end() || handle == nullptr || toToken(handle) == it->second.token) {
+        return it;
     }
-    std::lock_guard<std::mutex> lock(mMutex);
+    return mArmings.end();
+}
+
+// Arms `timer` once, replacing an arming it has; gives the timer its token on
+// its first arming.
+HbLTimerSubInfo* HbLTimerMng::armLocked(HbLTimerBase* timer, uint32 periodMs) {
     if (mStopping) {
         return nullptr;
     }
@@ -89,22 +99,53 @@ HbLTimerSubInfo* HbLTimerMng::AddTimer(HbLTimerBase* timer, uint32 periodMs) {
     if (!mManual && mScale != 1.0) {
         delay = static_cast<uint64>(std::ceil(static_cast<double>(periodMs) * mScale));
     }
-    uint32 token = mNextToken++;
-    if (mNextToken == 0) {
-        mNextToken = 1;  // 0 is the null handle
+    if (timer->mMngToken == 0) {
+        timer->mMngToken = mNextToken++;
+        if (mNextToken == 0) {
+            mNextToken = 1;  // 0 is the null handle
+        }
     }
-    mArmings[token] = Arming{timer, nowMsLocked() + delay};
+    mArmings[timer] = Arming{timer->mMngToken, nowMsLocked() + delay, mNextOrder++};
     mWake.notify_all();
-    return toHandle(token);
+    return toHandle(timer->mMngToken);
+}
+
+// Runs the call hook, if any, with the lock released; the call has taken
+// effect and its result is settled.
+void HbLTimerMng::returnThroughHook(std::unique_lock<std::mutex>& lock, EN_CALL call,
+                                    HbLTimerBase* timer) {
+    if (!mCallHook) {
+        return;
+    }
+    CallHook hook = mCallHook;
+    lock.unlock();
+    hook(call, timer);
+}
+
+HbLTimerSubInfo* HbLTimerMng::AddTimer(HbLTimerBase* timer, uint32 periodMs) {
+    if (timer == nullptr) {
+        return nullptr;
+    }
+    std::unique_lock<std::mutex> lock(mMutex);
+    HbLTimerSubInfo* handle = armLocked(timer, periodMs);
+    returnThroughHook(lock, en_CALL_ADD_TIMER, timer);
+    return handle;
 }
 
 bool HbLTimerMng::IsActive(HbLTimerSubInfo* handle, HbLTimerBase* timer) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    auto it = mArmings.find(toToken(handle));
-    return it != mArmings.end() && it->second.timer == timer;
+    if (timer == nullptr) {
+        return false;
+    }
+    std::unique_lock<std::mutex> lock(mMutex);
+    const bool active = findLocked(handle, timer) != mArmings.end();
+    returnThroughHook(lock, en_CALL_IS_ACTIVE, timer);
+    return active;
 }
 
 bool HbLTimerMng::RemoveTimer(HbLTimerSubInfo* handle, HbLTimerBase* timer) {
+    if (timer == nullptr) {
+        return false;
+    }
     std::unique_lock<std::mutex> lock(mMutex);
     // A callback may remove its own timer; only other threads wait for it.
     if (std::this_thread::get_id() != mThreadId && mRunningTimer == timer) {
@@ -113,13 +154,14 @@ bool HbLTimerMng::RemoveTimer(HbLTimerSubInfo* handle, HbLTimerBase* timer) {
         }
         mCallbackDone.wait(lock, [this, timer] { return mRunningTimer != timer; });
     }
-    auto it = mArmings.find(toToken(handle));
-    if (it == mArmings.end() || it->second.timer != timer) {
-        return false;
+    auto found = findLocked(handle, timer);
+    const bool removed = found != mArmings.end();
+    if (removed) {
+        mArmings.erase(found);
+        mWake.notify_all();
     }
-    mArmings.erase(it);
-    mWake.notify_all();
-    return true;
+    returnThroughHook(lock, en_CALL_REMOVE_TIMER, timer);
+    return removed;
 }
 
 void HbLTimerMng::UseManualClock() {
@@ -160,9 +202,29 @@ void HbLTimerMng::AdvanceClock(uint32 ms) {
     });
 }
 
+void HbLTimerMng::UseRealClock() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (!mManual) {
+        return;
+    }
+    uint64 now = steadyMs();
+    for (auto& entry : mArmings) {
+        uint64 remaining =
+            entry.second.dueMs > mManualNowMs ? entry.second.dueMs - mManualNowMs : 0;
+        entry.second.dueMs = now + remaining;
+    }
+    mManual = false;
+    mWake.notify_all();
+}
+
 void HbLTimerMng::SetRemoveWaitHook(std::function<void()> hook) {
     std::lock_guard<std::mutex> lock(mMutex);
     mRemoveWaitHook = std::move(hook);
+}
+
+void HbLTimerMng::SetCallHook(CallHook hook) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mCallHook = std::move(hook);
 }
 
 void HbLTimerMng::SetTimeScale(double scale) {
@@ -206,15 +268,18 @@ bool HbLTimerMng::runOneDue(std::unique_lock<std::mutex>& lock) {
     const uint64 now = nowMsLocked();
     auto due = mArmings.end();
     for (auto it = mArmings.begin(); it != mArmings.end(); ++it) {
-        if (it->second.dueMs <= now &&
-            (due == mArmings.end() || it->second.dueMs < due->second.dueMs)) {
+        if (it->second.dueMs > now) {
+            continue;
+        }
+        if (due == mArmings.end() || it->second.dueMs < due->second.dueMs ||
+            (it->second.dueMs == due->second.dueMs && it->second.order < due->second.order)) {
             due = it;
         }
     }
     if (due == mArmings.end()) {
         return false;
     }
-    HbLTimerBase* timer = due->second.timer;
+    HbLTimerBase* timer = due->first;
     mArmings.erase(due);
     mRunningTimer = timer;
     lock.unlock();

@@ -15,10 +15,25 @@
 // Thread rules:
 // - Received frames, commands and the result file are handled on one thread,
 //   the unit's worker; mExpectedChunkIndex belongs to it.
-// - timeoutMoxCmdTimer() runs on the timer manager's thread. It touches only
-//   the result state (guarded inside MoxState), the timer (whose handle is
-//   atomic) and the subject (safe from any thread).
-// - This class holds no lock of its own.
+// - timeoutMoxCmdTimer() runs on the timer manager's thread. It reads and sets
+//   the result state, restarts the command timer when it sends the cancel,
+//   and raises the cancel frame on the subject (safe from any thread).
+// - This class holds no lock of its own, so the worker and the expiry
+//   interleave freely. Each single step is atomic: one read or one store of
+//   the result state (locked inside MoxState), one call to the timer manager,
+//   one load or store of the timer's handle. No sequence of them is:
+//   "read the state, then act", and the steps of moxCmdTimerRestart() and
+//   moxCmdTimerStopIfNeeded() ("if armed, remove; add; store the handle").
+// - What holds for the command timer rests on the timer manager: it arms a
+//   timer at most once, its handle for a timer never goes stale (null
+//   included), and a remove on the worker waits for a running expiry. So
+//   after any interleaving the timer is armed at most once, and a stop that
+//   starts after the last restart has returned leaves it disarmed.
+// - Which of two racing steps wins is not decided. A stop racing with the
+//   expiry's restart may leave the cancel's wait armed; an expiry that has
+//   read 103 acts on it even if the worker completes or ends the lookup
+//   meanwhile, so a lookup finished at the moment its wait runs out may still
+//   be followed by 4, 104 and a cancel.
 #ifndef MOX_PRIVATE_MOXPROTOCOL_H
 #define MOX_PRIVATE_MOXPROTOCOL_H
 

@@ -1,7 +1,7 @@
 // A one-shot event for ordering test threads without sleeping: wait() returns
 // once set() has been called (before or after). Can be used from any thread.
-#ifndef MOX_TESTS_FRAMEWORK_TESTEVENT_H
-#define MOX_TESTS_FRAMEWORK_TESTEVENT_H
+#ifndef MOX_TESTS_TESTEVENT_H
+#define MOX_TESTS_TESTEVENT_H
 
 #include <condition_variable>
 #include <mutex>
@@ -30,4 +30,4 @@ private:
     bool mSet = false;
 };
 
-#endif  // MOX_TESTS_FRAMEWORK_TESTEVENT_H
+#endif  // MOX_TESTS_TESTEVENT_H
