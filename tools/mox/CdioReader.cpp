@@ -2,7 +2,9 @@
 
 #include <cdio/cdio.h>
 #include <cdio/logging.h>
+#include <fcntl.h>
 #include <strings.h>
+#include <unistd.h>
 
 namespace {
 
@@ -53,6 +55,33 @@ bool hasExtension(const std::string& path, const char* extension) {
            ::strcasecmp(path.c_str() + path.size() - length, extension) == 0;
 }
 
+// libcdio opens the files that a cdrdao TOC file names relative to the
+// working directory, while cdrdao writes them relative to the TOC file: the
+// file is opened from its own directory, and the working directory put back.
+CdIo_t* openCdrdao(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return cdio_open_cdrdao(path.c_str());
+    }
+    const int saved = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::string directory = slash == 0 ? "/" : path.substr(0, slash);
+    if (saved < 0 || ::chdir(directory.c_str()) != 0) {
+        if (saved >= 0) {
+            ::close(saved);
+        }
+        return cdio_open_cdrdao(path.c_str());
+    }
+    CdIo_t* cdio = cdio_open_cdrdao(path.c_str() + slash + 1);
+    const int back = ::fchdir(saved);
+    ::close(saved);
+    if (back != 0 && cdio != nullptr) {
+        cdio_log(CDIO_LOG_WARN, "cannot return to the working directory");
+        cdio_destroy(cdio);
+        return nullptr;
+    }
+    return cdio;
+}
+
 CdIo_t* openImage(const std::string& path) {
     if (hasExtension(path, ".cue")) {
         return cdio_open_cue(path.c_str());
@@ -61,7 +90,7 @@ CdIo_t* openImage(const std::string& path) {
         return cdio_open_bincue(path.c_str());
     }
     if (hasExtension(path, ".toc") || cdio_is_tocfile(path.c_str())) {
-        return cdio_open_cdrdao(path.c_str());
+        return openCdrdao(path);
     }
     if (hasExtension(path, ".nrg") || cdio_is_nrg(path.c_str())) {
         return cdio_open_nrg(path.c_str());

@@ -11,7 +11,10 @@ class CdioReader {
 public:
     // `path` names a CUE sheet (its image beside it with the sheet's name and
     // ".bin"), a BIN file (its sheet beside it), a cdrdao TOC file or an NRG
-    // image. False with a one-line reason when libcdio cannot read it.
+    // image. False with a one-line reason when libcdio cannot read it. A
+    // cdrdao TOC file is opened from its own directory, as the names of the
+    // files in it are relative to it: the working directory changes for the
+    // call, so call this before starting threads that depend on it.
     static bool readImage(const std::string& path, DiscLayout* layout, std::string* why);
 
     // `device` names a CD drive; empty for the default drive. False with a

@@ -78,8 +78,9 @@ std::string DiscImageFiles::writeCdrdaoToc(const std::string& dir, const std::st
     for (const ImageTrack& track : tracks) {
         const uint32_t length = track.pregap + track.sectors;
         text += track.audio ? "\nTRACK AUDIO\n" : "\nTRACK MODE1_RAW\n";
-        text += std::string(track.audio ? "FILE" : "DATAFILE") + " \"" + name + ".bin\" " +
-                (track.audio ? msf(at) + " " : "") + msf(length) + "\n";
+        // libcdio takes a track's start and length only from FILE lines (it
+        // misplaces DATAFILE tracks), so data tracks are written with FILE too.
+        text += "FILE \"" + name + ".bin\" " + msf(at) + " " + msf(length) + "\n";
         if (track.pregap > 0) {
             text += "START " + msf(track.pregap) + "\n";
         }

@@ -1,12 +1,36 @@
 #include "ReferenceReads.h"
 
 #include <cdio/cdio.h>
+#include <cdio/memory.h>
 #include <discid/discid.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace {
+
+// libcdio opens the files of a cdrdao TOC file relative to the working
+// directory; the tests' TOC files name them relative to themselves.
+CdIo_t* openCdrdaoFromItsDirectory(const std::string& path) {
+    char* here = ::getcwd(nullptr, 0);
+    const size_t slash = path.rfind('/');
+    if (here == nullptr || slash == std::string::npos ||
+        ::chdir(path.substr(0, slash).c_str()) != 0) {
+        std::free(here);
+        return cdio_open_cdrdao(path.c_str());
+    }
+    CdIo_t* cdio = cdio_open_cdrdao(path.c_str() + slash + 1);
+    const int back = ::chdir(here);
+    std::free(here);
+    return back == 0 ? cdio : nullptr;
+}
+
+}  // namespace
 
 CdioTrackList readWithLibcdio(const std::string& path, CdioImageKind kind) {
     CdioTrackList list;
     CdIo_t* cdio = kind == CdioImageKind::BIN_CUE ? cdio_open_cue(path.c_str())
-                                                  : cdio_open_cdrdao(path.c_str());
+                                                  : openCdrdaoFromItsDirectory(path);
     if (cdio == nullptr) {
         return list;
     }

@@ -22,7 +22,8 @@ struct DiscIdPair {
 
 enum class CdioImageKind { BIN_CUE, CDRDAO };
 
-// Opens `path` with cdio_open_cue or cdio_open_cdrdao and lists its tracks.
+// Opens `path` with cdio_open_cue or cdio_open_cdrdao (from the TOC file's own
+// directory) and lists its tracks.
 CdioTrackList readWithLibcdio(const std::string& path, CdioImageKind kind);
 
 // discid_put on tracks first.. with `offsets` and `leadOut`; empty IDs when
