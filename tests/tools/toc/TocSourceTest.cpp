@@ -144,7 +144,7 @@ TEST_F(TocSourceTest, ReadDiscToc_WhenBinCueOf99Tracks_GivesThemAll) {
 }
 
 TEST_F(TocSourceTest, ReadDiscToc_WhenSheetNamesAnotherBin_ReadsWhatLibcdioReadsOfThatImage) {
-    const std::vector<ImageTrack> tracks = {audio(13000), audio(2000, 150), data(5000)};
+    const std::vector<ImageTrack> tracks = {audio(3000), audio(14000, 150), data(5000)};
     const std::string cue = DiscImageFiles::writeBinCue(dir.path(), "image", tracks);
     const std::string other = dir.file("renamed.cue");
     const std::vector<unsigned char> sheet = TestDir::readFile(cue);
