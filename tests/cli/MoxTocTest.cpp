@@ -232,7 +232,7 @@ TEST_F(MoxTocTest, Refuses_WhenCueSheetIsMalformed) {
 TEST_F(MoxTocTest, Refuses_WhenCueSheetHas100Tracks) {
     const std::string cue = DiscImageFiles::writeAudioCue(
         dir.path(), "hundred", std::vector<ImageTrack>(100, audio(75)), Format::FLAC);
-    expectRefused({"--cue", cue}, cue + ": malformed CUE sheet (too many tracks)");
+    expectRefused({"--cue", cue}, cue + ": 100 tracks: a CD holds at most 99");
 }
 
 TEST_F(MoxTocTest, Refuses_WhenCueSheetMissing) {

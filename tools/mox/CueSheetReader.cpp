@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "StderrCapture.h"
+#include "TocInput.h"
 
 namespace {
 
@@ -62,18 +63,19 @@ bool readText(const std::string& path, std::string* text, std::string* why) {
     return !failed;
 }
 
-// True when some line of the sheet is a TRACK command.
-bool hasTrackLine(const std::string& text) {
+// Lines of the sheet that are TRACK commands.
+size_t countTrackLines(const std::string& text) {
     std::istringstream lines(text);
     std::string word;
     std::string line;
+    size_t count = 0;
     while (std::getline(lines, line)) {
         std::istringstream words(line);
         if (words >> word && ::strcasecmp(word.c_str(), "TRACK") == 0) {
-            return true;
+            ++count;
         }
     }
-    return false;
+    return count;
 }
 
 std::string firstLine(const std::string& text) {
@@ -142,8 +144,15 @@ bool CueSheetReader::parse(const std::string& cuePath, std::string* why) {
     if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
         text.erase(0, 3);  // rippers on some systems start the sheet with a UTF-8 byte-order mark
     }
-    if (!hasTrackLine(text)) {
+    const size_t trackLines = countTrackLines(text);
+    if (trackLines == 0) {
         *why = cuePath + ": a CUE sheet without tracks";
+        return false;
+    }
+    if (trackLines > MAX_CD_TRACKS) {
+        // Said here: libcue refuses such a sheet too, but loses memory doing so.
+        *why = cuePath + ": " + std::to_string(trackLines) + " tracks: a CD holds at most " +
+               std::to_string(MAX_CD_TRACKS);
         return false;
     }
     // libcue reports syntax errors on stderr and may still return a partial parse.

@@ -24,7 +24,8 @@ public:
     };
 
     // Parses `cuePath`. False with a one-line reason for a missing or
-    // unreadable sheet, a sheet without tracks or a malformed one.
+    // unreadable sheet, a sheet without tracks or with more than 99, or a
+    // malformed one.
     bool parse(const std::string& cuePath, std::string* why);
 
     // The files the sheet names, each once, in order.

@@ -114,6 +114,16 @@ TEST_F(CueSheetReaderTest, Parse_WhenSheetIsEmpty_NamesTheSheetWithoutTracks) {
     EXPECT_EQ(parseFailure(path), path + ": a CUE sheet without tracks");
 }
 
+TEST_F(CueSheetReaderTest, Parse_WhenMoreThan99Tracks_Refuses) {
+    std::string text = "FILE \"a.wav\" WAVE\n";
+    for (int i = 1; i <= 100; ++i) {
+        text += "  TRACK " + std::to_string(i) +
+                " AUDIO\n    INDEX 01 00:" + std::to_string(10 + i % 50) + ":00\n";
+    }
+    const std::string path = sheet("hundred.cue", text);
+    EXPECT_EQ(parseFailure(path), path + ": 100 tracks: a CD holds at most 99");
+}
+
 TEST_F(CueSheetReaderTest, Parse_WhenUnknownCommand_CallsTheSheetMalformed) {
     const std::string path = sheet("bad.cue",
                                    "FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\n"
