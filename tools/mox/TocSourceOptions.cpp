@@ -3,15 +3,22 @@
 CLI::Option_group* TocSourceOptions::addTo(CLI::App& app) {
     CLI::Option_group* group =
         app.add_option_group("TOC source", "where the disc's TOC comes from (exactly one)");
-    mOffsetsOption = group->add_option(
-        "--offsets", mOffsets, "frame offsets (LBA + 150) of the tracks, then of the lead-out");
-    mCueOption = group->add_option(
-        "--cue", mCue, "a CUE sheet: a BIN/CUE image, or one WAV or FLAC file per track");
+    mOffsetsOption =
+        group
+            ->add_option("--offsets", mOffsets,
+                         "frame offsets (LBA + 150) of the tracks, then of the lead-out")
+            ->type_name("N");
+    mCueOption = group
+                     ->add_option("--cue", mCue,
+                                  "a CUE sheet: a BIN/CUE image, or one WAV or FLAC file per track")
+                     ->type_name("FILE");
     mImageOption =
-        group->add_option("--image", mImage, "a BIN/CUE image, a cdrdao TOC file or an NRG image");
+        group->add_option("--image", mImage, "a BIN/CUE image, a cdrdao TOC file or an NRG image")
+            ->type_name("FILE");
     mDeviceOption =
         group->add_option("--device", mDevice, "the CD in a drive; the default drive without PATH")
-            ->expected(0, 1);
+            ->expected(0, 1)
+            ->type_name("[PATH]");
     group->require_option(1);
     return group;
 }
