@@ -10,6 +10,7 @@ int main(int argc, char** argv) {
     std::vector<Command> commands;
     commands.push_back(addDumpCommand(app));
     commands.push_back(addSearchCommand(app));
+    commands.push_back(addTocCommand(app));
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {

@@ -1,0 +1,119 @@
+#include "TocSource.h"
+
+#include <strings.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "CdioReader.h"
+#include "CueSheetReader.h"
+#include "DiscIds.h"
+#include "DiscLayout.h"
+#include "TocInput.h"
+
+namespace {
+
+bool isCueSheetName(const std::string& path) {
+    const size_t length = 4;  // ".cue"
+    return path.size() > length && ::strcasecmp(path.c_str() + path.size() - length, ".cue") == 0;
+}
+
+// The file a user named must be there and be a file before any library looks at it.
+bool checkFile(const std::string& path, std::string* why) {
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0) {
+        *why = path + ": " + std::strerror(errno);
+        return false;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        *why = path + ": not a regular file";
+        return false;
+    }
+    return true;
+}
+
+bool sameFile(const std::string& a, const std::string& b) {
+    struct stat infoA;
+    struct stat infoB;
+    return !a.empty() && !b.empty() && ::stat(a.c_str(), &infoA) == 0 &&
+           ::stat(b.c_str(), &infoB) == 0 && infoA.st_dev == infoB.st_dev &&
+           infoA.st_ino == infoB.st_ino;
+}
+
+// A sheet naming one file, the very BIN that libcdio reads for it, is a
+// BIN/CUE image for libcdio; any other sheet is placed from its files' lengths.
+bool readCueSheet(const std::string& path, DiscLayout* layout, std::string* why) {
+    CueSheetReader sheet;
+    if (!sheet.parse(path, why)) {
+        return false;
+    }
+    const std::vector<std::string> files = sheet.files();
+    if (files.size() == 1 && sameFile(files.front(), CdioReader::binForCue(path))) {
+        return CdioReader::readImage(path, layout, why);
+    }
+    return sheet.readLayout(layout, why);
+}
+
+bool readLayout(const TocRequest& request, DiscLayout* layout, std::string* why) {
+    switch (request.origin) {
+        case TocOrigin::CUE:
+            return checkFile(request.path, why) && readCueSheet(request.path, layout, why);
+        case TocOrigin::IMAGE:
+            if (!checkFile(request.path, why)) {
+                return false;
+            }
+            return isCueSheetName(request.path) ? readCueSheet(request.path, layout, why)
+                                                : CdioReader::readImage(request.path, layout, why);
+        case TocOrigin::DEVICE:
+            return CdioReader::readDevice(request.path, layout, why);
+        case TocOrigin::OFFSETS:
+            break;
+    }
+    *why = "no disc named";
+    return false;
+}
+
+// TOC text and disc IDs for the tracks and lead-out already in `toc`.
+bool completeToc(DiscToc* toc, std::string* why) {
+    std::vector<uint32> all = toc->offsets;
+    all.push_back(toc->leadOut);
+    return tocFromOffsets(all, &toc->toc, why) &&
+           computeDiscIds(toc->first, toc->offsets, toc->leadOut, &toc->musicBrainzId,
+                          &toc->freedbId, why);
+}
+
+bool tocOfOffsets(const std::vector<uint32>& offsets, DiscToc* toc, std::string* why) {
+    if (!tocFromOffsets(offsets, &toc->toc, why)) {
+        return false;
+    }
+    toc->first = 1;
+    toc->last = static_cast<uint32>(offsets.size() - 1);
+    toc->offsets.assign(offsets.begin(), offsets.end() - 1);
+    toc->leadOut = offsets.back();
+    return completeToc(toc, why);
+}
+
+}  // namespace
+
+bool readDiscToc(const TocRequest& request, DiscToc* out, std::string* why) {
+    DiscToc toc;
+    if (request.origin == TocOrigin::OFFSETS) {
+        if (!tocOfOffsets(request.offsets, &toc, why)) {
+            return false;
+        }
+        *out = toc;
+        return true;
+    }
+    DiscLayout layout;
+    if (!readLayout(request, &layout, why)) {
+        return false;
+    }
+    std::string problem;
+    if (!selectAudioTracks(layout, &toc, &problem) || !completeToc(&toc, &problem)) {
+        *why = request.path.empty() ? problem : request.path + ": " + problem;
+        return false;
+    }
+    *out = toc;
+    return true;
+}
