@@ -2,7 +2,7 @@
 #include "moxphone/Faults.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <cctype>
 #include <cstdlib>
 #include <sstream>
 
@@ -277,7 +277,9 @@ std::string Faults::listText() {
         } else if (fault.value == FaultValue::kOptional) {
             out << "[=" << fault.valueName << "]";
         }
-        out << "\n    " << fault.effect << ".\n    Result states: " << fault.outcome << ".\n";
+        std::string effect = fault.effect;
+        effect[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(effect[0])));
+        out << "\n    " << effect << ".\n    Result states: " << fault.outcome << ".\n";
     }
     return out.str();
 }
