@@ -1,6 +1,7 @@
 // mox-phone: the phone application simulator. Listens on a Unix or TCP
 // endpoint and answers the module's lookups from a catalogue, with faults.
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <iostream>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "moxphone/Catalogue.h"
+#include "moxphone/Endpoint.h"
 #include "moxphone/Faults.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
@@ -18,11 +20,12 @@ namespace {
 
 enum ExitCode { kOk = 0, kFailed = 1, kBadUsage = 2 };
 
-// The running server, for the signal handler.
-moxphone::PhoneServer* volatile gServer = nullptr;
+// The running server, for the signal handler (a lock-free atomic is safe to
+// read there).
+std::atomic<moxphone::PhoneServer*> gServer{nullptr};
 
 void onStopSignal(int) {
-    moxphone::PhoneServer* server = gServer;
+    moxphone::PhoneServer* server = gServer.load();
     if (server != nullptr) {
         server->requestStop();
     }
@@ -86,6 +89,11 @@ int main(int argc, char** argv) {
     if (listen.empty()) {
         return usageError("--listen is required (unix:PATH or tcp:127.0.0.1:PORT)");
     }
+    std::string error;
+    moxphone::Endpoint endpoint;
+    if (!moxphone::Endpoint::parse(listen, &endpoint, &error)) {
+        return usageError(error);
+    }
 
     moxphone::PhoneOptions options;
     if (!moxphone::PhoneOptions::parseOs(os, &options.osType)) {
@@ -97,7 +105,6 @@ int main(int argc, char** argv) {
     options.notFoundStatus = static_cast<uint16_t>(notFoundStatus);
     options.chunkSize = chunkSize;
     for (const std::string& spec : faultSpecs) {
-        std::string error;
         if (!options.faults.add(spec, &error)) {
             return usageError(error);
         }
@@ -109,14 +116,18 @@ int main(int argc, char** argv) {
     }
     options.catalogue = catalogue;
     options.timeScale = moxphone::PhoneOptions::timeScaleFromEnvironment();
-    std::string error;
     if (!options.validate(&error)) {
         return usageError(error);
     }
 
     moxphone::PhoneLog log(quiet ? nullptr : &std::cerr);
     moxphone::PhoneServer server(options, log);
+    // Before the socket exists: a signal that comes once it does always
+    // ends the server cleanly.
+    gServer = &server;
+    installSignalHandlers();
     if (!server.listen(listen, allowRemote, &error)) {
+        gServer = nullptr;
         std::cerr << "mox-phone: " << error << "\n";
         return error.find("allow-remote") != std::string::npos ? kBadUsage : kFailed;
     }
@@ -125,8 +136,6 @@ int main(int argc, char** argv) {
     for (const std::string& spec : options.faults.specs()) {
         log.line("fault in force: " + spec);
     }
-    gServer = &server;
-    installSignalHandlers();
     server.run();
     gServer = nullptr;
     return kOk;
