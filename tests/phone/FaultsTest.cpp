@@ -14,11 +14,11 @@ using States = std::vector<uint32_t>;
 
 namespace {
 
-std::string refusal(const std::vector<std::string>& specs) {
+std::string refusal(const std::vector<std::string>& given) {
     Faults faults;
     std::string error;
-    for (const std::string& spec : specs) {
-        if (!faults.add(spec, &error)) {
+    for (const std::string& fault : given) {
+        if (!faults.add(fault, &error)) {
             return error;
         }
     }
@@ -56,7 +56,7 @@ TEST(FaultsTest, Add_NameAlone_InForceWithoutValue) {
     EXPECT_TRUE(faults.has(FaultKind::kShortNotice));
     EXPECT_FALSE(faults.has(FaultKind::kLengthLong));
     EXPECT_EQ(0u, faults.value(FaultKind::kShortNotice));
-    EXPECT_EQ(std::vector<std::string>{"short-notice"}, faults.specs());
+    EXPECT_EQ(std::vector<std::string>{"short-notice"}, faults.given());
     EXPECT_FALSE(faults.empty());
 }
 
@@ -65,7 +65,7 @@ TEST(FaultsTest, Add_StatusWithValue_KeepsTheValue) {
     std::string error;
     ASSERT_TRUE(faults.add("status-ack=65535", &error)) << error;
     EXPECT_EQ(65535u, faults.value(FaultKind::kStatusAck));
-    EXPECT_EQ(std::vector<std::string>{"status-ack=65535"}, faults.specs());
+    EXPECT_EQ(std::vector<std::string>{"status-ack=65535"}, faults.given());
 }
 
 TEST(FaultsTest, Add_SlowChunksWithoutValue_DefaultTwoSeconds) {
@@ -73,7 +73,7 @@ TEST(FaultsTest, Add_SlowChunksWithoutValue_DefaultTwoSeconds) {
     std::string error;
     ASSERT_TRUE(faults.add("slow-chunks", &error)) << error;
     EXPECT_EQ(2000u, faults.value(FaultKind::kSlowChunks));
-    EXPECT_EQ(std::vector<std::string>{"slow-chunks=2000"}, faults.specs());
+    EXPECT_EQ(std::vector<std::string>{"slow-chunks=2000"}, faults.given());
 }
 
 TEST(FaultsTest, Add_SlowChunksZeroAndMaximum_Accepted) {
@@ -121,30 +121,30 @@ TEST(FaultsTest, Add_Refused_SetUnchanged) {
     ASSERT_TRUE(faults.add("length-long", &error));
     EXPECT_FALSE(faults.add("length-short", &error));
     EXPECT_FALSE(faults.has(FaultKind::kLengthShort));
-    EXPECT_EQ(std::vector<std::string>{"length-long"}, faults.specs());
+    EXPECT_EQ(std::vector<std::string>{"length-long"}, faults.given());
 }
 
 TEST(FaultsTest, Add_FaultsOfDifferentAnswers_Combine) {
     Faults faults;
     std::string error;
-    for (const char* spec :
+    for (const char* fault :
          {"status-connect=7", "silent-after-lookup", "short-notice", "repeated-chunk",
           "no-cancel-answer", "status-echo=9", "slow-chunks=10"}) {
-        ASSERT_TRUE(faults.add(spec, &error)) << spec << ": " << error;
+        ASSERT_TRUE(faults.add(fault, &error)) << fault << ": " << error;
     }
     EXPECT_EQ((std::vector<std::string>{"status-connect=7", "silent-after-lookup", "short-notice",
                                         "repeated-chunk", "no-cancel-answer", "status-echo=9",
                                         "slow-chunks=10"}),
-              faults.specs());
+              faults.given());
 }
 
 TEST(FaultsTest, ChangesTransfer_OnlyForFaultsOfTheChunks) {
     for (const moxphone::FaultInfo& fault : Faults::known()) {
         Faults faults;
         std::string error;
-        const std::string spec =
+        const std::string text =
             std::string(fault.name) + (fault.value == moxphone::FaultValue::kRequired ? "=5" : "");
-        ASSERT_TRUE(faults.add(spec, &error)) << error;
+        ASSERT_TRUE(faults.add(text, &error)) << error;
         EXPECT_EQ(std::string(fault.answer) == "the chunk transfer", faults.changesTransfer())
             << fault.name;
     }

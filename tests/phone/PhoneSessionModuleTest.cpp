@@ -238,7 +238,7 @@ TEST_F(PhoneSessionModuleTest, UnknownDiscAnsweredWith103_ModuleCancels) {
 // ---- One fault at a time: the states of the documentation ----
 
 struct FaultCase {
-    const char* spec;
+    const char* text;  // as --fault takes it
     States states;
 };
 
@@ -247,11 +247,11 @@ class PhoneSessionFaultModuleTest : public PhoneSessionModuleTest,
 
 TEST_P(PhoneSessionFaultModuleTest, Lookup_ReachesTheDocumentedStates) {
     const FaultCase& fault = GetParam();
-    EXPECT_EQ(fault.states, lookupWith({fault.spec}));
+    EXPECT_EQ(fault.states, lookupWith({fault.text}));
     Faults parsed;
     std::string error;
-    ASSERT_TRUE(parsed.add(fault.spec, &error)) << error;
-    const std::string name = std::string(fault.spec).substr(0, std::string(fault.spec).find('='));
+    ASSERT_TRUE(parsed.add(fault.text, &error)) << error;
+    const std::string name = std::string(fault.text).substr(0, std::string(fault.text).find('='));
     const moxphone::FaultInfo* info = Faults::find(name);
     ASSERT_NE(nullptr, info);
     EXPECT_EQ(fault.states, Faults::expectedStates(info->kind, parsed.value(info->kind)));

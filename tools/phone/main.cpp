@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
     uint32_t chunkSize = moxphone::PhoneOptions::kDefaultChunkSize;
     uint32_t notFoundStatus = moxphone::PhoneOptions::kDefaultNotFoundStatus;
     std::string os = "android";
-    std::vector<std::string> faultSpecs;
+    std::vector<std::string> faultTexts;
     bool quiet = false;
     bool allowRemote = false;
     bool listFaults = false;
@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
     app.add_option("--not-found-status", notFoundStatus,
                    "Status answered for a disc that is not in the catalogue (default 404)");
     app.add_option("--os", os, "OS type of the device info: android (default) or ios");
-    app.add_option("--fault", faultSpecs, "Fault NAME or NAME=VALUE; repeatable (--list-faults)");
+    app.add_option("--fault", faultTexts, "Fault NAME or NAME=VALUE; repeatable (--list-faults)");
     app.add_flag("--quiet", quiet, "Log nothing");
     app.add_flag("--allow-remote", allowRemote, "Allow a TCP address that is not a loopback one");
     app.add_flag("--list-faults", listFaults, "List the faults and what each leads to, then exit");
@@ -104,8 +104,8 @@ int main(int argc, char** argv) {
     }
     options.notFoundStatus = static_cast<uint16_t>(notFoundStatus);
     options.chunkSize = chunkSize;
-    for (const std::string& spec : faultSpecs) {
-        if (!options.faults.add(spec, &error)) {
+    for (const std::string& fault : faultTexts) {
+        if (!options.faults.add(fault, &error)) {
             return usageError(error);
         }
     }
@@ -133,8 +133,8 @@ int main(int argc, char** argv) {
     }
     log.line("catalogue " + catalogPath + ": " + std::to_string(catalogue->discs().size()) +
              " discs");
-    for (const std::string& spec : options.faults.specs()) {
-        log.line("fault in force: " + spec);
+    for (const std::string& fault : options.faults.given()) {
+        log.line("fault in force: " + fault);
     }
     server.run();
     gServer = nullptr;

@@ -162,9 +162,9 @@ const FaultInfo& Faults::info(FaultKind kind) {
     return known().front();  // every kind is in the table
 }
 
-bool Faults::add(const std::string& spec, std::string* error) {
-    const size_t equals = spec.find('=');
-    const std::string name = spec.substr(0, equals);
+bool Faults::add(const std::string& text, std::string* error) {
+    const size_t equals = text.find('=');
+    const std::string name = text.substr(0, equals);
     const FaultInfo* fault = find(name);
     if (fault == nullptr) {
         *error = "unknown fault '" + name + "' (mox-phone --list-faults lists them)";
@@ -180,7 +180,7 @@ bool Faults::add(const std::string& spec, std::string* error) {
             *error = "fault '" + name + "' takes no value";
             return false;
         }
-        if (!parseValue(spec.substr(equals + 1), *fault, &value, error)) {
+        if (!parseValue(text.substr(equals + 1), *fault, &value, error)) {
             return false;
         }
     }
@@ -197,7 +197,7 @@ bool Faults::add(const std::string& spec, std::string* error) {
         }
     }
     mValues[fault->kind] = value;
-    mSpecs.push_back(fault->value == FaultValue::kNone ? name : name + "=" + std::to_string(value));
+    mGiven.push_back(fault->value == FaultValue::kNone ? name : name + "=" + std::to_string(value));
     return true;
 }
 

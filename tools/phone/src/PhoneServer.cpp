@@ -278,6 +278,8 @@ bool PhoneServer::readFrom(int fd, PhoneSession& session) {
     }
     if (got == 0) {
         mLog.line("the module hung up");
+    } else if (errno == ECONNRESET) {
+        mLog.line("the module hung up (connection reset)");
     } else {
         mLog.line("reading from the module failed: " + errorText(errno));
     }

@@ -77,14 +77,14 @@ public:
     // unchanged, for an unknown name, a missing, refused or out-of-range
     // value, a fault given twice, or a fault that changes the same answer as
     // one already in the set.
-    bool add(const std::string& spec, std::string* error);
+    bool add(const std::string& text, std::string* error);
 
     bool has(FaultKind kind) const { return mValues.count(kind) != 0; }
     // The fault's value (its default when none was given); 0 when absent.
     uint32_t value(FaultKind kind) const;
     bool empty() const { return mValues.empty(); }
     // The faults in force as "NAME" or "NAME=VALUE", in the order given.
-    const std::vector<std::string>& specs() const { return mSpecs; }
+    const std::vector<std::string>& given() const { return mGiven; }
     // True when a fault of the chunk transfer is in force (the phone then
     // sends the database in at least two chunks).
     bool changesTransfer() const;
@@ -113,7 +113,7 @@ public:
 
 private:
     std::map<FaultKind, uint32_t> mValues;
-    std::vector<std::string> mSpecs;
+    std::vector<std::string> mGiven;
 };
 
 }  // namespace moxphone
