@@ -21,9 +21,11 @@
 //
 // Locking: one recursive lock guards the session. onOpen, onCommand,
 // onClose and the delayed sends take it, and pushBytes/hangUp are called
-// with it held, so the link must not call onClose while holding a lock that
-// its pushBytes also takes. onClose may come from inside pushBytes or
-// hangUp (same thread): the lock is recursive for that.
+// with it held. So the link must not hold, while it calls onOpen, onCommand
+// or onClose, a lock that its pushBytes or hangUp also takes (the delayed
+// sends would otherwise deadlock with it). onClose may come from inside
+// pushBytes or hangUp on the same thread: the lock is recursive for that.
+// After onClose has returned the phone no longer touches the link.
 #ifndef MOXPHONE_LOOPBACKPHONE_H
 #define MOXPHONE_LOOPBACKPHONE_H
 
