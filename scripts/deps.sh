@@ -34,8 +34,9 @@ mox_require_packages() {
   return 1
 }
 
-# Packages for building and running the module, its tools and its tests on the host.
-MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev"
+# Packages for building and running the module, its tools and its tests on the host
+# (python3-jsonschema checks the phone simulator's catalogue against its schema).
+MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema"
 # The 32-bit ARM cross build and its emulator.
 MOX_ARM_PACKAGES="g++-arm-linux-gnueabihf qemu-user"
 # libFuzzer targets and the format check.

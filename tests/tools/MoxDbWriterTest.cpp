@@ -598,6 +598,29 @@ TEST(DbBytesTest, PutAndGet_OutsideTheBuffer_FailWithoutWriting) {
     EXPECT_EQ(0x7777u, moxdb::getU16Le(b, 3));
 }
 
+TEST(DbBytesTest, AppendAndPutBe_HighByteFirst) {
+    Bytes b;
+    moxdb::appendU16Be(b, 0x1234);
+    moxdb::appendU32Be(b, 0x89ABCDEF);
+    EXPECT_EQ((Bytes{0x12, 0x34, 0x89, 0xAB, 0xCD, 0xEF}), b);
+    EXPECT_TRUE(moxdb::putU32Be(b, 2, 0x01020304));
+    EXPECT_TRUE(moxdb::putU16Be(b, 0, 0xBEEF));
+    EXPECT_EQ((Bytes{0xBE, 0xEF, 0x01, 0x02, 0x03, 0x04}), b);
+    EXPECT_EQ(0x01020304u, moxdb::getU32Be(b, 2));
+    EXPECT_EQ(0xBEEFu, moxdb::getU16Be(b, 0));
+}
+
+TEST(DbBytesTest, PutAndGetBe_OutsideTheBuffer_FailWithoutWriting) {
+    Bytes b(5, 0x77);
+    EXPECT_FALSE(moxdb::putU32Be(b, 2, 0));
+    EXPECT_FALSE(moxdb::putU16Be(b, 4, 0));
+    EXPECT_FALSE(moxdb::putU32Be(b, SIZE_MAX, 0));
+    EXPECT_EQ(Bytes(5, 0x77), b);
+    EXPECT_EQ(0u, moxdb::getU32Be(b, 2));
+    EXPECT_EQ(0u, moxdb::getU16Be(b, 4));
+    EXPECT_EQ(0x7777u, moxdb::getU16Be(b, 3));
+}
+
 TEST(DbBytesTest, CutTo_KeepsThePrefixAndRefusesToGrow) {
     Bytes b{1, 2, 3, 4};
     EXPECT_FALSE(moxdb::cutTo(b, 5));

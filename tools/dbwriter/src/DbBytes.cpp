@@ -1,4 +1,4 @@
-// Little-endian placement, UTF-8 to UTF-16 and damage helpers.
+// Little- and big-endian placement, UTF-8 to UTF-16 and damage helpers.
 #include "moxdb/DbBytes.h"
 
 namespace moxdb {
@@ -127,6 +127,54 @@ uint32_t getU32Le(const Bytes& in, size_t offset) {
     uint32_t value = 0;
     for (size_t i = 0; i < 4; ++i) {
         value |= static_cast<uint32_t>(in[offset + i]) << (8 * i);
+    }
+    return value;
+}
+
+void appendU16Be(Bytes& out, uint16_t value) {
+    out.push_back(static_cast<uint8_t>(value >> 8));
+    out.push_back(static_cast<uint8_t>(value & 0xFF));
+}
+
+void appendU32Be(Bytes& out, uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        out.push_back(static_cast<uint8_t>((value >> shift) & 0xFF));
+    }
+}
+
+bool putU16Be(Bytes& out, size_t offset, uint16_t value) {
+    if (!fits(out, offset, 2)) {
+        return false;
+    }
+    out[offset] = static_cast<uint8_t>(value >> 8);
+    out[offset + 1] = static_cast<uint8_t>(value & 0xFF);
+    return true;
+}
+
+bool putU32Be(Bytes& out, size_t offset, uint32_t value) {
+    if (!fits(out, offset, 4)) {
+        return false;
+    }
+    for (size_t i = 0; i < 4; ++i) {
+        out[offset + i] = static_cast<uint8_t>((value >> (24 - 8 * i)) & 0xFF);
+    }
+    return true;
+}
+
+uint16_t getU16Be(const Bytes& in, size_t offset) {
+    if (!fits(in, offset, 2)) {
+        return 0;
+    }
+    return static_cast<uint16_t>((in[offset] << 8) | in[offset + 1]);
+}
+
+uint32_t getU32Be(const Bytes& in, size_t offset) {
+    if (!fits(in, offset, 4)) {
+        return 0;
+    }
+    uint32_t value = 0;
+    for (size_t i = 0; i < 4; ++i) {
+        value = (value << 8) | in[offset + i];
     }
     return value;
 }

@@ -1,7 +1,7 @@
-// Byte helpers of the response-database writer: little-endian placement,
-// text conversion, and the damage operations that tests apply to a built
-// image. All integers of the file are little-endian; the byte order is in
-// each helper's name.
+// Byte helpers of the tools: little-endian placement for the response
+// database, big-endian placement for the command frames of the phone
+// protocol, text conversion, and the damage operations that tests apply to a
+// built image. The byte order is in each helper's name.
 #ifndef MOXDB_DBBYTES_H
 #define MOXDB_DBBYTES_H
 
@@ -26,6 +26,15 @@ bool putU32Le(Bytes& out, size_t offset, uint32_t value);
 // Reads a little-endian value at `offset`; 0 when it lies (partly) outside.
 uint16_t getU16Le(const Bytes& in, size_t offset);
 uint32_t getU32Le(const Bytes& in, size_t offset);
+
+// Big-endian (most significant byte first), as in the command frames and the
+// envelope lengths of the phone link. Same rules as the little-endian ones.
+void appendU16Be(Bytes& out, uint16_t value);
+void appendU32Be(Bytes& out, uint32_t value);
+bool putU16Be(Bytes& out, size_t offset, uint16_t value);
+bool putU32Be(Bytes& out, size_t offset, uint32_t value);
+uint16_t getU16Be(const Bytes& in, size_t offset);
+uint32_t getU32Be(const Bytes& in, size_t offset);
 
 // UTF-8 to UTF-16 code units. Characters outside the basic plane become a
 // surrogate pair; every byte that does not start a well-formed sequence

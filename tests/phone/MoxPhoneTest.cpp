@@ -1,0 +1,388 @@
+// The mox-phone executable: --help and --list-faults, every refusal at start
+// with exit status 2 (a catalogue that does not load, with the JSON path and
+// the reason), a failure to listen with 1, a lookup over TCP with its
+// options, HB_TIMER_SCALE on the delays, and SIGTERM and SIGINT ending it
+// with status 0 and the socket file removed. The tests wait on the
+// program's output, its socket file's creation and its exit, never on time.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <arpa/inet.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "PhoneTestSupport.h"
+#include "TestDir.h"
+#include "moxphone/ResponseDatabase.h"
+
+extern char** environ;
+
+using namespace phonetest;
+
+namespace {
+
+// A running mox-phone with its stdout and stderr on pipes.
+class Program {
+public:
+    explicit Program(const std::vector<std::string>& args,
+                     const std::vector<std::string>& environment = {}) {
+        int out[2];
+        int err[2];
+        EXPECT_EQ(0, ::pipe2(out, O_CLOEXEC));
+        EXPECT_EQ(0, ::pipe2(err, O_CLOEXEC));
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+        posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+        std::vector<std::string> argv = {MOX_PHONE_PATH};
+        argv.insert(argv.end(), args.begin(), args.end());
+        std::vector<char*> argvPointers;
+        for (std::string& arg : argv) {
+            argvPointers.push_back(&arg[0]);
+        }
+        argvPointers.push_back(nullptr);
+        std::vector<std::string> env = environment;
+        for (char** entry = environ; *entry != nullptr; ++entry) {
+            env.push_back(*entry);
+        }
+        std::vector<char*> envPointers;
+        for (std::string& entry : env) {
+            envPointers.push_back(&entry[0]);
+        }
+        envPointers.push_back(nullptr);
+        EXPECT_EQ(0, posix_spawn(&mPid, MOX_PHONE_PATH, &actions, nullptr, argvPointers.data(),
+                                 envPointers.data()));
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(out[1]);
+        ::close(err[1]);
+        mOut = out[0];
+        mErr = err[0];
+    }
+    ~Program() {
+        if (mPid > 0) {
+            ::kill(mPid, SIGKILL);
+            wait();
+        }
+        ::close(mOut);
+        ::close(mErr);
+    }
+
+    // Reads stderr until a line that starts with `prefix`; returns that line
+    // (empty when the program ended first).
+    std::string waitForLine(const std::string& prefix) {
+        while (true) {
+            const size_t end = mErrText.find('\n', mScanned);
+            if (end != std::string::npos) {
+                const std::string line = mErrText.substr(mScanned, end - mScanned);
+                mScanned = end + 1;
+                if (line.compare(0, prefix.size(), prefix) == 0) {
+                    return line;
+                }
+                continue;
+            }
+            if (!readSome(mErr, mErrText)) {
+                return "";
+            }
+        }
+    }
+    void signal(int number) { ::kill(mPid, number); }
+    // Waits for the end; the exit status, or 128 + the signal.
+    int wait() {
+        int status = 0;
+        ::waitpid(mPid, &status, 0);
+        mPid = -1;
+        while (readSome(mErr, mErrText)) {
+        }
+        while (readSome(mOut, mOutText)) {
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    const std::string& out() const { return mOutText; }
+    const std::string& err() const { return mErrText; }
+
+private:
+    static bool readSome(int fd, std::string& text) {
+        char buffer[4096];
+        const ssize_t got = ::read(fd, buffer, sizeof(buffer));
+        if (got <= 0) {
+            return false;
+        }
+        text.append(buffer, static_cast<size_t>(got));
+        return true;
+    }
+
+    pid_t mPid = -1;
+    int mOut = -1;
+    int mErr = -1;
+    std::string mOutText;
+    std::string mErrText;
+    size_t mScanned = 0;
+};
+
+struct Finished {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+Finished run(const std::vector<std::string>& args) {
+    Program program(args);
+    const int status = program.wait();
+    return {status, program.out(), program.err()};
+}
+
+int connectUnix(const std::string& path) {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address;
+    std::memset(&address, 0, sizeof(address));
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.data(), path.size());
+    EXPECT_EQ(0, ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+    return fd;
+}
+
+int connectTcp(uint16_t port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address;
+    std::memset(&address, 0, sizeof(address));
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(0, ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+    const timeval timeout = {20, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
+    return fd;
+}
+
+// Reads from `fd` until `count` whole messages have come.
+std::vector<Message> readMessages(int fd, size_t count, Bytes& buffer) {
+    while (splitEnvelopes(buffer).size() < count) {
+        uint8_t piece[65536];
+        const ssize_t got = ::recv(fd, piece, sizeof(piece), 0);
+        if (got <= 0) {
+            break;
+        }
+        buffer.insert(buffer.end(), piece, piece + got);
+    }
+    Bytes rest;
+    std::vector<Message> messages = splitEnvelopes(buffer, &rest);
+    buffer = rest;
+    return messages;
+}
+
+void sendFrame(int fd, const Bytes& frame) {
+    const Bytes bytes = command(frame);
+    EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::send(fd, bytes.data(), bytes.size(), 0));
+}
+
+bool exists(const std::string& path) {
+    struct stat st;
+    return ::lstat(path.c_str(), &st) == 0;
+}
+
+class MoxPhoneTest : public ::testing::Test {
+protected:
+    MoxPhoneTest() : dir("MoxPhoneTest") {}
+    std::string socketPath() const { return dir.file("phone.sock"); }
+
+    TestDir dir;
+};
+
+}  // namespace
+
+// ---- Usage ----
+
+TEST_F(MoxPhoneTest, Help_UsageOnStdoutExitZero) {
+    const Finished help = run({"--help"});
+    EXPECT_EQ(0, help.status);
+    for (const char* option : {"--listen", "--catalog", "--chunk-size", "--not-found-status",
+                               "--os", "--fault", "--quiet", "--allow-remote", "--list-faults"}) {
+        EXPECT_NE(std::string::npos, help.out.find(option)) << option;
+    }
+    EXPECT_EQ("", help.err);
+}
+
+TEST_F(MoxPhoneTest, ListFaults_EveryFaultWithItsResultStates) {
+    const Finished list = run({"--list-faults"});
+    EXPECT_EQ(0, list.status);
+    EXPECT_EQ(moxphone::Faults::listText(), list.out);
+    EXPECT_NE(std::string::npos, list.out.find("drop-mid-transfer\n"));
+}
+
+TEST_F(MoxPhoneTest, BadUsage_Exit2WithOneLineReason) {
+    const std::string listen = "unix:" + dir.file("x.sock");
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{}, "mox-phone: --listen is required (unix:PATH or tcp:127.0.0.1:PORT)\n"},
+        {{"--listen", listen, "--os", "symbian"},
+         "mox-phone: --os must be android or ios, not 'symbian'\n"},
+        {{"--listen", listen, "--fault", "silence"},
+         "mox-phone: unknown fault 'silence' (mox-phone --list-faults lists them)\n"},
+        {{"--listen", listen, "--fault", "short-notice", "--fault", "garbage-type"},
+         "mox-phone: faults 'short-notice' and 'garbage-type' both change the notice\n"},
+        {{"--listen", listen, "--chunk-size", "0"},
+         "mox-phone: the chunk size must be from 1 to 1048563, not 0\n"},
+        {{"--listen", listen, "--not-found-status", "0"},
+         "mox-phone: --not-found-status must be from 1 to 65535\n"},
+        {{"--listen", listen, "--not-found-status", "65536"},
+         "mox-phone: --not-found-status must be from 1 to 65535\n"},
+        {{"--listen", "tcp:0.0.0.0:0"},
+         "mox-phone: 0.0.0.0 is not a loopback address; listening there needs allow-remote "
+         "(--allow-remote)\n"},
+        {{"--listen", "pipe:x"},
+         "mox-phone: 'pipe:x' is not an endpoint: use unix:PATH or tcp:HOST:PORT\n"},
+    };
+    for (const auto& entry : cases) {
+        const Finished refused = run(entry.first);
+        EXPECT_EQ(2, refused.status) << entry.second;
+        EXPECT_EQ(entry.second, refused.err);
+    }
+    EXPECT_EQ(2, run({"--listen", listen, "--unknown-option"}).status);
+    EXPECT_FALSE(exists(dir.file("x.sock")));
+}
+
+TEST_F(MoxPhoneTest, BadCatalogue_Exit2WithTheJsonPathAndTheReason) {
+    const std::string path = dir.file("bad.json");
+    TestDir::writeFile(path,
+                       text(R"({"albums": [], "discs": [{"toc": "abc", "candidates": []}]})"));
+    const Finished refused = run({"--listen", "unix:" + socketPath(), "--catalog", path});
+    EXPECT_EQ(2, refused.status);
+    EXPECT_EQ("mox-phone: cannot load the catalogue " + path +
+                  ": $.discs[0].toc: must be six upper-case hexadecimal digits per track and six "
+                  "for the lead-out, at least one track\n",
+              refused.err);
+    EXPECT_FALSE(exists(socketPath()));
+}
+
+TEST_F(MoxPhoneTest, MissingCatalogue_Exit2) {
+    const std::string path = dir.file("none.json");
+    const Finished refused = run({"--listen", "unix:" + socketPath(), "--catalog", path});
+    EXPECT_EQ(2, refused.status);
+    EXPECT_EQ("mox-phone: cannot load the catalogue " + path + ": cannot open " + path +
+                  ": No such file or directory\n",
+              refused.err);
+}
+
+TEST_F(MoxPhoneTest, CannotListen_Exit1) {
+    const std::string path = dir.file("missing/phone.sock");
+    const Finished failed = run({"--listen", "unix:" + path});
+    EXPECT_EQ(1, failed.status);
+    EXPECT_EQ("mox-phone: cannot listen on " + path + ": No such file or directory\n", failed.err);
+}
+
+// ---- Running ----
+
+TEST_F(MoxPhoneTest, Sigterm_WhileListening_ExitZeroAndSocketFileRemoved) {
+    Program phone({"--listen", "unix:" + socketPath()});
+    EXPECT_EQ("mox-phone: listening on unix:" + socketPath(),
+              phone.waitForLine("mox-phone: listening on "));
+    EXPECT_TRUE(exists(socketPath()));
+    phone.signal(SIGTERM);
+    EXPECT_EQ(0, phone.wait());
+    EXPECT_FALSE(exists(socketPath()));
+    EXPECT_NE(std::string::npos, phone.err().find("mox-phone: stopped\n"));
+    EXPECT_NE(std::string::npos,
+              phone.err().find("mox-phone: catalogue " + moxphone::Catalogue::bundledPath() +
+                               ": 8 discs\n"));
+}
+
+TEST_F(MoxPhoneTest, Sigint_WithAModuleConnected_ExitZeroAndTheModuleSeesTheEnd) {
+    Program phone({"--listen", "unix:" + socketPath()});
+    phone.waitForLine("mox-phone: listening on ");
+    const int fd = connectUnix(socketPath());
+    Bytes buffer;
+    EXPECT_EQ(2u, readMessages(fd, 2, buffer).size());
+    phone.waitForLine("mox-phone: -> device status 2");
+    phone.signal(SIGINT);
+    EXPECT_EQ(0, phone.wait());
+    EXPECT_TRUE(readMessages(fd, 1, buffer).empty());  // end of stream
+    ::close(fd);
+    EXPECT_FALSE(exists(socketPath()));
+}
+
+TEST_F(MoxPhoneTest, Quiet_NothingLoggedAndSigtermStillEndsIt) {
+    const int watch = ::inotify_init1(IN_CLOEXEC);
+    ASSERT_GE(watch, 0);
+    ASSERT_GE(::inotify_add_watch(watch, dir.path().c_str(), IN_CREATE), 0);
+    Program phone({"--listen", "unix:" + socketPath(), "--quiet"});
+    // The socket file appears inside listen(), after the handlers are set.
+    bool created = false;
+    while (!created) {
+        alignas(inotify_event) char buffer[4096];
+        const ssize_t got = ::read(watch, buffer, sizeof(buffer));
+        ASSERT_GT(got, 0);
+        for (char* at = buffer; at < buffer + got;) {
+            const inotify_event* event = reinterpret_cast<const inotify_event*>(at);
+            created = created || (event->len > 0 && std::string(event->name) == "phone.sock");
+            at += sizeof(inotify_event) + event->len;
+        }
+    }
+    ::close(watch);
+    phone.signal(SIGTERM);
+    EXPECT_EQ(0, phone.wait());
+    EXPECT_EQ("", phone.err());
+    EXPECT_FALSE(exists(socketPath()));
+}
+
+TEST_F(MoxPhoneTest, TcpLookup_OptionsShapeTheAnswers) {
+    Program phone({"--listen", "tcp:127.0.0.1:0", "--os", "ios", "--chunk-size", "300",
+                   "--not-found-status", "410", "--fault", "status-echo=7"});
+    const std::string line = phone.waitForLine("mox-phone: listening on ");
+    const std::string prefix = "mox-phone: listening on tcp:127.0.0.1:";
+    ASSERT_EQ(0u, line.find(prefix)) << line;
+    const int fd = connectTcp(static_cast<uint16_t>(std::stoul(line.substr(prefix.size()))));
+    Bytes buffer;
+    EXPECT_EQ((std::vector<Message>{deviceInfo(0, "mox-phone"), deviceStatus(2)}),
+              readMessages(fd, 2, buffer));
+    const auto catalogue = sampleCatalogue();
+    const moxphone::CatalogueDisc& disc = catalogue->discs().at(3);
+    const Bytes db = moxphone::ResponseDatabase::build(*catalogue, disc);
+    sendFrame(fd, lookupFrame(disc.toc));
+    sendFrame(fd, kGetCdMetaInfo);
+    const size_t count = (db.size() + 299) / 300;
+    const std::vector<Message> answers = readMessages(fd, 2 + count, buffer);
+    ASSERT_EQ(2 + count, answers.size());
+    EXPECT_EQ(commandMessage(notice(static_cast<uint32_t>(db.size()))), answers[1]);
+    EXPECT_EQ(commandMessage(chunk(0, static_cast<uint16_t>(count), 300, slice(db, 0, 300))),
+              answers[2]);
+    sendFrame(fd, lookupFrame(kUnknownToc));
+    sendFrame(fd, kEcho);
+    EXPECT_EQ((std::vector<Message>{commandMessage(header(0x8010)), commandMessage(notice(0, 410)),
+                                    commandMessage(header(0xFFFF, 7))}),
+              readMessages(fd, 3, buffer));
+    ::close(fd);
+    phone.signal(SIGTERM);
+    EXPECT_EQ(0, phone.wait());
+    EXPECT_NE(std::string::npos, phone.err().find("mox-phone: fault in force: status-echo=7\n"));
+}
+
+TEST_F(MoxPhoneTest, TimerScale_AppliesToTheChunkDelays) {
+    // Ten minutes between chunks, scaled down to six milliseconds.
+    Program phone({"--listen", "unix:" + socketPath(), "--fault", "slow-chunks=600000"},
+                  {"HB_TIMER_SCALE=0.00001"});
+    phone.waitForLine("mox-phone: listening on ");
+    const int fd = connectUnix(socketPath());
+    const timeval timeout = {20, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
+    Bytes buffer;
+    readMessages(fd, 2, buffer);
+    sendFrame(fd, lookupFrame(sampleCatalogue()->discs().at(0).toc));
+    sendFrame(fd, kGetCdMetaInfo);
+    const std::vector<Message> answers = readMessages(fd, 3, buffer);
+    ASSERT_EQ(3u, answers.size());
+    EXPECT_EQ(0x80, answers[2].payload.at(0));
+    EXPECT_EQ(0x12, answers[2].payload.at(1));
+    ::close(fd);
+    phone.signal(SIGTERM);
+    EXPECT_EQ(0, phone.wait());
+}

@@ -1,0 +1,107 @@
+// Delayed tasks on their own thread, under the owner's lock: order, and
+// cancellation that holds even for a task whose time has come. The tests
+// wait on events, never on time.
+#include "moxphone/ThreadScheduler.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+using moxphone::ThreadScheduler;
+
+namespace {
+
+// Records what ran; wait() returns once `count` entries are there.
+class Runs {
+public:
+    void add(const std::string& name) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mNames.push_back(name);
+        mChanged.notify_all();
+    }
+    std::vector<std::string> wait(size_t count) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mChanged.wait(lock, [&] { return mNames.size() >= count; });
+        return mNames;
+    }
+    std::vector<std::string> names() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mNames;
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::vector<std::string> mNames;
+};
+
+}  // namespace
+
+TEST(ThreadSchedulerTest, Schedule_EarlierDueRunsFirst) {
+    std::recursive_mutex guard;
+    Runs runs;
+    ThreadScheduler scheduler(guard);
+    {
+        std::lock_guard<std::recursive_mutex> lock(guard);
+        scheduler.schedule(60000, [&] { runs.add("late"); });
+        scheduler.schedule(0, [&] { runs.add("now"); });
+    }
+    EXPECT_EQ(std::vector<std::string>{"now"}, runs.wait(1));
+}
+
+TEST(ThreadSchedulerTest, Schedule_SameDueTime_SchedulingOrder) {
+    std::recursive_mutex guard;
+    Runs runs;
+    ThreadScheduler scheduler(guard);
+    {
+        std::lock_guard<std::recursive_mutex> lock(guard);
+        for (const char* name : {"a", "b", "c"}) {
+            scheduler.schedule(0, [&runs, name] { runs.add(name); });
+        }
+    }
+    EXPECT_EQ((std::vector<std::string>{"a", "b", "c"}), runs.wait(3));
+}
+
+TEST(ThreadSchedulerTest, Task_RunsWithTheGuardHeld) {
+    std::recursive_mutex guard;
+    Runs runs;
+    ThreadScheduler scheduler(guard);
+    {
+        std::lock_guard<std::recursive_mutex> lock(guard);
+        scheduler.schedule(0, [&] {
+            // Held by this thread: a recursive lock succeeds, which it could
+            // not if another thread held the guard.
+            runs.add(guard.try_lock() ? "held" : "not held");
+            guard.unlock();
+        });
+    }
+    EXPECT_EQ(std::vector<std::string>{"held"}, runs.wait(1));
+}
+
+TEST(ThreadSchedulerTest, CancelAll_TaskAlreadyDueButWaitingForTheGuard_DoesNotRun) {
+    std::recursive_mutex guard;
+    Runs runs;
+    ThreadScheduler scheduler(guard);
+    {
+        std::lock_guard<std::recursive_mutex> lock(guard);
+        scheduler.schedule(0, [&] { runs.add("cancelled"); });
+        // The thread may have taken the task and now waits for the guard.
+        scheduler.cancelAll();
+        scheduler.schedule(0, [&] { runs.add("after"); });
+    }
+    EXPECT_EQ(std::vector<std::string>{"after"}, runs.wait(1));
+}
+
+TEST(ThreadSchedulerTest, Destructor_PendingTasksNeverRun) {
+    std::recursive_mutex guard;
+    Runs runs;
+    {
+        ThreadScheduler scheduler(guard);
+        std::lock_guard<std::recursive_mutex> lock(guard);
+        scheduler.schedule(60000, [&] { runs.add("never"); });
+    }
+    EXPECT_TRUE(runs.names().empty());
+}

@@ -1,0 +1,142 @@
+// mox-phone: the phone application simulator. Listens on a Unix or TCP
+// endpoint and answers the module's lookups from a catalogue, with faults.
+#include <CLI/CLI.hpp>
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "moxphone/Catalogue.h"
+#include "moxphone/Endpoint.h"
+#include "moxphone/Faults.h"
+#include "moxphone/PhoneLog.h"
+#include "moxphone/PhoneOptions.h"
+#include "moxphone/PhoneServer.h"
+
+namespace {
+
+enum ExitCode { kOk = 0, kFailed = 1, kBadUsage = 2 };
+
+// The running server, for the signal handler (a lock-free atomic is safe to
+// read there).
+std::atomic<moxphone::PhoneServer*> gServer{nullptr};
+
+void onStopSignal(int) {
+    moxphone::PhoneServer* server = gServer.load();
+    if (server != nullptr) {
+        server->requestStop();
+    }
+}
+
+// SIGINT and SIGTERM stop the server; without SA_RESTART, a blocked send or
+// poll returns at once. SIGPIPE is ignored: a module that hangs up is seen
+// as a failed send.
+void installSignalHandlers() {
+    struct sigaction action;
+    std::memset(&action, 0, sizeof(action));
+    action.sa_handler = onStopSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+int usageError(const std::string& reason) {
+    std::cerr << "mox-phone: " << reason << "\n";
+    return kBadUsage;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{
+        "mox-phone - the phone application simulator: answers the music-information module's "
+        "lookups from a catalogue, with faults on demand"};
+    std::string listen;
+    std::string catalogPath = moxphone::Catalogue::bundledPath();
+    uint32_t chunkSize = moxphone::PhoneOptions::kDefaultChunkSize;
+    uint32_t notFoundStatus = moxphone::PhoneOptions::kDefaultNotFoundStatus;
+    std::string os = "android";
+    std::vector<std::string> faultTexts;
+    bool quiet = false;
+    bool allowRemote = false;
+    bool listFaults = false;
+    app.add_option("--listen", listen, "Endpoint: unix:PATH or tcp:127.0.0.1:PORT");
+    app.add_option("--catalog", catalogPath, "Catalogue JSON file (default: the bundled sample)");
+    app.add_option("--chunk-size", chunkSize, "Payload bytes per database chunk (default 4096)");
+    app.add_option("--not-found-status", notFoundStatus,
+                   "Status answered for a disc that is not in the catalogue (default 404)");
+    app.add_option("--os", os, "OS type of the device info: android (default) or ios");
+    app.add_option("--fault", faultTexts, "Fault NAME or NAME=VALUE; repeatable (--list-faults)");
+    app.add_flag("--quiet", quiet, "Log nothing");
+    app.add_flag("--allow-remote", allowRemote, "Allow a TCP address that is not a loopback one");
+    app.add_flag("--list-faults", listFaults, "List the faults and what each leads to, then exit");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);
+        return kBadUsage;
+    }
+    if (listFaults) {
+        std::cout << moxphone::Faults::listText();
+        return kOk;
+    }
+    if (listen.empty()) {
+        return usageError("--listen is required (unix:PATH or tcp:127.0.0.1:PORT)");
+    }
+    std::string error;
+    moxphone::Endpoint endpoint;
+    if (!moxphone::Endpoint::parse(listen, &endpoint, &error)) {
+        return usageError(error);
+    }
+
+    moxphone::PhoneOptions options;
+    if (!moxphone::PhoneOptions::parseOs(os, &options.osType)) {
+        return usageError("--os must be android or ios, not '" + os + "'");
+    }
+    if (notFoundStatus < 1 || notFoundStatus > 65535) {
+        return usageError("--not-found-status must be from 1 to 65535");
+    }
+    options.notFoundStatus = static_cast<uint16_t>(notFoundStatus);
+    options.chunkSize = chunkSize;
+    for (const std::string& fault : faultTexts) {
+        if (!options.faults.add(fault, &error)) {
+            return usageError(error);
+        }
+    }
+    auto catalogue = std::make_shared<moxphone::Catalogue>();
+    moxphone::CatalogueProblem problem;
+    if (!moxphone::Catalogue::loadFile(catalogPath, catalogue.get(), &problem)) {
+        return usageError("cannot load the catalogue " + catalogPath + ": " + problem.text());
+    }
+    options.catalogue = catalogue;
+    options.timeScale = moxphone::PhoneOptions::timeScaleFromEnvironment();
+    if (!options.validate(&error)) {
+        return usageError(error);
+    }
+
+    moxphone::PhoneLog log(quiet ? nullptr : &std::cerr);
+    moxphone::PhoneServer server(options, log);
+    // Before the socket exists: a signal that comes once it does always
+    // ends the server cleanly.
+    gServer = &server;
+    installSignalHandlers();
+    if (!server.listen(listen, allowRemote, &error)) {
+        gServer = nullptr;
+        std::cerr << "mox-phone: " << error << "\n";
+        return error.find("allow-remote") != std::string::npos ? kBadUsage : kFailed;
+    }
+    log.line("catalogue " + catalogPath + ": " + std::to_string(catalogue->discs().size()) +
+             " discs");
+    for (const std::string& fault : options.faults.given()) {
+        log.line("fault in force: " + fault);
+    }
+    server.run();
+    gServer = nullptr;
+    return kOk;
+}
