@@ -13,6 +13,8 @@
 #define MOX_TESTS_FRAMEWORK_LINKTESTUNIT_H
 
 #include <atomic>
+#include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -97,6 +99,8 @@ public:
     OstLinkAppState state;
     FakeLinkProtocol protocol;
     std::atomic<int> postFailures{0};
+    // Runs on the worker after each handler; set before the first message.
+    std::function<void(uint32 id)> onHandled;
 
 private:
     uint32 onDeviceInfo(uint32 id, void* data, uint32 size) {
@@ -113,6 +117,9 @@ private:
     }
     uint32 handled(uint32 id, const void* data, uint32 size) {
         log.add("handled " + std::to_string(id) + " " + byteText(data, size));
+        if (onHandled) {
+            onHandled(id);
+        }
         return 1;
     }
     uint32 onStateNotify(uint32 id, void* data, uint32 size) {

@@ -1,11 +1,16 @@
 // The phone-application link as its user sees it (host edition): start and
 // stop the link on top of the command channel.
-// - startLink() opens the transport; the rest follows from the phone's device
-//   info and status (see OstLinkAppLinkAppComm).
-// - stopLink() sends the protocol's disconnect, then closes the transport.
+// - startLink() opens the transport unless it is open; the rest follows from
+//   the phone's device info and status (see OstLinkAppLinkAppComm). A link
+//   that cannot be opened is logged and reported as the device gone.
+// - stopLink() sends the protocol's disconnect (even when no link is open, so
+//   the protocol resets its state), then closes the transport; a close by our
+//   side posts nothing.
 // - notifyObserverAppActivated() acknowledges a change of the application
-//   state that the user has handled.
-// Called on the user's worker thread, like the handlers.
+//   state that the user has handled; the host has no application manager to
+//   tell, so it is only counted.
+// The user calls them on its worker thread, like the handlers; they are safe
+// from any thread.
 #ifndef OSTLINKAPP_OSTLINKAPP_H
 #define OSTLINKAPP_OSTLINKAPP_H
 
