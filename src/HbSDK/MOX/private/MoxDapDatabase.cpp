@@ -18,6 +18,7 @@
 
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbString.h"
+#include "private/MoxLimits.h"
 #include "private/MoxResultFile.h"
 
 namespace {
@@ -30,9 +31,13 @@ const unsigned int DB_TOC_OFFSET = 64;
 // The string area and the album-tracks section each begin with a word the
 // reader skips.
 const unsigned int SECTION_SKIP_WORD = 4;
-// Largest stream buffer given to the result file; a larger file is still read
-// through a buffer of this size.
-const uint64 READ_BUFFER_MAX = 1024 * 1024;
+// Largest stream buffer given to the result file: the largest file that
+// reception stores, so that every answer of the phone is fetched from the
+// kernel once. A larger file is still read through a buffer of this size.
+const uint64 READ_BUFFER_MAX = MoxLimits::RESULT_FILE_MAX;
+// Converting a string costs about as much as one read per this many UTF-16
+// units; getString counts it against the work limit.
+const unsigned int STRING_UNITS_PER_WORK = 8;
 
 // Width of a hexadecimal field of the text form (a 32-bit value).
 const int HEX_WIDTH = 8;
@@ -123,7 +128,14 @@ std::string renderFields(const Field (&fields)[N]) {
 }  // namespace
 
 MoxDapDatabase::MoxDapDatabase()
-    : mpDbHeader(nullptr), mpDbToc(nullptr), mStringBase(0), mpReadFile(nullptr), mGenreMap() {
+    : mpDbHeader(nullptr),
+      mpDbToc(nullptr),
+      mStringBase(0),
+      mpReadFile(nullptr),
+      mGenreMap(),
+      mReadBuffer(),
+      mWorkCount(0),
+      mTrackCount(0) {
     // Genre codes of the phone's database and the numbers the application
     // knows them by; 0 stays free for an unknown code.
     static const struct {
@@ -167,6 +179,9 @@ void MoxDapDatabase::init() {
 bool MoxDapDatabase::openSearchResultFile() {
     // A stream left open by the caller keeps using mReadBuffer: leave it alone.
     const bool bufferInUse = mpReadFile != nullptr;
+    // Opening the stored answer starts a search: nothing of it is spent yet.
+    mWorkCount = 0;
+    mTrackCount = 0;
     mpReadFile = fopen64(MoxResultFile::FULL_PATH.c_str(), "r");
     if (mpReadFile == nullptr) {
         HbDbgOutput::DbgPrint(SOURCE, "openSearchResultFile", __LINE__, en_TAG_ERROR,
@@ -261,12 +276,20 @@ bool MoxDapDatabase::dapFseek(FILE* file, unsigned int offset, unsigned int when
 }
 
 // True only when all `count` items were read; a short read is a failure.
+// Every call counts against the work limit of the search: a read past it
+// fails like a read error, so the caller reports it and closes the database.
 bool MoxDapDatabase::dapFread(void* buffer, unsigned int size, unsigned int count, FILE* file) {
     if (file == nullptr) {
         HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
         init();
         return false;
     }
+    if (mWorkCount >= MoxLimits::SEARCH_WORK_MAX) {
+        HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR,
+                              "search work limit (%u) reached.\n", MoxLimits::SEARCH_WORK_MAX);
+        return false;
+    }
+    ++mWorkCount;
     if (std::fread(buffer, size, count, file) == count) {
         return true;
     }
@@ -316,6 +339,8 @@ bool MoxDapDatabase::getString(unsigned int offset, std::string* text) {
     // One unit more than the longest string, for the terminator the file
     // does not store.
     unsigned short buffer[STRING_BUF_MAX + 1];
+    // Counted before the read, so that a text past the limit is not converted.
+    mWorkCount += lStrSize / STRING_UNITS_PER_WORK;
     if (!dapFread(buffer, 1, 2u * lStrSize, mpReadFile)) {
         HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "read error.\n");
         init();
@@ -377,8 +402,16 @@ bool MoxDapDatabase::getQuillAlbumTracksInfo(unsigned int offset, QuillAlbumTrac
         return true;
     }
     // The count comes from the file: grow one entry at a time, so a bogus
-    // count ends at the end of the file instead of in one huge allocation.
+    // count ends at the end of the file instead of in one huge allocation. No
+    // album lists more tracks than one search may assemble.
     for (uint32 i = 0; i < list->Count; ++i) {
+        if (i >= MoxLimits::SEARCH_TRACK_MAX) {
+            HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
+                                  "search track limit (%u) reached. i=%d\n",
+                                  MoxLimits::SEARCH_TRACK_MAX, static_cast<int>(i));
+            init();
+            return false;
+        }
         uint32 trackId = 0;
         if (!dapFread(&trackId, 1, sizeof(trackId), mpReadFile)) {
             HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
@@ -634,6 +667,14 @@ bool MoxDapDatabase::getAlbumInfo(unsigned int albumId, unsigned short mediaNum,
         if (trackRec.MediaNum != static_cast<uint32>(mediaNum)) {
             continue;
         }
+        // Bounds the memory of the whole result, over all albums of the search.
+        if (mTrackCount >= MoxLimits::SEARCH_TRACK_MAX) {
+            HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
+                                  "search track limit (%u) reached. n=%d\n",
+                                  MoxLimits::SEARCH_TRACK_MAX, index);
+            init();
+            return false;
+        }
         if (!getString(trackRec.Title, &track.TrackName)) {
             HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
                                   "getString return false. n=%d\n", index);
@@ -666,6 +707,7 @@ bool MoxDapDatabase::getAlbumInfo(unsigned int albumId, unsigned short mediaNum,
         }
         track.GenreID = getRudGenreID(track.GenreName);
         album->Tracks.push_back(track);
+        ++mTrackCount;
     }
 
     if (album->Tracks.empty()) {
