@@ -107,10 +107,11 @@ const size_t MiB = 1024 * 1024;
 // are short: the albums and tracks of the result, the read buffer and the
 // match list.
 const size_t HOSTILE_PEAK_BOUND = 16 * MiB;
-// Peak memory of a search whose every string is as long as the reader allows
-// (1023 UTF-16 units, 3069 bytes of UTF-8): at most SEARCH_TRACK_MAX albums
-// and tracks of three such strings each, about 75 MiB on a 64-bit host.
-const size_t LONGEST_TEXTS_PEAK_BOUND = 80 * MiB;
+// Peak memory of any search: the texts kept (a text of L units costs L + 2
+// units of work and at most 3L + 1 bytes, so at most 18 MB in all), the
+// albums and tracks (at most SEARCH_TRACK_MAX of each), the match list (65535
+// TOC records) and the read buffer.
+const size_t LONGEST_TEXTS_PEAK_BOUND = 24 * MiB;
 
 // Bytes live now above those live when it was made, and the highest that
 // amount reached in between.
@@ -266,7 +267,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_TocStrideZeroAlbumOf1000Tracks_
 
 // 1.3 MB: 65535 TOC records at the normal stride, all for the same album.
 TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_DuplicateTocRecords_StopsAtTrackLimit) {
-    store(moxdb::HostileAnswers::duplicateTocRecords(100));
+    store(moxdb::HostileAnswers::duplicateTocRecords(65535, 100));
     ASSERT_GT(storedBytes, 65535u * 20u);
     const SearchRun run = search(moxdb::HostileAnswers::TOC);
     EXPECT_FALSE(run.found);
@@ -299,12 +300,12 @@ TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_EntriesOnOtherMedium_StopsAtWor
     store(moxdb::HostileAnswers::otherMediumTrackList(1000));
     const SearchRun run = search(moxdb::HostileAnswers::TOC);
     EXPECT_FALSE(run.found);
-    EXPECT_EQ(run.log, (std::vector<std::string>{
-                           workLimitMessage(), "getQuillTrackInfo|read error lCnt=0.\n",
-                           "getAlbumInfo|getQuillTrackInfo return false. n=752\n",
-                           "getSearchResult|getAlbumInfo error i=929.\n"}));
-    EXPECT_EQ(run.albums.size(), 929u);
-    EXPECT_EQ(trackCount(run.albums), 929u);
+    EXPECT_EQ(run.log,
+              (std::vector<std::string>{workLimitMessage(), "getQuillTrackInfo|read error.\n",
+                                        "getAlbumInfo|getQuillTrackInfo return false. n=659\n",
+                                        "getSearchResult|getAlbumInfo error i=744.\n"}));
+    EXPECT_EQ(run.albums.size(), 744u);
+    EXPECT_EQ(trackCount(run.albums), 744u);
     EXPECT_EQ(db->mWorkCount, MoxLimits::SEARCH_WORK_MAX);
     EXPECT_LT(run.peakBytes, HOSTILE_PEAK_BOUND);
     expectClosed();
@@ -317,7 +318,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_LongestTocTexts_ConversionStops
     const SearchRun run = search(moxdb::HostileAnswers::TOC);
     EXPECT_FALSE(run.found);
     EXPECT_EQ(run.log, (std::vector<std::string>{workLimitMessage(), "getString|read error.\n",
-                                                 "getQuillTocList|get string error i=30769.\n",
+                                                 "getQuillTocList|get string error i=3898.\n",
                                                  "getSearchResult|getQuillTocList error.\n"}));
     EXPECT_TRUE(run.albums.empty());
     EXPECT_LT(run.peakBytes, HOSTILE_PEAK_BOUND);
@@ -325,14 +326,21 @@ TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_LongestTocTexts_ConversionStops
 }
 
 // Every text of every album and track as long as the reader allows: the
-// track limit bounds the memory of the result.
+// texts count as work, so the work limit ends the search long before the
+// track limit, and bounds the memory of the texts kept. The album-level texts
+// of the album that meets the limit are read as the contract reads them,
+// whatever failed before.
 TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_LongestTextsEverywhere_PeakUnderStatedBound) {
     store(moxdb::HostileAnswers::longestTexts());
     const SearchRun run = search(moxdb::HostileAnswers::TOC);
     EXPECT_FALSE(run.found);
-    EXPECT_EQ(run.log, (std::vector<std::string>{trackLimitMessage("getAlbumInfo", "n", 0),
-                                                 "getSearchResult|getAlbumInfo error i=4096.\n"}));
-    ASSERT_EQ(run.albums.size(), 4096u);
+    EXPECT_EQ(run.log,
+              (std::vector<std::string>{workLimitMessage(), "getString|read error.\n",
+                                        "getString|mpReadFile is NULL.\n",
+                                        "getQuillAlbumTracksInfo|mpReadFile is NULL.\n",
+                                        "getAlbumInfo|getQuillAlbumTracksInfo return false.\n",
+                                        "getSearchResult|getAlbumInfo error i=489.\n"}));
+    ASSERT_EQ(run.albums.size(), 489u);
     const AlbumInfo& album = run.albums.front();
     for (const std::string* text :
          {&album.AlbumId, &album.AlbumName, &album.GenreName, &album.Tracks.at(0).TrackName,
@@ -454,9 +462,9 @@ TEST_F(MoxDapDatabaseLimitsTest, DapFread_AtWorkLimit_RefusesWithItsMessageWitho
     EXPECT_EQ(db->mWorkCount, MoxLimits::SEARCH_WORK_MAX);
 }
 
-// A string costs its two reads plus one per 8 units converted, counted
-// before its text is read.
-TEST_F(MoxDapDatabaseLimitsTest, GetString_CountsTwoReadsAndOnePerEightUnits) {
+// A string costs its two reads plus one per unit of its text, counted before
+// its text is read.
+TEST_F(MoxDapDatabaseLimitsTest, GetString_CountsTwoReadsAndOnePerUnit) {
     moxdb::CatalogueBuilder cat;
     const uint32_t seven = cat.text("1234567");
     const uint32_t seventeen = cat.text("12345678901234567");
@@ -465,9 +473,9 @@ TEST_F(MoxDapDatabaseLimitsTest, GetString_CountsTwoReadsAndOnePerEightUnits) {
     std::string text;
     db->mWorkCount = 0;
     ASSERT_TRUE(db->getString(seven, &text));
-    EXPECT_EQ(db->mWorkCount, 2u);
+    EXPECT_EQ(db->mWorkCount, 2u + 7u);
     ASSERT_TRUE(db->getString(seventeen, &text));
-    EXPECT_EQ(db->mWorkCount, 2u + 2u + 2u);
+    EXPECT_EQ(db->mWorkCount, 2u + 7u + 2u + 17u);
 }
 
 TEST_F(MoxDapDatabaseLimitsTest, GetString_TextPastWorkLimit_IsNotConverted) {

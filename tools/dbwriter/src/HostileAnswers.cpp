@@ -62,11 +62,11 @@ CatalogueBuilder HostileAnswers::repeatedTocRecord(uint32_t entries) {
     return cat;
 }
 
-CatalogueBuilder HostileAnswers::duplicateTocRecords(uint32_t entries) {
+CatalogueBuilder HostileAnswers::duplicateTocRecords(uint16_t records, uint32_t entries) {
     CatalogueBuilder cat;
     const uint32_t track = addTrack(cat, "T", 1);
     const uint32_t album = addAlbum(cat, std::vector<uint32_t>(entries, track));
-    for (uint32_t i = 0; i < MOST_RECORDS; ++i) {
+    for (uint32_t i = 0; i < records; ++i) {
         cat.addToc(TOC, album, 1);
     }
     return cat;

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <iomanip>
 #include <sstream>
+#include <utility>
 
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbString.h"
@@ -35,9 +36,6 @@ const unsigned int SECTION_SKIP_WORD = 4;
 // reception stores, so that every answer of the phone is fetched from the
 // kernel once. A larger file is still read through a buffer of this size.
 const uint64 READ_BUFFER_MAX = MoxLimits::RESULT_FILE_MAX;
-// Converting a string costs about as much as one read per this many UTF-16
-// units; getString counts it against the work limit.
-const unsigned int STRING_UNITS_PER_WORK = 8;
 
 // Width of a hexadecimal field of the text form (a 32-bit value).
 const int HEX_WIDTH = 8;
@@ -339,8 +337,11 @@ bool MoxDapDatabase::getString(unsigned int offset, std::string* text) {
     // One unit more than the longest string, for the terminator the file
     // does not store.
     unsigned short buffer[STRING_BUF_MAX + 1];
-    // Counted before the read, so that a text past the limit is not converted.
-    mWorkCount += lStrSize / STRING_UNITS_PER_WORK;
+    // Each unit of the text counts like a read: converting and keeping it
+    // costs time and memory in proportion to its length, which its two reads
+    // do not show. Counted before the read, so that a text past the limit is
+    // not converted.
+    mWorkCount += lStrSize;
     if (!dapFread(buffer, 1, 2u * lStrSize, mpReadFile)) {
         HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "read error.\n");
         init();
@@ -772,7 +773,7 @@ bool MoxDapDatabase::getSearchResult(std::string toc, std::list<HbSMoxDef::Album
             init();
             return false;
         }
-        albums->push_back(album);
+        albums->push_back(std::move(album));
     }
 
     // Ascending merge sort with the non-strict compAlbumList puts equal

@@ -24,8 +24,8 @@
 #endif
 
 // Most work one search does, from opening the stored answer to closing it:
-// one unit per read through dapFread, plus one per 8 UTF-16 units of text
-// that getString converts.
+// one unit per read through dapFread, plus one per UTF-16 unit of text that
+// getString converts (and the search may keep).
 #ifndef MOX_MAX_SEARCH_WORK
 #define MOX_MAX_SEARCH_WORK 4000000u
 #endif

@@ -28,9 +28,10 @@ public:
     // 784 bytes, 1000 entries one of 4.4 KB.
     static CatalogueBuilder repeatedTocRecord(uint32_t entries);
 
-    // 65535 TOC records with the text at the normal stride (about 1.3 MB),
-    // all for one album that lists one track (medium 1) `entries` times.
-    static CatalogueBuilder duplicateTocRecords(uint32_t entries);
+    // `records` TOC records with the text at the normal stride (65535 of them
+    // make a file of about 1.3 MB), all for one album that lists one track
+    // (medium 1) `entries` times.
+    static CatalogueBuilder duplicateTocRecords(uint16_t records, uint32_t entries);
 
     // One TOC record for medium 0 whose album's track list holds `entries`
     // identifiers 0: each repeats the zero-filled track record (medium 0)
