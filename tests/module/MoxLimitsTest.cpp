@@ -8,7 +8,7 @@ namespace {
 
 TEST(MoxLimitsTest, Defaults_AreTheDocumentedValues) {
     EXPECT_EQ(1048576u, MoxLimits::RESULT_FILE_MAX);
-    EXPECT_EQ(4000000u, MoxLimits::SEARCH_WORK_MAX);
+    EXPECT_EQ(5000000u, MoxLimits::SEARCH_WORK_MAX);
     EXPECT_EQ(4096u, MoxLimits::SEARCH_TRACK_MAX);
 }
 

@@ -37,6 +37,10 @@ const unsigned int SECTION_SKIP_WORD = 4;
 // kernel once. A larger file is still read through a buffer of this size.
 const uint64 READ_BUFFER_MAX = MoxLimits::RESULT_FILE_MAX;
 
+// Work that one seek counts: the C stream asks the kernel on every seek (a
+// system call), which costs about as much as eight reads from its buffer.
+const uint32 SEEK_WORK = 8;
+
 // Width of a hexadecimal field of the text form (a 32-bit value).
 const int HEX_WIDTH = 8;
 
@@ -257,13 +261,15 @@ bool MoxDapDatabase::getDbToc() {
 }
 
 // A failing seek is reported here and again by the caller; only a missing
-// stream closes the database here.
+// stream closes the database here. Every seek counts against the work limit
+// of the search; the read that follows it is refused once the limit is met.
 bool MoxDapDatabase::dapFseek(FILE* file, unsigned int offset, unsigned int whence) {
     if (file == nullptr) {
         HbDbgOutput::DbgPrint(SOURCE, "dapFseek", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
         init();
         return false;
     }
+    mWorkCount += SEEK_WORK;
     const int result = std::fseek(file, static_cast<long>(offset), static_cast<int>(whence));
     if (result != 0) {
         HbDbgOutput::DbgPrint(SOURCE, "dapFseek", __LINE__, en_TAG_ERROR, "fseek return %d.\n",

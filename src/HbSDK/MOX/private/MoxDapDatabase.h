@@ -87,7 +87,7 @@ public:
     std::vector<char> mReadBuffer;
     // What the search in progress has spent so far, against MoxLimits; both
     // restart when openSearchResultFile opens the stored answer.
-    uint32 mWorkCount;   // reads through dapFread, plus the text units getString converts
+    uint32 mWorkCount;   // reads, seeks and converted text units (see MoxLimits)
     uint32 mTrackCount;  // tracks appended to the albums of this search
 
 private:

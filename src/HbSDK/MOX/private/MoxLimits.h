@@ -23,11 +23,12 @@
 #define MOX_MAX_RESULT_FILE_BYTES (1024u * 1024u)
 #endif
 
-// Most work one search does, from opening the stored answer to closing it:
-// one unit per read through dapFread, plus one per UTF-16 unit of text that
-// getString converts (and the search may keep).
+// Most work one search does, from opening the stored answer to closing it,
+// counted in reads from the stream's buffer: one per read through dapFread,
+// eight per seek through dapFseek (a system call each), one per UTF-16 unit
+// of text that getString converts (and the search may keep).
 #ifndef MOX_MAX_SEARCH_WORK
-#define MOX_MAX_SEARCH_WORK 4000000u
+#define MOX_MAX_SEARCH_WORK 5000000u
 #endif
 
 // Most tracks one search assembles, over all its albums together; no album's
