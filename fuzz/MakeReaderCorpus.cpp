@@ -1,7 +1,8 @@
 // Writes the seed corpus of MoxDapDatabaseReaderFuzzer: response databases
 // made by the writer, valid ones and ones damaged the ways the reader must
 // survive (cut files, counts past the end, strings at and over the length
-// limit, refused versions, odd record sizes).
+// limit, refused versions, odd record sizes), and the answers that make a
+// reader without limits repeat its work (moxdb::HostileAnswers).
 //
 //   MakeReaderCorpus fuzz/corpus/MoxDapDatabaseReaderFuzzer
 //
@@ -12,6 +13,7 @@
 
 #include "moxdb/CatalogueBuilder.h"
 #include "moxdb/DbBytes.h"
+#include "moxdb/HostileAnswers.h"
 #include "moxdb/TocText.h"
 
 namespace {
@@ -89,6 +91,23 @@ std::vector<Seed> makeSeeds() {
         moxdb::cutTo(cut, length);
         seeds.push_back({"sample-cut-" + std::to_string(length) + ".dap3", cut});
     }
+
+    // Answers that make a reader without limits repeat its work. The two
+    // largest (65535 duplicate TOC records, a million zero identifiers) are
+    // written smaller: libFuzzer reads at most 1 MiB of a seed, and these meet
+    // the same limits.
+    using moxdb::HostileAnswers;
+    seeds.push_back(
+        {"hostile-repeated-toc-100.dap3", HostileAnswers::repeatedTocRecord(100).build()});
+    seeds.push_back(
+        {"hostile-repeated-toc-1000.dap3", HostileAnswers::repeatedTocRecord(1000).build()});
+    seeds.push_back(
+        {"hostile-duplicate-toc.dap3", HostileAnswers::duplicateTocRecords(1000, 100).build()});
+    seeds.push_back({"hostile-zero-track-list.dap3", HostileAnswers::zeroTrackList(5000).build()});
+    seeds.push_back(
+        {"hostile-other-medium-1000.dap3", HostileAnswers::otherMediumTrackList(1000).build()});
+    seeds.push_back({"hostile-long-toc-texts.dap3", HostileAnswers::longTocTexts().build()});
+    seeds.push_back({"hostile-longest-texts.dap3", HostileAnswers::longestTexts().build()});
     return seeds;
 }
 

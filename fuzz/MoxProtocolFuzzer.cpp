@@ -4,9 +4,13 @@
 //   byte 0        how the run starts: 0 a lookup, 1 a connect, 2 a cancel,
 //                 anything else: carry on from the previous input's state
 //   then records  2-byte big-endian length N, then N bytes (one frame; a
-//                 last record may be cut short). Two lengths are actions
+//                 last record may be cut short). Three lengths are actions
 //                 instead: 0xFFFF lets 10000 ms pass (the command timer
-//                 expires), 0xFFFE reports that the phone application is lost.
+//                 expires), 0xFFFE reports that the phone application is lost,
+//                 0xFFFD is followed by a 2-byte chunk index and a 2-byte chunk
+//                 count (big-endian) and feeds a database chunk of 64 KiB of
+//                 zeros with them, so that a short input can outgrow the
+//                 result-file limit.
 //
 // Every frame is copied into a heap buffer of exactly its size, so a read past
 // the frame is caught by AddressSanitizer. After every step the result state
@@ -32,6 +36,9 @@ namespace {
 const char* const kToc = "0000960046E6008D3600D386";
 const uint16 ACTION_EXPIRE = 0xFFFF;
 const uint16 ACTION_LINK_LOST = 0xFFFE;
+const uint16 ACTION_LARGE_CHUNK = 0xFFFD;
+// Payload of the chunk that ACTION_LARGE_CHUNK feeds.
+const size_t LARGE_CHUNK_PAYLOAD = 64 * 1024;
 
 HbSMoxDef::SearchInfo makeSearchInfo() {
     HbSMoxDef::SearchInfo info;
@@ -102,6 +109,21 @@ void feedFrame(const uint8_t* bytes, size_t size) {
     delete[] copy;
 }
 
+// A database chunk (0x8012, status 0) with the big-endian index and count at
+// `indexAndCount` and LARGE_CHUNK_PAYLOAD zero bytes.
+void feedLargeChunk(const uint8_t* indexAndCount) {
+    std::vector<uint8_t> frame(12 + LARGE_CHUNK_PAYLOAD, 0);
+    frame[0] = 0x80;
+    frame[1] = 0x12;
+    std::memcpy(&frame[4], indexAndCount, 4);
+    const uint32_t length = static_cast<uint32_t>(LARGE_CHUNK_PAYLOAD);
+    frame[8] = static_cast<uint8_t>(length >> 24);
+    frame[9] = static_cast<uint8_t>((length >> 16) & 0xFF);
+    frame[10] = static_cast<uint8_t>((length >> 8) & 0xFF);
+    frame[11] = static_cast<uint8_t>(length & 0xFF);
+    feedFrame(frame.data(), frame.size());
+}
+
 void start(uint8_t mode) {
     MoxProtocol* protocol = MoxProtocol::GetInstance();
     // Keeps the result file small across millions of inputs.
@@ -141,6 +163,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             HbLTimerMng::GetTimerMng()->AdvanceClock(MoxProtocol::CMD_TIMER_PERIOD);
         } else if (length == ACTION_LINK_LOST) {
             MoxState::GetInstance()->notifyObserverAppState(OstLinkAppState::en_APP_STATE_LOST);
+        } else if (length == ACTION_LARGE_CHUNK) {
+            if (size - pos < 4) {
+                break;
+            }
+            feedLargeChunk(data + pos);
+            pos += 4;
         } else {
             const size_t take = length < size - pos ? length : size - pos;
             feedFrame(data + pos, take);

@@ -1,6 +1,7 @@
 // Writes the seed corpus of MoxSearchFuzzer: each seed is one byte holding the
 // length of a TOC text, the TOC text, then a database made by the writer
-// library (valid ones, and ones broken the ways the reader must survive).
+// library (valid ones, ones broken the ways the reader must survive, and the
+// answers that make a search without limits repeat its work).
 //
 // Usage: MoxSearchSeedGen DIRECTORY   (the directory must exist)
 #include <cstdint>
@@ -114,6 +115,25 @@ int main(int argc, char** argv) {
     moxdb::Bytes cut = albumsFor(toc3, {5, 6}, 3).build();
     moxdb::cutTo(cut, cut.size() / 2);
     ok &= writeSeed(dir, "cut-in-half", toc3, cut);
+
+    // Answers that make a search without limits repeat its work. The two
+    // largest (65535 duplicate TOC records, a million zero identifiers) are
+    // written smaller: libFuzzer reads at most 1 MiB of a seed, and these meet
+    // the same limits.
+    using moxdb::HostileAnswers;
+    const std::string& hostile = HostileAnswers::TOC;
+    ok &= writeSeed(dir, "hostile-repeated-toc-100", hostile,
+                    HostileAnswers::repeatedTocRecord(100).build());
+    ok &= writeSeed(dir, "hostile-repeated-toc-1000", hostile,
+                    HostileAnswers::repeatedTocRecord(1000).build());
+    ok &= writeSeed(dir, "hostile-duplicate-toc", hostile,
+                    HostileAnswers::duplicateTocRecords(1000, 100).build());
+    ok &= writeSeed(dir, "hostile-zero-track-list", hostile,
+                    HostileAnswers::zeroTrackList(5000).build());
+    ok &= writeSeed(dir, "hostile-other-medium-1000", hostile,
+                    HostileAnswers::otherMediumTrackList(1000).build());
+    ok &= writeSeed(dir, "hostile-long-toc-texts", hostile, HostileAnswers::longTocTexts().build());
+    ok &= writeSeed(dir, "hostile-longest-texts", hostile, HostileAnswers::longestTexts().build());
 
     return ok ? 0 : 1;
 }

@@ -51,8 +51,10 @@ step_fuzz() {
       cp -r "$corpus"/. "$work"/
     fi
     stamp "fuzzing $name for ${fuzz_seconds} s"
-    if ! "$fuzzer" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -print_final_stats=1 \
-      "$work" >"$work.log" 2>&1; then
+    # A slow input (over 10 s) or a huge one (over 512 MB resident) is a
+    # finding, not something to wait out.
+    if ! "$fuzzer" -max_total_time="$fuzz_seconds" -timeout=10 -rss_limit_mb=512 \
+      -print_final_stats=1 "$work" >"$work.log" 2>&1; then
       tail -n 80 "$work.log"
       echo "fuzzer $name failed" >&2
       return 1

@@ -1,19 +1,27 @@
 // `mox search` end to end: the built CLI runs on databases made here with the
 // writer library, valid and broken, and its --json, --records and table output
 // and exit status are compared with what the search must give.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/file.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "MoxDbWriter.h"
 #include "TestDir.h"
+#include "private/MoxLimits.h"
 #include "private/MoxResultFile.h"
+
+extern char** environ;
 
 using nlohmann::json;
 
@@ -55,10 +63,11 @@ protected:
     MoxSearchTest() : dir("MoxSearchTest") {}
 
     // Runs the mox binary with `args`; the debug output goes to stderr.
-    RunResult run(const std::vector<std::string>& args) {
+    // `shellSetup` runs in the shell first (limits, traps).
+    RunResult run(const std::vector<std::string>& args, const std::string& shellSetup = "") {
         const std::string outPath = dir.file("stdout");
         const std::string errPath = dir.file("stderr");
-        std::string command = "HB_DBG_OUTPUT=stderr " + shellQuote(MOX_CLI_PATH);
+        std::string command = shellSetup + "HB_DBG_OUTPUT=stderr " + shellQuote(MOX_CLI_PATH);
         for (const std::string& arg : args) {
             command += " " + shellQuote(arg);
         }
@@ -116,12 +125,37 @@ protected:
         return cat.addAlbum(draft);
     }
 
+    // The result directory without its trailing slash.
+    static std::string resultDir() {
+        std::string path = MoxResultFile::DIRECTORY;
+        while (path.size() > 1 && path.back() == '/') {
+            path.pop_back();
+        }
+        return path;
+    }
+
+    // Puts `bytes` in the result file, so a test can tell whether a run
+    // touched it.
+    static void plantResultFile(const std::vector<unsigned char>& bytes) {
+        std::filesystem::create_directories(resultDir());
+        TestDir::writeFile(MoxResultFile::FULL_PATH, bytes);
+    }
+
     static std::vector<std::string> idsOf(const json& albums) {
         std::vector<std::string> out;
         for (const json& album : albums) {
             out.push_back(album.at("AlbumId").get<std::string>());
         }
         return out;
+    }
+
+    void TearDown() override {
+        // Undo whatever a test put in place of the result directory.
+        std::error_code ignored;
+        if (!std::filesystem::is_directory(resultDir(), ignored)) {
+            std::filesystem::remove(resultDir(), ignored);
+        }
+        std::filesystem::create_directories(resultDir(), ignored);
     }
 
     TestDir dir;
@@ -376,6 +410,191 @@ TEST_F(MoxSearchTest, BadUsage_ExitsTwo) {
     EXPECT_EQ(run({"search", "--toc", "X"}).status, 2);  // no FILE
     EXPECT_EQ(run({"search", file, "--toc", "X", "--json", "--records"}).status, 2);
     EXPECT_EQ(run({"search", file, "--toc", "X", "--bogus"}).status, 2);
+}
+
+// ---------------------------------------------------------------------------
+// Control characters, result-file limit, messages, lock
+
+// A title with ESC, BEL, LF and a backslash must not reach the terminal as
+// control codes: the table writes them as \xNN and "\\".
+TEST_F(MoxSearchTest, Table_ControlCharactersInStrings_AreEscaped) {
+    moxdb::CatalogueBuilder cat;
+    const std::string toc = tocText(1);
+    const uint32_t rock = cat.addGenre("ROCK");
+    const uint32_t artist = cat.addArtist("Bell\a");
+    moxdb::AlbumFields draft;
+    draft.idText = "ID\x1b";
+    draft.title = "Red \x1b[31mAlert\nNext\\line";
+    draft.genreCode = "ROCK";
+    draft.language = "en";
+    draft.trackIds.push_back(cat.addTrack({"Tab\there\x7f", artist, rock, 1}));
+    cat.addToc(toc, cat.addAlbum(draft), 1);
+    const RunResult result = run({"search", write(cat), "--toc", toc});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    const std::string expected =
+        "1 album\n"
+        "\n"
+        "[1] Red \\x1b[31mAlert\\x0aNext\\\\line  (id ID\\x1b)\n"
+        "    confidence 0   medium 1 of 1   genre ROCK (1)   language 5 (other)\n"
+        "    #   title            performer  genre\n"
+        "    1   Tab\\x09here\\x7f  Bell\\x07   ROCK (1)\n";
+    EXPECT_EQ(result.out, expected);
+}
+
+// --records is the module's own text form and stays byte for byte.
+TEST_F(MoxSearchTest, Records_ControlCharactersInStrings_StayRaw) {
+    moxdb::CatalogueBuilder cat;
+    const std::string toc = tocText(1);
+    const uint32_t albumId = addAlbum(cat, "RAW", 1, 1);
+    cat.image().album(0).Title = cat.text("A\x1b[31mB\aC");
+    cat.addToc(toc, albumId, 1);
+    const RunResult result = run({"search", write(cat), "--toc", toc, "--records"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out.rfind("AlbumId=RAW, AlbumName=A\x1b[31mB\aC, ", 0), 0u) << result.out;
+}
+
+TEST_F(MoxSearchTest, Help_SaysRecordsStringsAreRaw) {
+    const RunResult result = run({"search", "--help"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.out.find("its strings are raw, byte for byte"), std::string::npos)
+        << result.out;
+}
+
+// The phone cannot deliver more than the module's result-file limit, so a
+// larger input is refused before anything is stored.
+TEST_F(MoxSearchTest, InputLargerThanResultFileLimit_RefusedWithSizesResultFileUntouched) {
+    plantResultFile({'o', 'l', 'd'});
+    const std::string file = dir.file("huge.dap3");
+    TestDir::writeFile(file, std::vector<unsigned char>(MoxLimits::RESULT_FILE_MAX + 1u, 0));
+    const RunResult result = run({"search", file, "--toc", "X", "--json"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox search: " + file + ": 1048577 bytes, larger than the module " +
+                              "accepts from the phone (1048576 bytes)\n");
+    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH),
+              (std::vector<unsigned char>{'o', 'l', 'd'}));
+}
+
+// An input of exactly the limit is copied whole, piece by piece.
+TEST_F(MoxSearchTest, InputOfExactlyTheLimit_CopiedWholeAndSearched) {
+    moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeSample();
+    moxdb::Bytes bytes = cat.build();
+    ASSERT_LT(bytes.size(), MoxLimits::RESULT_FILE_MAX);
+    for (size_t i = bytes.size(); i < MoxLimits::RESULT_FILE_MAX; ++i) {
+        bytes.push_back(static_cast<uint8_t>(i * 7));  // junk after the database
+    }
+    const std::string file = write(bytes);
+    const json out = runJson(file, "0000960046E6008D3600D386", 0);
+    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH), TestDir::readFile(file));
+}
+
+TEST_F(MoxSearchTest, ResultDirectoryCannotBeCreated_SaysTheSystemsReason) {
+    TestDir::removeTree(resultDir());
+    TestDir::writeFile(resultDir(), {'x'});
+    const RunResult result =
+        run({"search", write(moxdb::CatalogueBuilder::makeSample()), "--toc", "X"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err,
+              "mox search: cannot create " + MoxResultFile::DIRECTORY + ": Not a directory\n");
+}
+
+// The file-size limit of the shell (SIGXFSZ ignored) makes the copy fail.
+TEST_F(MoxSearchTest, ResultFileWriteFails_SaysTheSystemsReason) {
+    const std::string file = write(moxdb::CatalogueBuilder::makeSample());
+    const RunResult result =
+        run({"search", file, "--toc", "X", "--json"}, "trap '' XFSZ; ulimit -f 1; ");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err,
+              "mox search: " + MoxResultFile::FULL_PATH + ": write failed: File too large\n");
+}
+
+TEST_F(MoxSearchTest, TocFollowedByAnOption_IsBadUsageNotATocText) {
+    plantResultFile({'o', 'l', 'd'});
+    const std::string file = write(moxdb::CatalogueBuilder::makeSample());
+    const RunResult result = run({"search", file, "--toc", "--json"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err.rfind("--toc: --json is not a TOC text (it starts with '-'); give the "
+                               "text right after --toc\n",
+                               0),
+              0u)
+        << result.err;
+    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH),
+              (std::vector<unsigned char>{'o', 'l', 'd'}));
+}
+
+// Not a search matter, but the search tests run the program: an unknown
+// subcommand is named in the message.
+TEST_F(MoxSearchTest, UnknownSubcommand_NamesTheWord) {
+    const RunResult result = run({"serch", "x.dap3", "--toc", "X"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err,
+              "mox: unknown subcommand 'serch' (known: dump, search)\n"
+              "Run with --help for more information.\n");
+}
+
+// A second run waits while another holds the result directory, says so once
+// on stderr, and touches the result file only once the other is done.
+TEST_F(MoxSearchTest, SecondRunWhileDirectoryLocked_WaitsSaysSoOnceThenSearches) {
+    const std::string file = write(moxdb::CatalogueBuilder::makeSample());
+    plantResultFile({'o', 'l', 'd'});
+    const int held = ::open(resultDir().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(held, 0);
+    ASSERT_EQ(::flock(held, LOCK_EX), 0);
+
+    int errPipe[2];
+    ASSERT_EQ(::pipe2(errPipe, O_CLOEXEC), 0);
+    const std::string outPath = dir.file("stdout");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
+    std::vector<std::string> args = {
+        MOX_CLI_PATH, "search", file, "--toc", "0000960046E6008D3600D386", "--json"};
+    std::vector<char*> argv;
+    for (std::string& arg : args) {
+        argv.push_back(&arg[0]);
+    }
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    ASSERT_EQ(posix_spawn(&pid, MOX_CLI_PATH, &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(errPipe[1]);
+
+    // Blocks until the run has said that it waits.
+    std::string err;
+    char byte = 0;
+    while (err.find('\n') == std::string::npos && ::read(errPipe[0], &byte, 1) == 1) {
+        err += byte;
+    }
+    const std::string notice =
+        "mox search: waiting for another run that uses " + MoxResultFile::DIRECTORY + "\n";
+    EXPECT_EQ(err, notice);
+    int wstatus = 0;
+    EXPECT_EQ(::waitpid(pid, &wstatus, WNOHANG), 0);  // still waiting
+    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH),
+              (std::vector<unsigned char>{'o', 'l', 'd'}));
+
+    ::flock(held, LOCK_UN);
+    ::close(held);
+    while (::read(errPipe[0], &byte, 1) == 1) {
+        err += byte;
+    }
+    ::close(errPipe[0]);
+    ASSERT_EQ(::waitpid(pid, &wstatus, 0), pid);
+    ASSERT_TRUE(WIFEXITED(wstatus));
+    EXPECT_EQ(WEXITSTATUS(wstatus), 0);
+    EXPECT_EQ(err, notice);  // said once
+    const json out = json::parse(asText(TestDir::readFile(outPath)));
+    EXPECT_EQ(out.at("ok"), true);
+    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH), TestDir::readFile(file));
 }
 
 }  // namespace

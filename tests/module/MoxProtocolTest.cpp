@@ -20,6 +20,7 @@
 #include "HbFramework/HbLTimerMng.h"
 #include "MoxProtocolHarness.h"
 #include "TestDir.h"
+#include "private/MoxLimits.h"
 #include "private/MoxProtocol.h"
 #include "private/MoxResultFile.h"
 #include "private/MoxState.h"
@@ -737,7 +738,63 @@ TEST_F(MoxProtocolTest, Chunk_FailedWrite_DoesNotCountTheChunk) {
     EXPECT_EQ(Texts({"index error.\n"}), dbg.texts());
 }
 
+// A phone must not fill the head unit's storage: the chunk that would grow the
+// file past the limit is refused whole and ends the answer like a bad chunk.
+TEST_F(MoxProtocolTest, Chunk_PastFileSizeLimit_SizeLimitErrorThenCancelFileHoldsTheLimit) {
+    const uint32 limit = MoxLimits::RESULT_FILE_MAX;
+    startTransfer();
+    feed(chunk(0, 3, Bytes(limit - 10, 0x11)));
+    feed(chunk(1, 3, Bytes(10, 0x22)));  // up to the limit exactly: stored
+    ASSERT_TRUE(dbg.texts().empty());
+    ASSERT_EQ(103u, state->getResultState());
+    recorder->clear();
+    feed(chunk(2, 3, Bytes(1, 0x33)));
+    const std::string message =
+        "search result file size limit (" + std::to_string(limit) + ") reached.\n";
+    EXPECT_EQ(Texts({message}), dbg.texts());
+    EXPECT_EQ(Texts({message}), dbg.textsOf("writeSearchResultFile"));
+    EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff"}), recorder->events());
+    Bytes expected(limit - 10, 0x11);
+    expected.insert(expected.end(), 10, 0x22);
+    EXPECT_EQ(expected, resultFile());
+}
+
+TEST_F(MoxProtocolTest, Chunk_LargerThanFileSizeLimit_NothingStoredAndNotCounted) {
+    startTransfer();
+    feed(chunk(0, 2, Bytes(MoxLimits::RESULT_FILE_MAX + 1u, 0x44)));
+    EXPECT_EQ(Texts({"search result file size limit (" +
+                     std::to_string(MoxLimits::RESULT_FILE_MAX) + ") reached.\n"}),
+              dbg.texts());
+    EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff"}), recorder->events());
+    EXPECT_TRUE(resultFileExists());
+    EXPECT_TRUE(resultFile().empty());
+    dbg.clear();
+    feed(chunk(1, 2, text("late")));  // the refused chunk was not counted
+    EXPECT_EQ(Texts({"index error.\n"}), dbg.texts());
+    EXPECT_TRUE(resultFile().empty());
+}
+
+// The largest answer the limit allows arrives like any other.
+TEST_F(MoxProtocolTest, Chunk_AnswerOfExactlyTheFileSizeLimit_IsComplete) {
+    startTransfer();
+    feed(chunk(0, 1, Bytes(MoxLimits::RESULT_FILE_MAX, 0x55)));
+    EXPECT_TRUE(dbg.texts().empty());
+    EXPECT_EQ(Texts({"state 0"}), recorder->events());
+    EXPECT_EQ(MoxLimits::RESULT_FILE_MAX, resultFile().size());
+}
+
 // --- Result file ----------------------------------------------------------------------
+
+TEST_F(MoxProtocolTest, WriteSearchResultFile_PastFileSizeLimit_WritesNothingReturnsFalse) {
+    Bytes data(MoxLimits::RESULT_FILE_MAX, 0x66);
+    ASSERT_TRUE(protocol->writeSearchResultFile(data.data(), MoxLimits::RESULT_FILE_MAX - 1u));
+    EXPECT_FALSE(protocol->writeSearchResultFile(data.data(), 2));
+    EXPECT_EQ(Texts({"search result file size limit (" +
+                     std::to_string(MoxLimits::RESULT_FILE_MAX) + ") reached.\n"}),
+              dbg.texts());
+    EXPECT_TRUE(protocol->writeSearchResultFile(data.data(), 1));  // the last byte still fits
+    EXPECT_EQ(data, resultFile());
+}
 
 TEST_F(MoxProtocolTest, WriteSearchResultFile_TwoWrites_AppendInOrder) {
     Bytes first = text("abc");

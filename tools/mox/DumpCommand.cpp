@@ -25,6 +25,7 @@
 
 #include "Commands.h"
 #include "HbFramework/HbString.h"
+#include "TextEscape.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxDbRecords.h"
 
@@ -104,26 +105,6 @@ private:
 
 uint16_t loadU16Le(const uint8_t* bytes) {
     return static_cast<uint16_t>(bytes[0] | (bytes[1] << 8));
-}
-
-// Control characters would break the one-line-per-item output: they are
-// written as \xNN, and a backslash as "\\"; other bytes stay as they are.
-std::string escapeText(const std::string& text) {
-    static const char HEX[] = "0123456789abcdef";
-    std::string out;
-    for (char c : text) {
-        const unsigned char byte = static_cast<unsigned char>(c);
-        if (byte == '\\') {
-            out += "\\\\";
-        } else if (byte < 0x20 || byte == 0x7f) {
-            out += "\\x";
-            out += HEX[byte >> 4];
-            out += HEX[byte & 0x0f];
-        } else {
-            out += c;
-        }
-    }
-    return out;
 }
 
 // One text of a record that --strings shows: its label and string offset.
@@ -272,7 +253,7 @@ private:
                                failure)) {
                 return false;
             }
-            mOut << "    " << field.label << ": " << escapeText(text) << "\n";
+            mOut << "    " << field.label << ": " << escapeControlCharacters(text) << "\n";
         }
         return true;
     }

@@ -1,38 +1,51 @@
 // mox search FILE --toc TEXT [--json | --records]: runs the module's album
 // search on a stored response database.
 //
-// FILE is copied to the module's result file (MoxResultFile::FULL_PATH, its
-// directory created when missing) and MoxDapDatabase::getSearchResult runs on
-// it with TEXT as the disc's TOC text. What the search left in the album list
-// is printed, also after a failure:
-//   (default)  a readable table per album; the module's debug messages go to
-//              the debug output (stderr unless HB_DBG_OUTPUT says otherwise)
+// FILE is copied, in pieces of 64 KiB, to the module's result file
+// (MoxResultFile::FULL_PATH, its directory created when missing) and
+// MoxDapDatabase::getSearchResult runs on it with TEXT as the disc's TOC
+// text. A FILE larger than the module's result-file limit
+// (MoxLimits::RESULT_FILE_MAX) is refused: the phone could not deliver it.
+// The result directory is locked for the whole copy and search, so that two
+// runs never share the result file; a run that has to wait says so once on
+// stderr. What the search left in the album list is printed, also after a
+// failure:
+//   (default)  a readable table per album, control characters of the
+//              database's strings escaped (\xNN, "\\" for a backslash); the
+//              module's debug messages go to the debug output (stderr unless
+//              HB_DBG_OUTPUT says otherwise)
 //   --json     exactly one JSON object on stdout:
 //              {"ok": bool, "albums": [...], "log": ["message", ...]}, where
 //              "log" holds every debug message of the search, in order, each
 //              without its final line feed
 //   --records  the module's text form of each album (getStrAlbum), one line
-//              per album, nothing else
+//              per album, nothing else; its strings are raw, byte for byte
 // Exit status: 0 when the search returns true, 1 when it returns false, 2 for
-// bad usage, an unreadable FILE or a result file that cannot be written (one
-// line on stderr says why).
+// bad usage, an unreadable or too large FILE or a result file that cannot be
+// written (one line on stderr says why).
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <list>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "Commands.h"
 #include "HbFramework/HbDbgOutput.h"
-#include "HbFramework/HbFileSys.h"
+#include "ResultDirLock.h"
+#include "TextEscape.h"
 #include "private/MoxDapDatabase.h"
+#include "private/MoxLimits.h"
 #include "private/MoxResultFile.h"
 
 namespace {
@@ -53,56 +66,95 @@ struct SearchOptions {
     bool records = false;
 };
 
-// Reads the whole regular file `path` into `bytes`; false with a one-line
-// reason otherwise.
-bool readWholeFile(const std::string& path, std::string* bytes, std::string* why) {
+// Bytes copied at a time from FILE to the result file.
+const size_t COPY_PIECE = 64 * 1024;
+
+// Why the last C library call failed, for a one-line reason.
+std::string systemReason() {
+    return std::strerror(errno);
+}
+
+// True when `path` is a regular file that the module would accept as its
+// result file; otherwise false with a one-line reason.
+bool checkInput(const std::string& path, std::string* why) {
     struct stat info;
     if (::stat(path.c_str(), &info) != 0) {
-        *why = path + ": " + std::strerror(errno);
+        *why = path + ": " + systemReason();
         return false;
     }
     if (!S_ISREG(info.st_mode)) {
         *why = path + ": not a regular file";
         return false;
     }
-    FILE* file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
-        *why = path + ": " + std::strerror(errno);
-        return false;
-    }
-    bytes->clear();
-    char chunk[65536];
-    size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof(chunk), file)) > 0) {
-        bytes->append(chunk, got);
-    }
-    const bool failed = std::ferror(file) != 0;
-    std::fclose(file);
-    if (failed) {
-        *why = path + ": read failed";
+    if (static_cast<uint64_t>(info.st_size) > MoxLimits::RESULT_FILE_MAX) {
+        *why = path + ": " + std::to_string(info.st_size) +
+               " bytes, larger than the module accepts from the phone (" +
+               std::to_string(MoxLimits::RESULT_FILE_MAX) + " bytes)";
         return false;
     }
     return true;
 }
 
-// Stores `bytes` as the module's result file, creating its directory.
-bool storeResultFile(const std::string& bytes, std::string* why) {
-    if (!HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true)) {
-        *why = "cannot create " + MoxResultFile::DIRECTORY;
-        return false;
+// Creates the result directory and its missing parents.
+bool makeResultDirectory(std::string* why) {
+    std::string directory = MoxResultFile::DIRECTORY;
+    while (directory.size() > 1 && directory.back() == '/') {
+        directory.pop_back();
     }
-    FILE* file = std::fopen(MoxResultFile::FULL_PATH.c_str(), "wb");
-    if (file == nullptr) {
-        *why = MoxResultFile::FULL_PATH + ": " + std::strerror(errno);
-        return false;
-    }
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    const bool closed = std::fclose(file) == 0;
-    if (!written || !closed) {
-        *why = MoxResultFile::FULL_PATH + ": write failed";
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (error) {
+        *why = "cannot create " + MoxResultFile::DIRECTORY + ": " + error.message();
         return false;
     }
     return true;
+}
+
+// Copies `input` to `output` a piece at a time, at most RESULT_FILE_MAX
+// bytes (the input may grow while it is read).
+bool copyPieces(FILE* input, const std::string& inputPath, FILE* output, std::string* why) {
+    std::vector<char> piece(COPY_PIECE);
+    uint64_t copied = 0;
+    size_t got = 0;
+    while ((got = std::fread(piece.data(), 1, piece.size(), input)) > 0) {
+        copied += got;
+        if (copied > MoxLimits::RESULT_FILE_MAX) {
+            *why = inputPath + ": grew past " + std::to_string(MoxLimits::RESULT_FILE_MAX) +
+                   " bytes while it was copied";
+            return false;
+        }
+        if (std::fwrite(piece.data(), 1, got, output) != got) {
+            *why = MoxResultFile::FULL_PATH + ": write failed: " + systemReason();
+            return false;
+        }
+    }
+    if (std::ferror(input) != 0) {
+        *why = inputPath + ": read failed: " + systemReason();
+        return false;
+    }
+    return true;
+}
+
+// Stores the file at `path` as the module's result file.
+bool storeResultFile(const std::string& path, std::string* why) {
+    FILE* input = std::fopen(path.c_str(), "rb");
+    if (input == nullptr) {
+        *why = path + ": " + systemReason();
+        return false;
+    }
+    FILE* output = std::fopen(MoxResultFile::FULL_PATH.c_str(), "wb");
+    if (output == nullptr) {
+        *why = MoxResultFile::FULL_PATH + ": " + systemReason();
+        std::fclose(input);
+        return false;
+    }
+    bool stored = copyPieces(input, path, output, why);
+    std::fclose(input);
+    if (std::fclose(output) != 0 && stored) {
+        *why = MoxResultFile::FULL_PATH + ": write failed: " + systemReason();
+        stored = false;
+    }
+    return stored;
 }
 
 Json trackToJson(const HbSMoxDef::TrackInfo& track) {
@@ -163,33 +215,44 @@ void printTable(const std::list<HbSMoxDef::AlbumInfo>& albums, std::ostream& out
     size_t number = 0;
     for (const HbSMoxDef::AlbumInfo& album : albums) {
         ++number;
-        out << "\n[" << number << "] " << album.AlbumName << "  (id " << album.AlbumId << ")\n";
+        out << "\n[" << number << "] " << escapeControlCharacters(album.AlbumName) << "  (id "
+            << escapeControlCharacters(album.AlbumId) << ")\n";
         out << "    confidence " << album.Confidence << "   medium " << album.MediaNum << " of "
-            << album.MediaCount << "   genre " << album.GenreName << " (" << album.GenreID
-            << ")   language " << languageText(album.AlbumLang) << "\n";
+            << album.MediaCount << "   genre " << escapeControlCharacters(album.GenreName) << " ("
+            << album.GenreID << ")   language " << languageText(album.AlbumLang) << "\n";
+        std::vector<std::string> titles;
+        std::vector<std::string> performers;
         size_t titleWidth = displayWidth("title");
         size_t performerWidth = displayWidth("performer");
         for (const HbSMoxDef::TrackInfo& track : album.Tracks) {
-            titleWidth = std::max(titleWidth, displayWidth(track.TrackName));
-            performerWidth = std::max(performerWidth, displayWidth(track.PerformerName));
+            titles.push_back(escapeControlCharacters(track.TrackName));
+            performers.push_back(escapeControlCharacters(track.PerformerName));
+            titleWidth = std::max(titleWidth, displayWidth(titles.back()));
+            performerWidth = std::max(performerWidth, displayWidth(performers.back()));
         }
         out << "    " << padded("#", 4) << padded("title", titleWidth + 2)
             << padded("performer", performerWidth + 2) << "genre\n";
-        size_t trackNumber = 0;
-        for (const HbSMoxDef::TrackInfo& track : album.Tracks) {
-            ++trackNumber;
-            out << "    " << padded(std::to_string(trackNumber), 4)
-                << padded(track.TrackName, titleWidth + 2)
-                << padded(track.PerformerName, performerWidth + 2) << track.GenreName << " ("
-                << track.GenreID << ")\n";
+        for (size_t i = 0; i < album.Tracks.size(); ++i) {
+            const HbSMoxDef::TrackInfo& track = album.Tracks[i];
+            out << "    " << padded(std::to_string(i + 1), 4) << padded(titles[i], titleWidth + 2)
+                << padded(performers[i], performerWidth + 2)
+                << escapeControlCharacters(track.GenreName) << " (" << track.GenreID << ")\n";
         }
     }
 }
 
 int runSearch(const SearchOptions& options) {
-    std::string bytes;
     std::string why;
-    if (!readWholeFile(options.file, &bytes, &why) || !storeResultFile(bytes, &why)) {
+    if (!checkInput(options.file, &why) || !makeResultDirectory(&why)) {
+        std::cerr << PREFIX << why << "\n";
+        return EXIT_BAD_INPUT;
+    }
+    const ResultDirLock lock(MoxResultFile::DIRECTORY, std::cerr, PREFIX);
+    if (!lock.locked()) {
+        std::cerr << PREFIX << lock.error() << "\n";
+        return EXIT_BAD_INPUT;
+    }
+    if (!storeResultFile(options.file, &why)) {
         std::cerr << PREFIX << why << "\n";
         return EXIT_BAD_INPUT;
     }
@@ -238,6 +301,15 @@ int runSearch(const SearchOptions& options) {
     return found ? EXIT_FOUND : EXIT_SEARCH_FAILED;
 }
 
+// A TOC text never starts with '-': such a value is an option that took the
+// place of the forgotten text ("--toc --json").
+std::string notAnOption(std::string& value) {
+    if (!value.empty() && value[0] == '-') {
+        return value + " is not a TOC text (it starts with '-'); give the text right after --toc";
+    }
+    return std::string();
+}
+
 }  // namespace
 
 Command addSearchCommand(CLI::App& app) {
@@ -245,11 +317,14 @@ Command addSearchCommand(CLI::App& app) {
     CLI::App* search = app.add_subcommand("search", "Album search on a stored response database");
     search->add_option("FILE", options->file, "response database to search")->required();
     search->add_option("--toc", options->toc, "the disc's TOC text, compared byte for byte")
-        ->required();
+        ->required()
+        ->check(CLI::Validator(notAnOption, ""));
     CLI::Option* json =
         search->add_flag("--json", options->json, "print one JSON object: ok, albums, log");
-    CLI::Option* records = search->add_flag("--records", options->records,
-                                            "print the text form of each album, one per line");
+    CLI::Option* records = search->add_flag(
+        "--records", options->records,
+        "print the module's text form of each album, one per line; its strings are raw, "
+        "byte for byte (the table escapes control characters)");
     json->excludes(records);
     return Command{search, [options]() { return runSearch(*options); }};
 }

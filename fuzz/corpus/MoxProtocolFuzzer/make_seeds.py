@@ -6,14 +6,24 @@
 Each seed is one conversation with the phone in the fuzzer's input layout:
 a start byte (0 lookup, 1 connect, 2 cancel, 3 carry on), then records of a
 2-byte big-endian length and that many frame bytes; length 0xFFFF lets the
-command timer expire, 0xFFFE reports the phone application lost.
+command timer expire, 0xFFFE reports the phone application lost, 0xFFFD
+with a chunk index and count feeds a chunk of 64 KiB of zeros. One seed,
+chunks_past_file_limit, is an answer whose last chunk would grow the result
+file past the module's limit.
 """
 import os
 import struct
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-EXPIRE = b"\xff\xff"
-LINK_LOST = b"\xff\xfe"
+
+
+class Action(bytes):
+    """Bytes that the fuzzer takes as an action, not as a framed record."""
+
+
+EXPIRE = Action(b"\xff\xff")
+LINK_LOST = Action(b"\xff\xfe")
+LARGE_CHUNK_PAYLOAD = 64 * 1024
 
 
 def header(command, status=0, index=0, count=0):
@@ -36,8 +46,24 @@ def record(frame):
 def seed(start, *steps):
     out = bytes([start])
     for step in steps:
-        out += step if step in (EXPIRE, LINK_LOST) else record(step)
+        out += step if isinstance(step, Action) else record(step)
     return out
+
+
+# The module's result-file limit.
+RESULT_FILE_MAX = 1024 * 1024
+
+
+def large_chunk(index, count):
+    """A chunk of LARGE_CHUNK_PAYLOAD zero bytes, made by the fuzzer."""
+    return Action(b"\xff\xfd" + struct.pack(">HH", index, count))
+
+
+def past_file_limit():
+    """Chunks up to the limit exactly, then one more."""
+    count = RESULT_FILE_MAX // LARGE_CHUNK_PAYLOAD + 1
+    chunks = [large_chunk(i, count) for i in range(count)]
+    return seed(0, notice(count * LARGE_CHUNK_PAYLOAD), *chunks)
 
 
 SEEDS = {
@@ -60,6 +86,7 @@ SEEDS = {
     "link_lost_mid_transfer": seed(0, notice(6), chunk(0, 2, b"abc"), LINK_LOST,
                                    chunk(1, 2, b"def")),
     "unknown_and_echo": seed(3, header(0x1234), header(0xFFFF), b"\x80", b""),
+    "chunks_past_file_limit": past_file_limit(),
 }
 
 

@@ -7,6 +7,8 @@
 //   artists, genres and TOC texts with the format's identifier conventions.
 // - moxdb::DbImageBuilder (moxdb/DbImageBuilder.h): every byte settable,
 //   heads and table words overridable, strings and lists of any length.
+// - moxdb::HostileAnswers (moxdb/HostileAnswers.h): small databases that
+//   make a search without limits repeat its work millions of times.
 // - moxdb::makeTocText (moxdb/TocText.h): the tools' TOC text.
 // - moxdb::SampleDbCommand (moxdb/SampleDbCommand.h): the mox-sampledb program.
 // - moxdb byte helpers (moxdb/DbBytes.h): little-endian put/get, UTF-8 to
@@ -20,6 +22,7 @@
 #include "moxdb/DbBytes.h"
 #include "moxdb/DbImageBuilder.h"
 #include "moxdb/DbRecords.h"
+#include "moxdb/HostileAnswers.h"
 #include "moxdb/SampleDbCommand.h"
 #include "moxdb/TocText.h"
 

@@ -15,9 +15,11 @@
 #include <cstring>
 #include <iomanip>
 #include <sstream>
+#include <utility>
 
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbString.h"
+#include "private/MoxLimits.h"
 #include "private/MoxResultFile.h"
 
 namespace {
@@ -30,9 +32,14 @@ const unsigned int DB_TOC_OFFSET = 64;
 // The string area and the album-tracks section each begin with a word the
 // reader skips.
 const unsigned int SECTION_SKIP_WORD = 4;
-// Largest stream buffer given to the result file; a larger file is still read
-// through a buffer of this size.
-const uint64 READ_BUFFER_MAX = 1024 * 1024;
+// Largest stream buffer given to the result file: the largest file that
+// reception stores, so that every answer of the phone is fetched from the
+// kernel once. A larger file is still read through a buffer of this size.
+const uint64 READ_BUFFER_MAX = MoxLimits::RESULT_FILE_MAX;
+
+// Work that one seek counts: the C stream asks the kernel on every seek (a
+// system call), which costs about as much as eight reads from its buffer.
+const uint32 SEEK_WORK = 8;
 
 // Width of a hexadecimal field of the text form (a 32-bit value).
 const int HEX_WIDTH = 8;
@@ -123,7 +130,14 @@ std::string renderFields(const Field (&fields)[N]) {
 }  // namespace
 
 MoxDapDatabase::MoxDapDatabase()
-    : mpDbHeader(nullptr), mpDbToc(nullptr), mStringBase(0), mpReadFile(nullptr), mGenreMap() {
+    : mpDbHeader(nullptr),
+      mpDbToc(nullptr),
+      mStringBase(0),
+      mpReadFile(nullptr),
+      mGenreMap(),
+      mReadBuffer(),
+      mWorkCount(0),
+      mTrackCount(0) {
     // Genre codes of the phone's database and the numbers the application
     // knows them by; 0 stays free for an unknown code.
     static const struct {
@@ -167,6 +181,9 @@ void MoxDapDatabase::init() {
 bool MoxDapDatabase::openSearchResultFile() {
     // A stream left open by the caller keeps using mReadBuffer: leave it alone.
     const bool bufferInUse = mpReadFile != nullptr;
+    // Opening the stored answer starts a search: nothing of it is spent yet.
+    mWorkCount = 0;
+    mTrackCount = 0;
     mpReadFile = fopen64(MoxResultFile::FULL_PATH.c_str(), "r");
     if (mpReadFile == nullptr) {
         HbDbgOutput::DbgPrint(SOURCE, "openSearchResultFile", __LINE__, en_TAG_ERROR,
@@ -244,13 +261,15 @@ bool MoxDapDatabase::getDbToc() {
 }
 
 // A failing seek is reported here and again by the caller; only a missing
-// stream closes the database here.
+// stream closes the database here. Every seek counts against the work limit
+// of the search; the read that follows it is refused once the limit is met.
 bool MoxDapDatabase::dapFseek(FILE* file, unsigned int offset, unsigned int whence) {
     if (file == nullptr) {
         HbDbgOutput::DbgPrint(SOURCE, "dapFseek", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
         init();
         return false;
     }
+    mWorkCount += SEEK_WORK;
     const int result = std::fseek(file, static_cast<long>(offset), static_cast<int>(whence));
     if (result != 0) {
         HbDbgOutput::DbgPrint(SOURCE, "dapFseek", __LINE__, en_TAG_ERROR, "fseek return %d.\n",
@@ -261,12 +280,20 @@ bool MoxDapDatabase::dapFseek(FILE* file, unsigned int offset, unsigned int when
 }
 
 // True only when all `count` items were read; a short read is a failure.
+// Every call counts against the work limit of the search: a read past it
+// fails like a read error, so the caller reports it and closes the database.
 bool MoxDapDatabase::dapFread(void* buffer, unsigned int size, unsigned int count, FILE* file) {
     if (file == nullptr) {
         HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
         init();
         return false;
     }
+    if (mWorkCount >= MoxLimits::SEARCH_WORK_MAX) {
+        HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR,
+                              "search work limit (%u) reached.\n", MoxLimits::SEARCH_WORK_MAX);
+        return false;
+    }
+    ++mWorkCount;
     if (std::fread(buffer, size, count, file) == count) {
         return true;
     }
@@ -316,6 +343,11 @@ bool MoxDapDatabase::getString(unsigned int offset, std::string* text) {
     // One unit more than the longest string, for the terminator the file
     // does not store.
     unsigned short buffer[STRING_BUF_MAX + 1];
+    // Each unit of the text counts like a read: converting and keeping it
+    // costs time and memory in proportion to its length, which its two reads
+    // do not show. Counted before the read, so that a text past the limit is
+    // not converted.
+    mWorkCount += lStrSize;
     if (!dapFread(buffer, 1, 2u * lStrSize, mpReadFile)) {
         HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "read error.\n");
         init();
@@ -377,8 +409,16 @@ bool MoxDapDatabase::getQuillAlbumTracksInfo(unsigned int offset, QuillAlbumTrac
         return true;
     }
     // The count comes from the file: grow one entry at a time, so a bogus
-    // count ends at the end of the file instead of in one huge allocation.
+    // count ends at the end of the file instead of in one huge allocation. No
+    // album lists more tracks than one search may assemble.
     for (uint32 i = 0; i < list->Count; ++i) {
+        if (i >= MoxLimits::SEARCH_TRACK_MAX) {
+            HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
+                                  "search track limit (%u) reached. i=%d\n",
+                                  MoxLimits::SEARCH_TRACK_MAX, static_cast<int>(i));
+            init();
+            return false;
+        }
         uint32 trackId = 0;
         if (!dapFread(&trackId, 1, sizeof(trackId), mpReadFile)) {
             HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
@@ -634,6 +674,14 @@ bool MoxDapDatabase::getAlbumInfo(unsigned int albumId, unsigned short mediaNum,
         if (trackRec.MediaNum != static_cast<uint32>(mediaNum)) {
             continue;
         }
+        // Bounds the memory of the whole result, over all albums of the search.
+        if (mTrackCount >= MoxLimits::SEARCH_TRACK_MAX) {
+            HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
+                                  "search track limit (%u) reached. n=%d\n",
+                                  MoxLimits::SEARCH_TRACK_MAX, index);
+            init();
+            return false;
+        }
         if (!getString(trackRec.Title, &track.TrackName)) {
             HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
                                   "getString return false. n=%d\n", index);
@@ -666,6 +714,7 @@ bool MoxDapDatabase::getAlbumInfo(unsigned int albumId, unsigned short mediaNum,
         }
         track.GenreID = getRudGenreID(track.GenreName);
         album->Tracks.push_back(track);
+        ++mTrackCount;
     }
 
     if (album->Tracks.empty()) {
@@ -730,7 +779,7 @@ bool MoxDapDatabase::getSearchResult(std::string toc, std::list<HbSMoxDef::Album
             init();
             return false;
         }
-        albums->push_back(album);
+        albums->push_back(std::move(album));
     }
 
     // Ascending merge sort with the non-strict compAlbumList puts equal

@@ -85,6 +85,10 @@ public:
     // openSearchResultFile so that a search fetches the file from the kernel
     // about once; released by init() after the stream is closed.
     std::vector<char> mReadBuffer;
+    // What the search in progress has spent so far, against MoxLimits; both
+    // restart when openSearchResultFile opens the stored answer.
+    uint32 mWorkCount;   // reads, seeks and converted text units (see MoxLimits)
+    uint32 mTrackCount;  // tracks appended to the albums of this search
 
 private:
     MoxDapDatabase();

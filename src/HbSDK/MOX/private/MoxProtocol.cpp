@@ -1,5 +1,7 @@
 #include "private/MoxProtocol.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -7,6 +9,7 @@
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
 #include "HbFramework/HbLTimerMng.h"
+#include "private/MoxLimits.h"
 #include "private/MoxResultFile.h"
 #include "private/MoxState.h"
 
@@ -360,6 +363,22 @@ bool MoxProtocol::writeSearchResultFile(unsigned char* data, unsigned int length
     if (file == nullptr) {
         HbDbgOutput::DbgPrint(kSource, __func__, __LINE__, en_TAG_ERROR,
                               "search result file open error.\n");
+        return false;
+    }
+    // A phone must not fill the head unit's storage: a chunk that would grow
+    // the file past the limit is not written at all.
+    struct stat64 info;
+    if (fstat64(fileno(file), &info) != 0) {
+        HbDbgOutput::DbgPrint(kSource, __func__, __LINE__, en_TAG_ERROR,
+                              "search result file write error.\n");
+        std::fclose(file);
+        return false;
+    }
+    if (static_cast<uint64>(info.st_size) + length > MoxLimits::RESULT_FILE_MAX) {
+        HbDbgOutput::DbgPrint(kSource, __func__, __LINE__, en_TAG_ERROR,
+                              "search result file size limit (%u) reached.\n",
+                              MoxLimits::RESULT_FILE_MAX);
+        std::fclose(file);
         return false;
     }
     const size_t written = std::fwrite(data, 1, length, file);

@@ -1,0 +1,50 @@
+#include "ResultDirLock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+ResultDirLock::ResultDirLock(const std::string& directory, std::ostream& waitNotice,
+                             const std::string& prefix)
+    : mFd(-1), mError() {
+    const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        fail(directory, errno);
+        return;
+    }
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+        mFd = fd;
+        return;
+    }
+    if (errno != EWOULDBLOCK) {
+        const int error = errno;
+        ::close(fd);
+        fail(directory, error);
+        return;
+    }
+    waitNotice << prefix << "waiting for another run that uses " << directory << std::endl;
+    int result = 0;
+    while ((result = ::flock(fd, LOCK_EX)) != 0 && errno == EINTR) {
+    }
+    if (result != 0) {
+        const int error = errno;
+        ::close(fd);
+        fail(directory, error);
+        return;
+    }
+    mFd = fd;
+}
+
+ResultDirLock::~ResultDirLock() {
+    if (mFd >= 0) {
+        ::flock(mFd, LOCK_UN);
+        ::close(mFd);
+    }
+}
+
+void ResultDirLock::fail(const std::string& directory, int error) {
+    mError = "cannot lock " + directory + ": " + std::strerror(error);
+}
