@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# The main job: builds the module and its tools, then runs them on a sample
-# response database (dump it, then search it for each disc it holds).
+# The main job: builds the module, its tools and the phone simulator, then
+# looks up every disc of the bundled sample catalogue through the module and
+# the built-in simulator (one `mox lookup` each), and one disc that the phone
+# does not know.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -8,20 +10,31 @@ source scripts/deps.sh
 mox_require_packages $MOX_HOST_PACKAGES
 
 cmake --preset default >/dev/null
-cmake --build --preset default --target mox_cli mox_sampledb
+cmake --build --preset default --target mox_cli mox_phone
 
-out=build/default/run
-mkdir -p "$out"
-db="$out/sample.dap3"
-echo "== mox-sampledb: writing a sample response database to $db"
-build/default/tools/dbwriter/mox-sampledb "$db" | tee "$out/sample-tocs.txt"
-echo
-echo "== mox dump $db"
-build/default/tools/mox/mox dump "$db"
-echo
-while IFS=$'\t' read -r toc title; do
-  [ -n "$toc" ] || continue
-  echo "== mox search $db --toc $toc   ($title)"
-  build/default/tools/mox/mox search "$db" --toc "$toc"
+mox=build/default/tools/mox/mox
+catalog=tools/phone/catalog/sample.json
+
+# "TOC<TAB>what the catalogue says of it", one line per disc.
+discs=$(/usr/bin/python3 - "$catalog" <<'PY'
+import json, sys
+catalog = json.load(open(sys.argv[1], encoding="utf-8"))
+for disc in catalog["discs"]:
+    print(disc["toc"] + "\t" + str(len(disc.get("candidates", []))) + " candidate(s) in the catalogue")
+PY
+)
+
+while IFS=$'\t' read -r toc note; do
+  echo "== mox lookup --toc $toc   ($note)"
+  "$mox" lookup --toc "$toc"
   echo
-done < "$out/sample-tocs.txt"
+done <<< "$discs"
+
+unknown=000096001234
+echo "== mox lookup --toc $unknown   (a disc the phone does not know: exit status 1)"
+status=0
+"$mox" lookup --toc "$unknown" || status=$?
+if [ "$status" -ne 1 ]; then
+  echo "expected exit status 1 for an unknown disc, got $status" >&2
+  exit 1
+fi

@@ -534,7 +534,7 @@ TEST_F(MoxSearchTest, UnknownSubcommand_NamesTheWord) {
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err,
-              "mox: unknown subcommand 'serch' (known: dump, search)\n"
+              "mox: unknown subcommand 'serch' (known: dump, search, toc, lookup)\n"
               "Run with --help for more information.\n");
 }
 

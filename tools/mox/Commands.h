@@ -18,5 +18,6 @@ struct Command {
 Command addDumpCommand(CLI::App& app);
 Command addSearchCommand(CLI::App& app);
 Command addTocCommand(CLI::App& app);
+Command addLookupCommand(CLI::App& app);
 
 #endif  // MOX_TOOLS_COMMANDS_H

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 ResultDirLock::ResultDirLock(const std::string& directory, std::ostream& waitNotice,
                              const std::string& prefix)
@@ -47,4 +49,18 @@ ResultDirLock::~ResultDirLock() {
 
 void ResultDirLock::fail(const std::string& directory, int error) {
     mError = "cannot lock " + directory + ": " + std::strerror(error);
+}
+
+bool makeResultDirectory(const std::string& directory, std::string* why) {
+    std::string path = directory;
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    if (error) {
+        *why = "cannot create " + directory + ": " + error.message();
+        return false;
+    }
+    return true;
 }

@@ -39,4 +39,8 @@ private:
     std::string mError;
 };
 
+// Creates `directory` (the result directory) and its missing parents; false
+// with "cannot create <directory>: <reason>" otherwise.
+bool makeResultDirectory(const std::string& directory, std::string* why);
+
 #endif  // MOX_TOOLS_RESULTDIRLOCK_H

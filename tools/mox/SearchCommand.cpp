@@ -40,6 +40,7 @@
 #include <system_error>
 #include <vector>
 
+#include "AlbumOutput.h"
 #include "Commands.h"
 #include "HbFramework/HbDbgOutput.h"
 #include "ResultDirLock.h"
@@ -95,21 +96,6 @@ bool checkInput(const std::string& path, std::string* why) {
     return true;
 }
 
-// Creates the result directory and its missing parents.
-bool makeResultDirectory(std::string* why) {
-    std::string directory = MoxResultFile::DIRECTORY;
-    while (directory.size() > 1 && directory.back() == '/') {
-        directory.pop_back();
-    }
-    std::error_code error;
-    std::filesystem::create_directories(directory, error);
-    if (error) {
-        *why = "cannot create " + MoxResultFile::DIRECTORY + ": " + error.message();
-        return false;
-    }
-    return true;
-}
-
 // Copies `input` to `output` a piece at a time, at most RESULT_FILE_MAX
 // bytes (the input may grow while it is read).
 bool copyPieces(FILE* input, const std::string& inputPath, FILE* output, std::string* why) {
@@ -157,93 +143,9 @@ bool storeResultFile(const std::string& path, std::string* why) {
     return stored;
 }
 
-Json trackToJson(const HbSMoxDef::TrackInfo& track) {
-    Json out = Json::object();
-    out["TrackName"] = track.TrackName;
-    out["PerformerName"] = track.PerformerName;
-    out["GenreName"] = track.GenreName;
-    out["GenreID"] = track.GenreID;
-    out["TrackNum"] = track.TrackNum;
-    return out;
-}
-
-Json albumToJson(const HbSMoxDef::AlbumInfo& album) {
-    Json out = Json::object();
-    out["AlbumId"] = album.AlbumId;
-    out["AlbumName"] = album.AlbumName;
-    out["GenreName"] = album.GenreName;
-    out["GenreID"] = album.GenreID;
-    out["Confidence"] = album.Confidence;
-    out["AlbumLang"] = static_cast<unsigned int>(album.AlbumLang);
-    out["MediaNum"] = album.MediaNum;
-    out["MediaCount"] = album.MediaCount;
-    out["Database"] = static_cast<unsigned int>(album.Database);
-    Json tracks = Json::array();
-    for (const HbSMoxDef::TrackInfo& track : album.Tracks) {
-        tracks.push_back(trackToJson(track));
-    }
-    out["Tracks"] = tracks;
-    return out;
-}
-
-// Number of characters of a UTF-8 text (continuation bytes not counted), for
-// lining up the table's columns.
-size_t displayWidth(const std::string& text) {
-    size_t width = 0;
-    for (char c : text) {
-        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) {
-            ++width;
-        }
-    }
-    return width;
-}
-
-std::string padded(const std::string& text, size_t width) {
-    const size_t used = displayWidth(text);
-    return used >= width ? text : text + std::string(width - used, ' ');
-}
-
-std::string languageText(uint8 code) {
-    if (code == 3) {
-        return "3 (Japanese)";
-    }
-    return std::to_string(code) + " (other)";
-}
-
-void printTable(const std::list<HbSMoxDef::AlbumInfo>& albums, std::ostream& out) {
-    out << albums.size() << (albums.size() == 1 ? " album" : " albums") << "\n";
-    size_t number = 0;
-    for (const HbSMoxDef::AlbumInfo& album : albums) {
-        ++number;
-        out << "\n[" << number << "] " << escapeControlCharacters(album.AlbumName) << "  (id "
-            << escapeControlCharacters(album.AlbumId) << ")\n";
-        out << "    confidence " << album.Confidence << "   medium " << album.MediaNum << " of "
-            << album.MediaCount << "   genre " << escapeControlCharacters(album.GenreName) << " ("
-            << album.GenreID << ")   language " << languageText(album.AlbumLang) << "\n";
-        std::vector<std::string> titles;
-        std::vector<std::string> performers;
-        size_t titleWidth = displayWidth("title");
-        size_t performerWidth = displayWidth("performer");
-        for (const HbSMoxDef::TrackInfo& track : album.Tracks) {
-            titles.push_back(escapeControlCharacters(track.TrackName));
-            performers.push_back(escapeControlCharacters(track.PerformerName));
-            titleWidth = std::max(titleWidth, displayWidth(titles.back()));
-            performerWidth = std::max(performerWidth, displayWidth(performers.back()));
-        }
-        out << "    " << padded("#", 4) << padded("title", titleWidth + 2)
-            << padded("performer", performerWidth + 2) << "genre\n";
-        for (size_t i = 0; i < album.Tracks.size(); ++i) {
-            const HbSMoxDef::TrackInfo& track = album.Tracks[i];
-            out << "    " << padded(std::to_string(i + 1), 4) << padded(titles[i], titleWidth + 2)
-                << padded(performers[i], performerWidth + 2)
-                << escapeControlCharacters(track.GenreName) << " (" << track.GenreID << ")\n";
-        }
-    }
-}
-
 int runSearch(const SearchOptions& options) {
     std::string why;
-    if (!checkInput(options.file, &why) || !makeResultDirectory(&why)) {
+    if (!checkInput(options.file, &why) || !makeResultDirectory(MoxResultFile::DIRECTORY, &why)) {
         std::cerr << PREFIX << why << "\n";
         return EXIT_BAD_INPUT;
     }
@@ -290,7 +192,7 @@ int runSearch(const SearchOptions& options) {
                 std::cout << '\n';
             }
         } else {
-            printTable(albums, std::cout);
+            printAlbumTable(albums, std::cout);
             if (!found) {
                 std::cerr << PREFIX << "the search failed; the albums above are what it left"
                           << "\n";

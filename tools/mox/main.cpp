@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
     commands.push_back(addDumpCommand(app));
     commands.push_back(addSearchCommand(app));
     commands.push_back(addTocCommand(app));
+    commands.push_back(addLookupCommand(app));
     const std::string unknown = unknownSubcommand(app, argc, argv);
     if (!unknown.empty()) {
         std::cerr << "mox: unknown subcommand '" << unknown << "' (known: " << subcommandNames(app)

@@ -1,6 +1,8 @@
 #include "OstLinkAppStreamTransport.h"
 
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -61,6 +63,13 @@ bool OstLinkAppStreamTransport::open() {
     if (mSocket < 0) {
         logError("open", __LINE__, "cannot open " + getName() + ": " + errorText(errno) + "\n");
         return false;
+    }
+    if (mAddress.ss_family == AF_INET || mAddress.ss_family == AF_INET6) {
+        // Frames are small and answered one by one: send each at once rather
+        // than wait for the peer's acknowledgement (Nagle), which would add
+        // tens of milliseconds to every answer.
+        const int on = 1;
+        ::setsockopt(mSocket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     }
     mWakeFd = ::eventfd(0, EFD_CLOEXEC);
     if (mWakeFd < 0) {

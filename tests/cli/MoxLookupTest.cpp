@@ -1,0 +1,467 @@
+// mox lookup end to end: the module, the phone link and the phone simulator,
+// in-process (builtin), over a Unix socket and over TCP, for every disc of
+// the sample catalogue and every fault of the simulator. The example program
+// is run against the simulator too.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "CliRun.h"
+#include "TestDir.h"
+#include "private/MoxResultFile.h"
+
+extern char** environ;
+
+namespace {
+
+using Json = nlohmann::json;
+using States = std::vector<int>;
+
+const std::string kMox = MOX_CLI_PATH;
+const std::string kPhone = MOX_PHONE_PATH;
+const std::string kExample = MOX_EXAMPLE_PATH;
+const std::string kDisc1 = "0000960046E6008D3600D386";
+
+// mox-phone as a separate process, listening on `endpoint` ("unix:PATH" or
+// "tcp:127.0.0.1:0"); the endpoint it really listens on is read from its log.
+class PhoneProcess {
+public:
+    PhoneProcess(const std::string& endpoint, const std::vector<std::string>& extra) {
+        int pipeFds[2];
+        if (pipe2(pipeFds, O_CLOEXEC) != 0) {
+            ADD_FAILURE() << "pipe";
+            return;
+        }
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 2);
+        std::vector<std::string> all = {kPhone, "--listen", endpoint};
+        all.insert(all.end(), extra.begin(), extra.end());
+        std::vector<char*> argv;
+        for (std::string& arg : all) {
+            argv.push_back(&arg[0]);
+        }
+        argv.push_back(nullptr);
+        const int spawned =
+            posix_spawn(&mPid, kPhone.c_str(), &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(pipeFds[1]);
+        mLog = fdopen(pipeFds[0], "r");
+        if (spawned != 0) {
+            ADD_FAILURE() << "cannot start mox-phone";
+            mPid = -1;
+            return;
+        }
+        readUntilListening();
+    }
+
+    ~PhoneProcess() {
+        if (mPid > 0) {
+            ::kill(mPid, SIGTERM);
+            int status = 0;
+            ::waitpid(mPid, &status, 0);
+        }
+        if (mLog != nullptr) {
+            std::fclose(mLog);
+        }
+    }
+
+    const std::string& endpoint() const { return mEndpoint; }
+
+private:
+    // Blocks on the phone's log until it says where it listens.
+    void readUntilListening() {
+        const std::string marker = "listening on ";
+        char line[512];
+        while (std::fgets(line, sizeof(line), mLog) != nullptr) {
+            std::string text(line);
+            const size_t at = text.find(marker);
+            if (at != std::string::npos) {
+                mEndpoint = text.substr(at + marker.size());
+                while (!mEndpoint.empty() &&
+                       (mEndpoint.back() == '\n' || mEndpoint.back() == ' ')) {
+                    mEndpoint.pop_back();
+                }
+                return;
+            }
+        }
+        ADD_FAILURE() << "mox-phone ended before it listened";
+    }
+
+    pid_t mPid = -1;
+    FILE* mLog = nullptr;
+    std::string mEndpoint;
+};
+
+class MoxLookupTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        // Every command timer of the module and every delay of the phone
+        // runs at 1/50 of its time: a silent phone costs 200 ms, not 10 s.
+        setenv("HB_TIMER_SCALE", "0.02", 1);
+        setenv("HB_DBG_OUTPUT", "stderr", 1);
+    }
+
+    CliResult lookup(const std::vector<std::string>& args) {
+        std::vector<std::string> all = {"lookup"};
+        all.insert(all.end(), args.begin(), args.end());
+        return runCli(kMox, all, dir);
+    }
+
+    // Runs a JSON lookup and parses its one object.
+    Json lookupJson(const std::vector<std::string>& args, int expectedStatus) {
+        std::vector<std::string> all = args;
+        all.push_back("--json");
+        const CliResult result = lookup(all);
+        EXPECT_EQ(result.status, expectedStatus) << result.err;
+        if (!Json::accept(result.out)) {
+            ADD_FAILURE() << "not one JSON object: " << result.out << "\n" << result.err;
+            return Json::object();
+        }
+        return Json::parse(result.out);
+    }
+
+    static std::vector<std::string> albumIds(const Json& out) {
+        std::vector<std::string> ids;
+        for (const Json& album : out.at("albums")) {
+            ids.push_back(album.at("AlbumId").get<std::string>());
+        }
+        return ids;
+    }
+
+    TestDir dir{"MoxLookupTest"};
+};
+
+// --- The sample catalogue, disc by disc ---------------------------------------------
+
+struct DiscCase {
+    const char* toc;
+    std::vector<std::string> albums;  // best first, as the module returns them
+};
+
+class MoxLookupDiscTest : public MoxLookupTest, public ::testing::WithParamInterface<DiscCase> {};
+
+TEST_P(MoxLookupDiscTest, Builtin_ReturnsExactlyTheDiscsCandidatesBestFirst) {
+    const Json out = lookupJson({"--toc", GetParam().toc}, 0);
+    EXPECT_EQ(out.value("ok", false), true);
+    EXPECT_EQ(out.value("state", -1), 0);
+    EXPECT_EQ(out.at("states").get<States>(), (States{101, 102, 103, 0}));
+    EXPECT_EQ(albumIds(out), GetParam().albums);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    SampleCatalogue, MoxLookupDiscTest,
+    ::testing::Values(DiscCase{"0000960046E6008D3600D386", {"MOXS-0001"}},
+                      DiscCase{"000096004EB600A0BE00ECEA013916", {"MOXS-0002"}},
+                      DiscCase{"00009600623E00B82E011206", {"MOXS-0002"}},
+                      // MOXS-0005 (confidence 88) has six tracks: the rule removes it.
+                      DiscCase{"00009600410A00827800C31E0102660146C2", {"MOXS-0003", "MOXS-0004"}},
+                      DiscCase{"000096003B2E0079AE00B82E", {"MOXS-0006"}},
+                      DiscCase{"000096004ACE0096FA00DF3E012976", {"MOXS-0007"}},
+                      DiscCase{"0000960075C600CBB601602601D556", {"MOXS-0009", "MOXS-0008"}},
+                      DiscCase{"000096003F1600817E00BFFE010266", {"MOXS-0010"}}));
+
+TEST_F(MoxLookupTest, TwoDiscAlbum_EachMediumReportsItsNumberAndTracks) {
+    const Json first = lookupJson({"--toc", "000096004EB600A0BE00ECEA013916"}, 0);
+    const Json second = lookupJson({"--toc", "00009600623E00B82E011206"}, 0);
+    ASSERT_EQ(first.at("albums").size(), 1u);
+    ASSERT_EQ(second.at("albums").size(), 1u);
+    EXPECT_EQ(first["albums"][0]["MediaNum"], 1);
+    EXPECT_EQ(first["albums"][0]["MediaCount"], 2);
+    EXPECT_EQ(first["albums"][0]["Tracks"].size(), 4u);
+    EXPECT_EQ(second["albums"][0]["MediaNum"], 2);
+    EXPECT_EQ(second["albums"][0]["Tracks"].size(), 3u);
+}
+
+TEST_F(MoxLookupTest, JapaneseAndUnknownGenre_AreMappedByTheModule) {
+    const Json japanese = lookupJson({"--toc", "000096003B2E0079AE00B82E"}, 0);
+    ASSERT_EQ(japanese.at("albums").size(), 1u);
+    EXPECT_EQ(japanese["albums"][0]["AlbumLang"], 3);
+    EXPECT_EQ(japanese["albums"][0]["AlbumName"], "夜明けの街");
+    const Json unknownGenre = lookupJson({"--toc", "000096004ACE0096FA00DF3E012976"}, 0);
+    ASSERT_EQ(unknownGenre.at("albums").size(), 1u);
+    EXPECT_EQ(unknownGenre["albums"][0]["GenreID"], 0);
+}
+
+TEST_F(MoxLookupTest, Offsets_AreTurnedIntoTheTocText) {
+    const Json out = lookupJson({"--offsets", "150", "18150", "36150", "54150"}, 0);
+    EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+}
+
+TEST_F(MoxLookupTest, Table_ListsTheAlbumsAndNothingOnStderr) {
+    const CliResult result = lookup({"--toc", kDisc1});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out.rfind("1 album\n\n[1] Northern Roads  (id MOXS-0001)\n", 0), 0u)
+        << result.out;
+    EXPECT_NE(result.out.find("Open Highway"), std::string::npos);
+    // Not a terminal: no progress line.
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(MoxLookupTest, UnknownDisc_FailsWithThePhonesStatus) {
+    const CliResult result = lookup({"--toc", "000096001234"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+}
+
+TEST_F(MoxLookupTest, StatusOnTheConnect_FailsAtOnceNamingIt) {
+    const CliResult result = lookup({"--toc", kDisc1, "--fault", "status-connect=503"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox lookup: phone status 503 on the connect\n");
+}
+
+TEST_F(MoxLookupTest, Json_LogHoldsTheModulesMessages) {
+    const Json out = lookupJson({"--toc", kDisc1, "--fault", "wrong-chunk-index"}, 1);
+    const std::vector<std::string> log = out.at("log").get<std::vector<std::string>>();
+    EXPECT_NE(std::find(log.begin(), log.end(), "index error."), log.end());
+}
+
+// --- Faults, over each transport --------------------------------------------------------
+
+struct FaultCase {
+    std::vector<std::string> faults;
+    States states;
+    int status;
+};
+
+const std::vector<FaultCase>& faultCases() {
+    static const std::vector<FaultCase> cases = {
+        {{}, {101, 102, 103, 0}, 0},
+        {{"silent-after-connect"}, {101, 20}, 1},
+        {{"silent-after-lookup"}, {101, 102, 103, 4, 104, 100}, 1},
+        {{"silent-after-notice"}, {101, 102, 103, 4, 104, 100}, 1},
+        {{"silent-mid-transfer"}, {101, 102, 103, 4, 104, 100}, 1},
+        {{"status-connect=503"}, {101, 503}, 1},
+        {{"status-ack=503"}, {101, 102, 103, 503}, 1},
+        {{"status-notice=503"}, {101, 102, 103, 503}, 1},
+        {{"status-chunk=503"}, {101, 102, 103, 503}, 1},
+        // A failure code that is "searching" itself makes the module cancel.
+        {{"status-ack=103"}, {101, 102, 103, 104, 100}, 1},
+        {{"status-cancel=503"}, {101, 102, 103, 0}, 0},
+        {{"status-cancel=503", "silent-after-lookup"}, {101, 102, 103, 4, 104, 503}, 1},
+        {{"wrong-chunk-index"}, {101, 102, 103, 20, 104, 100}, 1},
+        {{"repeated-chunk"}, {101, 102, 103, 20, 104, 100}, 1},
+        {{"chunk-count-zero"}, {101, 102, 103, 20, 104, 100}, 1},
+        {{"short-notice"}, {101, 102, 103, 20, 104, 100}, 1},
+        {{"length-short"}, {101, 102, 103, 20, 104, 100}, 1},
+        {{"length-long"}, {101, 102, 103, 20, 104, 100}, 1},
+        {{"drop-mid-transfer"}, {101, 102, 103, 20, 100}, 1},
+        {{"garbage-length-zero"}, {101, 102, 103, 20, 100}, 1},
+        {{"garbage-oversize"}, {101, 102, 103, 20, 100}, 1},
+        {{"garbage-type"}, {101, 102, 103, 20, 100}, 1},
+        {{"slow-chunks=100"}, {101, 102, 103, 0}, 0},
+        {{"slow-chunks=20000"}, {101, 102, 103, 4, 104, 100}, 1},
+        {{"no-cancel-answer"}, {101, 102, 103, 0}, 0},
+        {{"no-cancel-answer", "silent-after-lookup"}, {101, 102, 103, 4, 104, 100}, 1},
+    };
+    return cases;
+}
+
+std::string faultName(const std::vector<std::string>& faults) {
+    std::string name;
+    for (const std::string& fault : faults) {
+        name += (name.empty() ? "" : "_and_") + fault;
+    }
+    if (name.empty()) {
+        return "none";
+    }
+    for (char& c : name) {
+        if (!std::isalnum(static_cast<unsigned char>(c))) {
+            c = '_';
+        }
+    }
+    return name;
+}
+
+enum class Transport { BUILTIN, UNIX, TCP };
+
+class MoxLookupFaultTest : public MoxLookupTest,
+                           public ::testing::WithParamInterface<std::tuple<Transport, size_t>> {};
+
+TEST_P(MoxLookupFaultTest, EndsInTheDocumentedStatesAndExitStatus) {
+    const Transport transport = std::get<0>(GetParam());
+    const FaultCase& fault = faultCases()[std::get<1>(GetParam())];
+    std::vector<std::string> args = {"--toc", kDisc1, "--timeout", "30"};
+    std::unique_ptr<PhoneProcess> phone;
+    if (transport == Transport::BUILTIN) {
+        for (const std::string& name : fault.faults) {
+            args.push_back("--fault");
+            args.push_back(name);
+        }
+    } else {
+        std::vector<std::string> phoneArgs;
+        for (const std::string& name : fault.faults) {
+            phoneArgs.push_back("--fault");
+            phoneArgs.push_back(name);
+        }
+        const std::string endpoint = transport == Transport::UNIX ? "unix:" + dir.file("phone.sock")
+                                                                  : std::string("tcp:127.0.0.1:0");
+        phone.reset(new PhoneProcess(endpoint, phoneArgs));
+        ASSERT_FALSE(phone->endpoint().empty());
+        args.push_back("--phone");
+        args.push_back(phone->endpoint());
+    }
+    const Json out = lookupJson(args, fault.status);
+    EXPECT_EQ(out.value("states", States{}), fault.states);
+    EXPECT_EQ(out.value("state", -1), fault.states.back());
+    EXPECT_EQ(out.value("ok", true), fault.status == 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryFault, MoxLookupFaultTest,
+                         ::testing::Combine(::testing::Values(Transport::BUILTIN, Transport::UNIX,
+                                                              Transport::TCP),
+                                            ::testing::Range<size_t>(0, 26)),
+                         [](const ::testing::TestParamInfo<std::tuple<Transport, size_t>>& info) {
+                             const Transport transport = std::get<0>(info.param);
+                             const std::string prefix = transport == Transport::BUILTIN ? "builtin"
+                                                        : transport == Transport::UNIX  ? "unix"
+                                                                                        : "tcp";
+                             return prefix + "_" +
+                                    faultName(faultCases()[std::get<1>(info.param)].faults);
+                         });
+
+TEST(MoxLookupFaultTableTest, CoversEveryCase) {
+    EXPECT_EQ(faultCases().size(), 26u);
+}
+
+// --- Usage and environment ------------------------------------------------------------------
+
+TEST_F(MoxLookupTest, NoTocSource_IsBadUsage) {
+    const CliResult result = lookup({});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find("--toc"), std::string::npos) << result.err;
+}
+
+TEST_F(MoxLookupTest, TocAndOffsetsTogether_IsBadUsage) {
+    const CliResult result = lookup({"--toc", kDisc1, "--offsets", "150", "300"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+}
+
+TEST_F(MoxLookupTest, OffsetsThatDoNotIncrease_AreRefused) {
+    const CliResult result = lookup({"--offsets", "300", "150"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox lookup: offsets do not increase: 300 then 150\n");
+}
+
+TEST_F(MoxLookupTest, UnknownFault_IsBadUsage) {
+    const CliResult result = lookup({"--toc", kDisc1, "--fault", "no-such-fault"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err.rfind("mox lookup: ", 0), 0u) << result.err;
+}
+
+TEST_F(MoxLookupTest, FaultWithAnotherPhone_IsBadUsage) {
+    const CliResult result =
+        lookup({"--toc", kDisc1, "--phone", "unix:/nowhere", "--fault", "short-notice"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "mox lookup: --fault and --catalog need --phone builtin\n");
+}
+
+TEST_F(MoxLookupTest, CatalogueThatDoesNotLoad_IsBadUsage) {
+    TestDir::writeFile(dir.file("bad.json"), {'{', '}'});
+    const CliResult result = lookup({"--toc", kDisc1, "--catalog", dir.file("bad.json")});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err.rfind("mox lookup: " + dir.file("bad.json") + ": ", 0), 0u) << result.err;
+}
+
+TEST_F(MoxLookupTest, NoPhoneAtTheSocket_FailsWithLinkLost) {
+    const CliResult result = lookup({"--toc", kDisc1, "--phone", "unix:" + dir.file("none.sock")});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox lookup: link lost: the phone could not be reached\n");
+}
+
+TEST_F(MoxLookupTest, RemoteTcpAddress_IsRefused) {
+    const CliResult result = lookup({"--toc", kDisc1, "--phone", "tcp:192.0.2.7:7000"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: link lost: the phone could not be reached\n");
+}
+
+TEST_F(MoxLookupTest, AnotherRunHoldsTheResultDirectory_SaysOnceThatItWaits) {
+    ASSERT_EQ(system(("mkdir -p " + MoxResultFile::DIRECTORY).c_str()), 0);
+    const int held = ::open(MoxResultFile::DIRECTORY.c_str(), O_RDONLY | O_DIRECTORY);
+    ASSERT_GE(held, 0);
+    ASSERT_EQ(::flock(held, LOCK_EX), 0);
+    // The lookup waits on the lock; the test lets go once the lookup has
+    // said so on its stderr.
+    int pipeFds[2];
+    ASSERT_EQ(pipe2(pipeFds, O_CLOEXEC), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 2);
+    const std::string out = dir.file("out");
+    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::vector<std::string> all = {kMox, "lookup", "--toc", kDisc1};
+    std::vector<char*> argv;
+    for (std::string& arg : all) {
+        argv.push_back(&arg[0]);
+    }
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    ASSERT_EQ(posix_spawn(&pid, kMox.c_str(), &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(pipeFds[1]);
+    FILE* err = fdopen(pipeFds[0], "r");
+    char line[512] = {0};
+    ASSERT_NE(std::fgets(line, sizeof(line), err), nullptr);
+    EXPECT_EQ(std::string(line),
+              "mox lookup: waiting for another run that uses " + MoxResultFile::DIRECTORY + "\n");
+    ::flock(held, LOCK_UN);
+    ::close(held);
+    std::string rest;
+    while (std::fgets(line, sizeof(line), err) != nullptr) {
+        rest += line;
+    }
+    std::fclose(err);
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(rest, "");
+}
+
+// --- The example program -----------------------------------------------------------------------
+
+TEST_F(MoxLookupTest, ExampleProgram_LooksADiscUpThroughTheSimulator) {
+    PhoneProcess phone("unix:" + dir.file("phone.sock"), {});
+    ASSERT_FALSE(phone.endpoint().empty());
+    setenv("OST_LINKAPP_ENDPOINT", phone.endpoint().c_str(), 1);
+    const CliResult result = runCli(kExample, {kDisc1}, dir);
+    unsetenv("OST_LINKAPP_ENDPOINT");
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out,
+              "Northern Roads (92%, 3 tracks)\n"
+              "  The Harbor Lights - Open Highway\n"
+              "  The Harbor Lights - Cold Harbor\n"
+              "  The Harbor Lights - Last Exit\n");
+}
+
+TEST_F(MoxLookupTest, ExampleProgram_UnknownDisc_ExitsOne) {
+    PhoneProcess phone("unix:" + dir.file("phone.sock"), {});
+    setenv("OST_LINKAPP_ENDPOINT", phone.endpoint().c_str(), 1);
+    const CliResult result = runCli(kExample, {"000096001234"}, dir);
+    unsetenv("OST_LINKAPP_ENDPOINT");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+}
+
+}  // namespace

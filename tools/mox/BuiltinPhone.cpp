@@ -1,0 +1,32 @@
+#include "BuiltinPhone.h"
+
+#include "HbFramework/HbLTimerMng.h"
+#include "moxphone/Catalogue.h"
+#include "moxphone/PhoneOptions.h"
+
+std::unique_ptr<BuiltinPhone> BuiltinPhone::create(const std::string& catalogPath,
+                                                   const std::vector<std::string>& faults,
+                                                   std::ostream* log, std::string* why) {
+    const std::string path = catalogPath.empty() ? moxphone::Catalogue::bundledPath() : catalogPath;
+    std::shared_ptr<moxphone::Catalogue> catalogue = std::make_shared<moxphone::Catalogue>();
+    moxphone::CatalogueProblem problem;
+    if (!moxphone::Catalogue::loadFile(path, catalogue.get(), &problem)) {
+        *why = path + ": " + problem.text();
+        return nullptr;
+    }
+    moxphone::PhoneOptions options;
+    options.catalogue = catalogue;
+    for (const std::string& fault : faults) {
+        if (!options.faults.add(fault, why)) {
+            return nullptr;
+        }
+    }
+    // The phone's delays follow the module's timers.
+    options.timeScale = HbLTimerMng::GetTimerMng()->GetTimeScale();
+    if (!options.validate(why)) {
+        return nullptr;
+    }
+    std::unique_ptr<BuiltinPhone> phone(new BuiltinPhone(log));
+    phone->mPhone.reset(new moxphone::LoopbackPhone(options, phone->mLog));
+    return phone;
+}
