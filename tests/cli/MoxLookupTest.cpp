@@ -4,6 +4,7 @@
 // is run against the simulator too.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/file.h>
@@ -21,6 +22,7 @@
 #include <vector>
 
 #include "CliRun.h"
+#include "DiscImageFiles.h"
 #include "TestDir.h"
 #include "private/MoxResultFile.h"
 
@@ -200,6 +202,67 @@ TEST_F(MoxLookupTest, JapaneseAndUnknownGenre_AreMappedByTheModule) {
 TEST_F(MoxLookupTest, Offsets_AreTurnedIntoTheTocText) {
     const Json out = lookupJson({"--offsets", "150", "18150", "36150", "54150"}, 0);
     EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+}
+
+TEST_F(MoxLookupTest, CueSheet_LooksUpTheDiscItDescribes) {
+    // Three tracks of 18000 sectors from LBA 0: the TOC of sample disc 1.
+    const std::string sheet = DiscImageFiles::writeBinCue(
+        dir.path(), "disc1", {{18000, 0, true}, {18000, 0, true}, {18000, 0, true}});
+    const Json out = lookupJson({"--cue", sheet}, 0);
+    EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+}
+
+TEST_F(MoxLookupTest, CdrdaoImage_LooksUpTheDiscItDescribes) {
+    const std::string toc = DiscImageFiles::writeCdrdaoToc(
+        dir.path(), "disc1", {{18000, 0, true}, {18000, 0, true}, {18000, 0, true}});
+    const Json out = lookupJson({"--image", toc}, 0);
+    EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+}
+
+TEST_F(MoxLookupTest, MissingCueSheet_IsBadUsage) {
+    const CliResult result = lookup({"--cue", dir.file("none.cue")});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err.rfind("mox lookup: ", 0), 0u) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
+}
+
+TEST_F(MoxLookupTest, OnATerminal_ShowsTheStateByNameAndClearsTheLineAtTheEnd) {
+    int master = -1;
+    int slave = -1;
+    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, slave, 2);
+    posix_spawn_file_actions_addclose(&actions, master);
+    const std::string out = dir.file("out");
+    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::vector<std::string> all = {kMox, "lookup", "--toc", kDisc1};
+    std::vector<char*> argv;
+    for (std::string& arg : all) {
+        argv.push_back(&arg[0]);
+    }
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    ASSERT_EQ(posix_spawn(&pid, kMox.c_str(), &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(slave);
+    std::string shown;
+    char buffer[4096];
+    ssize_t got = 0;
+    // Reading ends with EIO once the program has closed the terminal.
+    while ((got = ::read(master, buffer, sizeof(buffer))) > 0) {
+        shown.append(buffer, static_cast<size_t>(got));
+    }
+    ::close(master);
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(shown.rfind("\r\033[Kconnecting  ", 0), 0u) << shown;
+    EXPECT_NE(shown.find(" s"), std::string::npos);
+    const std::string clear = "\r\033[K";
+    ASSERT_GE(shown.size(), clear.size());
+    EXPECT_EQ(shown.substr(shown.size() - clear.size()), clear);
 }
 
 TEST_F(MoxLookupTest, Table_ListsTheAlbumsAndNothingOnStderr) {
