@@ -33,7 +33,35 @@ public:
     void* lastData = nullptr;
 };
 
+// A unit whose handler is a member of its second base, as the unit's link
+// handlers are members of its link base.
+class Counted {
+public:
+    virtual ~Counted() {}
+    int count = 0;
+};
+class LinkPart {
+public:
+    virtual ~LinkPart() {}
+    uint32 onLink(uint32 id, void* data, uint32 size) {
+        (void)data;
+        seen = id + size;
+        return 7;
+    }
+    uint32 seen = 0;
+};
+class DerivedUnit : public Counted, public LinkPart {};
+
 }  // namespace
+
+TEST(HbDispatcherTest, Dispatch_ToAHandlerOfASecondBase_CallsItOnThatBasePart) {
+    DerivedUnit unit;
+    HbDispatcher<DerivedUnit> dispatcher(1, 0, &unit);
+    dispatcher.MapMessage(600, &LinkPart::onLink, kSource, __LINE__);
+    EXPECT_EQ(7u, dispatcher.Dispatch(600, nullptr, 2));
+    EXPECT_EQ(602u, unit.seen);
+    EXPECT_EQ(0, unit.count);
+}
 
 TEST(HbDispatcherTest, Construction_StoresCapacitiesOwnerAndZeroName) {
     Unit unit;
