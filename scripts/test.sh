@@ -52,8 +52,11 @@ step_fuzz() {
     fi
     stamp "fuzzing $name for ${fuzz_seconds} s"
     # A slow input (over 10 s) or a huge one (over 512 MB resident) is a
-    # finding, not something to wait out.
-    if ! "$fuzzer" -max_total_time="$fuzz_seconds" -timeout=10 -rss_limit_mb=512 \
+    # finding, not something to wait out. AddressSanitizer keeps up to 256 MB
+    # of freed memory by default, which would count against that limit; a
+    # quarantine of 64 MB still catches a use of any recently freed block.
+    if ! ASAN_OPTIONS="quarantine_size_mb=64${ASAN_OPTIONS:+:$ASAN_OPTIONS}" \
+      "$fuzzer" -max_total_time="$fuzz_seconds" -timeout=10 -rss_limit_mb=512 \
       -print_final_stats=1 "$work" >"$work.log" 2>&1; then
       tail -n 80 "$work.log"
       echo "fuzzer $name failed" >&2

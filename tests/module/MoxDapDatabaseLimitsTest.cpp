@@ -333,7 +333,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_LongestTocTexts_ConversionStops
 // Every text of every album and track as long as the reader allows: the
 // texts count as work, so the work limit ends the search long before the
 // track limit, and bounds the memory of the texts kept. The album-level texts
-// of the album that meets the limit are read as the contract reads them,
+// of the album that meets the limit are still read one after the other,
 // whatever failed before.
 TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_LongestTextsEverywhere_PeakUnderStatedBound) {
     store(moxdb::HostileAnswers::longestTexts());
