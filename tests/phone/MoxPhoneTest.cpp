@@ -1,5 +1,5 @@
-// The mox-phone executable: --help and --list-faults, every refusal at start
-// with exit status 2 (a catalogue that does not load, with the JSON path and
+// The mox-phone executable: --help, --version and --list-faults, every refusal
+// at start with exit status 2 (a catalogue that does not load, with the JSON path and
 // the reason), a failure to listen with 1, a lookup over TCP with its
 // options, HB_TIMER_SCALE on the delays, and SIGTERM and SIGINT ending it
 // with status 0 and the socket file removed. The tests wait on the
@@ -206,11 +206,19 @@ protected:
 TEST_F(MoxPhoneTest, Help_UsageOnStdoutExitZero) {
     const Finished help = run({"--help"});
     EXPECT_EQ(0, help.status);
-    for (const char* option : {"--listen", "--catalog", "--chunk-size", "--not-found-status",
-                               "--os", "--fault", "--quiet", "--allow-remote", "--list-faults"}) {
+    for (const char* option :
+         {"--listen", "--catalog", "--chunk-size", "--not-found-status", "--os", "--fault",
+          "--quiet", "--allow-remote", "--list-faults", "--version"}) {
         EXPECT_NE(std::string::npos, help.out.find(option)) << option;
     }
     EXPECT_EQ("", help.err);
+}
+
+TEST_F(MoxPhoneTest, Version_PrintsNameAndProjectVersionExitZero) {
+    const Finished version = run({"--version"});
+    EXPECT_EQ(0, version.status);
+    EXPECT_EQ(std::string("mox-phone ") + MOX_PROJECT_VERSION + "\n", version.out);
+    EXPECT_EQ("", version.err);
 }
 
 TEST_F(MoxPhoneTest, ListFaults_EveryFaultWithItsResultStates) {

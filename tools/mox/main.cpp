@@ -1,5 +1,6 @@
 // mox: run, inspect and test the music-information module on a PC.
 #include <iostream>
+#include <string>
 #include <vector>
 
 #include "Commands.h"
@@ -7,6 +8,7 @@
 int main(int argc, char** argv) {
     CLI::App app{"mox - the music-information module on a PC"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("mox ") + MOX_VERSION);
     std::vector<Command> commands;
     commands.push_back(addDumpCommand(app));
     commands.push_back(addSearchCommand(app));
@@ -16,6 +18,8 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
         app.exit(e);
