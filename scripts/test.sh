@@ -143,7 +143,9 @@ step_package() {
   [ "$(mox --version)" = "mox $version" ]
   [ "$(mox-phone --version)" = "mox-phone $version" ]
   mox --version
-  if mox lookup --help >/dev/null 2>&1; then
+  # (`mox lookup --help` alone proves nothing: mox answers --help for an
+  # unknown subcommand too.)
+  if mox --help | grep -q "^  lookup "; then
     mox lookup --toc 0000960046E6008D3600D386
   fi
   # The example program, built from the installed sources as an
@@ -192,7 +194,7 @@ EOF
   usual="$usual|$lib/pkgconfig/mox[a-z-]*\.pc|usr/share|usr/share/doc|usr/share/doc/mox(/.+)?"
   usual="$usual|usr/share/man|usr/share/man/man1|usr/share/man/man1/mox[a-z-]*\.1\.gz|usr/share/mox(/.+)?)$"
   # shellcheck disable=SC2086
-  dpkg -L $package_names | sort -u >"$package_work/files.txt"
+  dpkg -L $package_names | sed "/^$/d" | sort -u >"$package_work/files.txt"
   if grep -v -E "$usual" "$package_work/files.txt"; then
     echo "the packages install the files above outside the usual locations" >&2
     return 1
