@@ -95,6 +95,35 @@ step_release() {
   fi
 }
 
+# The cross build installs the library and the headers as the host build
+# does, into a target sysroot (DESTDIR, prefix /usr); the example program is
+# then cross-built against that sysroot alone, with find_package and with
+# pkg-config's sysroot handling.
+armhf_sysroot_check() {
+  local build=$1
+  local sysroot="$PWD/$build/sysroot"
+  stamp "install into a sysroot: $build"
+  rm -rf "$sysroot" "$build/sysroot-example"
+  DESTDIR="$sysroot" cmake --install "$build" --prefix /usr >/dev/null
+  readelf -h "$sysroot/usr/lib/libmox.so.0" | grep -q "Machine: *ARM$"
+  readelf -d "$sysroot/usr/lib/libmox.so.0" | grep -q "Library soname: \[libmox.so.0\]"
+  [ -f "$sysroot/usr/include/mox/HbSMox.h" ] && [ -f "$sysroot/usr/include/mox/host/HbFramework/HbSubject.h" ]
+  grep -qx "prefix=/usr" "$sysroot/usr/lib/pkgconfig/mox.pc"
+  cmake -S examples -B "$build/sysroot-example/find-package" -G Ninja -DMOX_EXAMPLE_WERROR=ON \
+    -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/arm-linux-gnueabihf.cmake" \
+    -Dmox_DIR="$sysroot/usr/lib/cmake/mox" >/dev/null
+  cmake --build "$build/sysroot-example/find-package" >/dev/null
+  readelf -h "$build/sysroot-example/find-package/mox-example" | grep -q "Machine: *ARM$"
+  local flags
+  flags=$(PKG_CONFIG_SYSROOT_DIR="$sysroot" PKG_CONFIG_LIBDIR="$sysroot/usr/lib/pkgconfig" \
+    pkg-config --cflags --libs mox)
+  # shellcheck disable=SC2086
+  arm-linux-gnueabihf-g++ -std=c++17 -Wall -Wextra -Werror examples/lookup.cpp $flags \
+    -Wl,-rpath-link,"$sysroot/usr/lib" -o "$build/sysroot-example/mox-example-pkg-config"
+  readelf -h "$build/sysroot-example/mox-example-pkg-config" | grep -q "Machine: *ARM$"
+  echo "sysroot $sysroot: libmox.so.0 (ARM), headers, CMake package and mox.pc; the example links"
+}
+
 # The Debian packages as a user meets them: built (preset "package"),
 # installed with apt-get (missing dependencies come from Debian's archive),
 # used from the installed files alone, then purged with nothing left behind.
@@ -236,7 +265,11 @@ for step in $steps; do
   case "$step" in
     format) step_format ;;
     host) run_preset default ;;
-    asan | tsan | armhf) run_preset "$step" ;;
+    asan | tsan) run_preset "$step" ;;
+    armhf)
+      run_preset armhf
+      armhf_sysroot_check build/armhf
+      ;;
     fuzz) step_fuzz ;;
     bench) step_bench ;;
     release) step_release ;;
