@@ -29,11 +29,7 @@ if(MOX_BUILD_TOOLS)
   endforeach()
 endif()
 
-# A run path relative to each installed file, so that an installed tree works
-# under any prefix and from wherever it is copied. A build for a system
-# prefix (the Debian packages) turns it off: the libraries are on the
-# loader's own path there.
-option(MOX_INSTALL_RPATH "Give installed programs and libraries a run path relative to themselves" ON)
+# Run paths relative to the installed files (MOX_INSTALL_RPATH).
 if(MOX_INSTALL_RPATH)
   file(RELATIVE_PATH _mox_bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
   set_target_properties(mox ${_mox_platform_targets} PROPERTIES INSTALL_RPATH "$ORIGIN")
