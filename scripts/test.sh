@@ -3,7 +3,8 @@
 # under AddressSanitizer + UndefinedBehaviorSanitizer and under
 # ThreadSanitizer, the 32-bit ARM cross build with its tests under qemu-arm,
 # the libFuzzer targets for a bounded time on their seed corpora, the
-# benchmarks (built and run once, briefly) and the stripped release library.
+# benchmarks (built and run once, briefly), the stripped release library and
+# the Debian packages (built, installed, used and removed: needs root).
 # Fails as soon as any step fails.
 #
 #   bash scripts/test.sh            everything
@@ -13,9 +14,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
 # shellcheck disable=SC2086
-mox_require_packages $MOX_HOST_PACKAGES $MOX_ARM_PACKAGES $MOX_CLANG_PACKAGES
+mox_require_packages $MOX_HOST_PACKAGES $MOX_ARM_PACKAGES $MOX_CLANG_PACKAGES $MOX_PACKAGE_PACKAGES
 
-steps=${MOX_STEPS:-"format host asan tsan armhf fuzz bench release"}
+steps=${MOX_STEPS:-"format host asan tsan armhf fuzz bench release package"}
 fuzz_seconds=${MOX_FUZZ_SECONDS:-20}
 jobs=$(nproc)
 
@@ -99,14 +100,185 @@ step_release() {
   fi
 }
 
+# The cross build installs the library and the headers as the host build
+# does, into a target sysroot (DESTDIR, prefix /usr); the example program is
+# then cross-built against that sysroot alone, with find_package and with
+# pkg-config's sysroot handling.
+armhf_sysroot_check() {
+  local build=$1
+  local sysroot="$PWD/$build/sysroot"
+  stamp "install into a sysroot: $build"
+  rm -rf "$sysroot" "$build/sysroot-example"
+  DESTDIR="$sysroot" cmake --install "$build" --prefix /usr >/dev/null
+  readelf -h "$sysroot/usr/lib/libmox.so.0" | grep -q "Machine: *ARM$"
+  readelf -d "$sysroot/usr/lib/libmox.so.0" | grep -q "Library soname: \[libmox.so.0\]"
+  [ -f "$sysroot/usr/include/mox/HbSMox.h" ] && [ -f "$sysroot/usr/include/mox/host/HbFramework/HbSubject.h" ]
+  grep -qx "prefix=/usr" "$sysroot/usr/lib/pkgconfig/mox.pc"
+  cmake -S examples -B "$build/sysroot-example/find-package" -G Ninja -DMOX_EXAMPLE_WERROR=ON \
+    -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/arm-linux-gnueabihf.cmake" \
+    -Dmox_DIR="$sysroot/usr/lib/cmake/mox" >/dev/null
+  cmake --build "$build/sysroot-example/find-package" >/dev/null
+  readelf -h "$build/sysroot-example/find-package/mox-example" | grep -q "Machine: *ARM$"
+  local flags
+  flags=$(PKG_CONFIG_SYSROOT_DIR="$sysroot" PKG_CONFIG_LIBDIR="$sysroot/usr/lib/pkgconfig" \
+    pkg-config --cflags --libs mox)
+  # shellcheck disable=SC2086
+  arm-linux-gnueabihf-g++ -std=c++17 -Wall -Wextra -Werror examples/lookup.cpp $flags \
+    -Wl,-rpath-link,"$sysroot/usr/lib" -o "$build/sysroot-example/mox-example-pkg-config"
+  readelf -h "$build/sysroot-example/mox-example-pkg-config" | grep -q "Machine: *ARM$"
+  echo "sysroot $sysroot: libmox.so.0 (ARM), headers, CMake package and mox.pc; the example links"
+}
+
+# The Debian packages as a user meets them: built (preset "package"),
+# installed with apt-get (missing dependencies come from Debian's archive),
+# used from the installed files alone, then purged with nothing left behind.
+# It installs into the system, so it runs as root (as CI does).
+package_names=""
+package_work=""
+package_purge() {
+  if [ -n "$package_names" ]; then
+    # shellcheck disable=SC2086
+    DEBIAN_FRONTEND=noninteractive apt-get purge -y -qq $package_names >/dev/null || true
+  fi
+  if [ -n "$package_work" ]; then
+    rm -rf "$package_work"
+  fi
+}
+
+step_package() {
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "the package step installs the packages into the system: run it as root" >&2
+    return 1
+  fi
+  stamp "configure + build: package"
+  cmake --preset package >/dev/null
+  cmake --build --preset package -j "$jobs"
+  rm -f build/package/*.deb
+  cpack --preset package >/dev/null
+  local deb version multiarch result_dir result_base result_base_existed
+  version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/package/CMakeCache.txt)
+  multiarch=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+  # The module's result directory, and the first two levels of it, which the
+  # lookups below create unless they exist.
+  result_dir=$(sed -n 's/^MOX_RESULT_DIR:STRING=//p' build/package/CMakeCache.txt)
+  result_base=/$(echo "${result_dir#/}" | cut -d/ -f1-2)
+  if [ -e "$result_base" ]; then result_base_existed=yes; else result_base_existed=no; fi
+  package_names=""
+  for deb in build/package/*.deb; do
+    package_names="$package_names $(dpkg-deb -f "$deb" Package)"
+  done
+  package_work=$(mktemp -d)
+  trap package_purge EXIT
+  stamp "installing:$package_names"
+  (cd build/package && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq ./*.deb)
+
+  stamp "using the installed files"
+  [ "$(command -v mox)" = /usr/bin/mox ]
+  [ "$(mox --version)" = "mox $version" ]
+  [ "$(mox-phone --version)" = "mox-phone $version" ]
+  mox --version
+  # (`mox lookup --help` alone proves nothing: mox answers --help for an
+  # unknown subcommand too.)
+  if mox --help | grep -q "^  lookup "; then
+    mox lookup --toc 0000960046E6008D3600D386
+  fi
+  # The example program, built from the installed sources as an
+  # application's project, with find_package and with pkg-config, looks the
+  # disc up through the installed simulator.
+  local examples=/usr/share/doc/mox/examples
+  cmake -S "$examples" -B "$package_work/find-package" -G Ninja -DMOX_EXAMPLE_WERROR=ON >/dev/null
+  cmake --build "$package_work/find-package" >/dev/null
+  cmake -S "$examples" -B "$package_work/pkg-config" -G Ninja -DMOX_EXAMPLE_WERROR=ON \
+    -DMOX_EXAMPLE_PKG_CONFIG=ON >/dev/null
+  cmake --build "$package_work/pkg-config" >/dev/null
+  local socket="$package_work/phone.sock" phone tries=0 build
+  mox-phone --listen "unix:$socket" >"$package_work/phone.log" 2>&1 &
+  phone=$!
+  until grep -q "^mox-phone: listening on " "$package_work/phone.log"; do
+    tries=$((tries + 1))
+    if [ "$tries" -gt 300 ] || ! kill -0 "$phone" 2>/dev/null; then
+      cat "$package_work/phone.log" >&2
+      return 1
+    fi
+    sleep 0.1
+  done
+  grep -qx "mox-phone: catalogue /usr/share/mox/catalog/sample.json: 8 discs" "$package_work/phone.log"
+  for build in find-package pkg-config; do
+    OST_LINKAPP_ENDPOINT="unix:$socket" HB_TIMER_SCALE=0.1 \
+      "$package_work/$build/mox-example" 0000960046E6008D3600D386 >"$package_work/albums.txt"
+    diff -u - "$package_work/albums.txt" <<'EOF'
+Northern Roads (92%, 3 tracks)
+  The Harbor Lights - Open Highway
+  The Harbor Lights - Cold Harbor
+  The Harbor Lights - Last Exit
+EOF
+    echo "mox-example ($build): $(head -n 1 "$package_work/albums.txt")"
+  done
+  kill -TERM "$phone"
+  wait "$phone"
+  rm -f "${result_dir}dbupdateresponse.dap3"
+  if [ "$result_base_existed" = no ]; then
+    rm -rf "$result_base"
+  fi
+
+  stamp "checking the installed file lists"
+  local lib="usr/lib/$multiarch"
+  local usual="^/(\.|usr|usr/bin|usr/bin/mox[a-z-]*|usr/include|usr/include/mox(/.+)?|usr/lib|$lib"
+  usual="$usual|$lib/lib[a-z]+\.so(\.[0-9]+)*|$lib/cmake|$lib/cmake/mox(/[^/]+)?|$lib/pkgconfig"
+  usual="$usual|$lib/pkgconfig/mox[a-z-]*\.pc|usr/share|usr/share/doc|usr/share/doc/mox(/.+)?"
+  usual="$usual|usr/share/man|usr/share/man/man1|usr/share/man/man1/mox[a-z-]*\.1\.gz|usr/share/mox(/.+)?)$"
+  # shellcheck disable=SC2086
+  dpkg -L $package_names | sed "/^$/d" | sort -u >"$package_work/files.txt"
+  if grep -v -E "$usual" "$package_work/files.txt"; then
+    echo "the packages install the files above outside the usual locations" >&2
+    return 1
+  fi
+  echo "$(wc -l <"$package_work/files.txt") paths, all in the usual locations"
+
+  stamp "removing:$package_names"
+  # shellcheck disable=SC2086
+  DEBIAN_FRONTEND=noninteractive apt-get purge -y -qq $package_names
+  local path left=""
+  for deb in $package_names; do
+    if dpkg-query -W "$deb" >/dev/null 2>&1; then
+      left="$left package:$deb"
+    fi
+  done
+  while IFS= read -r path; do
+    if [ -d "$path" ] && [ ! -L "$path" ]; then
+      if [[ $path =~ ^/usr/(include/mox|share/mox|share/doc/mox|lib/[^/]+/cmake/mox)(/|$) ]]; then
+        left="$left $path"
+      fi
+    elif [ -e "$path" ] || [ -L "$path" ]; then
+      left="$left $path"
+    fi
+  done <"$package_work/files.txt"
+  if ldconfig -p | grep -q -E "lib(mox|hbframework|ostlinkapp)\.so"; then
+    left="$left (the loader's cache)"
+  fi
+  if [ -n "$left" ]; then
+    echo "left behind after the purge:$left" >&2
+    return 1
+  fi
+  echo "nothing left behind"
+  package_names=""
+  package_purge
+  trap - EXIT
+}
+
 for step in $steps; do
   case "$step" in
     format) step_format ;;
     host) run_preset default ;;
-    asan | tsan | armhf) run_preset "$step" ;;
+    asan | tsan) run_preset "$step" ;;
+    armhf)
+      run_preset armhf
+      armhf_sysroot_check build/armhf
+      ;;
     fuzz) step_fuzz ;;
     bench) step_bench ;;
     release) step_release ;;
+    package) step_package ;;
     *) echo "unknown step: $step" >&2; exit 2 ;;
   esac
 done

@@ -1,5 +1,5 @@
-// The mox-phone executable: --help and --list-faults, every refusal at start
-// with exit status 2 (a catalogue that does not load, with the JSON path and
+// The mox-phone executable: --help, --version and --list-faults, every refusal
+// at start with exit status 2 (a catalogue that does not load, with the JSON path and
 // the reason), a failure to listen with 1, a lookup over TCP with its
 // options, HB_TIMER_SCALE on the delays, and SIGTERM and SIGINT ending it
 // with status 0 and the socket file removed. The tests wait on the
@@ -8,12 +8,10 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <arpa/inet.h>
@@ -22,112 +20,21 @@
 #include <string>
 #include <vector>
 
+#include "ChildProgram.h"
 #include "PhoneTestSupport.h"
 #include "TestDir.h"
 #include "moxphone/ResponseDatabase.h"
-
-extern char** environ;
 
 using namespace phonetest;
 
 namespace {
 
 // A running mox-phone with its stdout and stderr on pipes.
-class Program {
+class Program : public ChildProgram {
 public:
     explicit Program(const std::vector<std::string>& args,
-                     const std::vector<std::string>& environment = {}) {
-        int out[2];
-        int err[2];
-        EXPECT_EQ(0, ::pipe2(out, O_CLOEXEC));
-        EXPECT_EQ(0, ::pipe2(err, O_CLOEXEC));
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-        posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-        std::vector<std::string> argv = {MOX_PHONE_PATH};
-        argv.insert(argv.end(), args.begin(), args.end());
-        std::vector<char*> argvPointers;
-        for (std::string& arg : argv) {
-            argvPointers.push_back(&arg[0]);
-        }
-        argvPointers.push_back(nullptr);
-        std::vector<std::string> env = environment;
-        for (char** entry = environ; *entry != nullptr; ++entry) {
-            env.push_back(*entry);
-        }
-        std::vector<char*> envPointers;
-        for (std::string& entry : env) {
-            envPointers.push_back(&entry[0]);
-        }
-        envPointers.push_back(nullptr);
-        EXPECT_EQ(0, posix_spawn(&mPid, MOX_PHONE_PATH, &actions, nullptr, argvPointers.data(),
-                                 envPointers.data()));
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(out[1]);
-        ::close(err[1]);
-        mOut = out[0];
-        mErr = err[0];
-    }
-    ~Program() {
-        if (mPid > 0) {
-            ::kill(mPid, SIGKILL);
-            wait();
-        }
-        ::close(mOut);
-        ::close(mErr);
-    }
-
-    // Reads stderr until a line that starts with `prefix`; returns that line
-    // (empty when the program ended first).
-    std::string waitForLine(const std::string& prefix) {
-        while (true) {
-            const size_t end = mErrText.find('\n', mScanned);
-            if (end != std::string::npos) {
-                const std::string line = mErrText.substr(mScanned, end - mScanned);
-                mScanned = end + 1;
-                if (line.compare(0, prefix.size(), prefix) == 0) {
-                    return line;
-                }
-                continue;
-            }
-            if (!readSome(mErr, mErrText)) {
-                return "";
-            }
-        }
-    }
-    void signal(int number) { ::kill(mPid, number); }
-    // Waits for the end; the exit status, or 128 + the signal.
-    int wait() {
-        int status = 0;
-        ::waitpid(mPid, &status, 0);
-        mPid = -1;
-        while (readSome(mErr, mErrText)) {
-        }
-        while (readSome(mOut, mOutText)) {
-        }
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    const std::string& out() const { return mOutText; }
-    const std::string& err() const { return mErrText; }
-
-private:
-    static bool readSome(int fd, std::string& text) {
-        char buffer[4096];
-        const ssize_t got = ::read(fd, buffer, sizeof(buffer));
-        if (got <= 0) {
-            return false;
-        }
-        text.append(buffer, static_cast<size_t>(got));
-        return true;
-    }
-
-    pid_t mPid = -1;
-    int mOut = -1;
-    int mErr = -1;
-    std::string mOutText;
-    std::string mErrText;
-    size_t mScanned = 0;
+                     const std::vector<std::string>& environment = {})
+        : ChildProgram(MOX_PHONE_PATH, args, environment) {}
 };
 
 struct Finished {
@@ -206,11 +113,19 @@ protected:
 TEST_F(MoxPhoneTest, Help_UsageOnStdoutExitZero) {
     const Finished help = run({"--help"});
     EXPECT_EQ(0, help.status);
-    for (const char* option : {"--listen", "--catalog", "--chunk-size", "--not-found-status",
-                               "--os", "--fault", "--quiet", "--allow-remote", "--list-faults"}) {
+    for (const char* option :
+         {"--listen", "--catalog", "--chunk-size", "--not-found-status", "--os", "--fault",
+          "--quiet", "--allow-remote", "--list-faults", "--version"}) {
         EXPECT_NE(std::string::npos, help.out.find(option)) << option;
     }
     EXPECT_EQ("", help.err);
+}
+
+TEST_F(MoxPhoneTest, Version_PrintsNameAndProjectVersionExitZero) {
+    const Finished version = run({"--version"});
+    EXPECT_EQ(0, version.status);
+    EXPECT_EQ(std::string("mox-phone ") + MOX_PROJECT_VERSION + "\n", version.out);
+    EXPECT_EQ("", version.err);
 }
 
 TEST_F(MoxPhoneTest, ListFaults_EveryFaultWithItsResultStates) {

@@ -36,6 +36,7 @@ std::string subcommandNames(CLI::App& app) {
 int main(int argc, char** argv) {
     CLI::App app{"mox - the music-information module on a PC"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("mox ") + MOX_VERSION);
     std::vector<Command> commands;
     commands.push_back(addDumpCommand(app));
     commands.push_back(addSearchCommand(app));
@@ -52,6 +53,8 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
         app.exit(e);

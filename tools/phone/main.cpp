@@ -74,9 +74,12 @@ int main(int argc, char** argv) {
     app.add_flag("--quiet", quiet, "Log nothing");
     app.add_flag("--allow-remote", allowRemote, "Allow a TCP address that is not a loopback one");
     app.add_flag("--list-faults", listFaults, "List the faults and what each leads to, then exit");
+    app.set_version_flag("--version", std::string("mox-phone ") + MOX_VERSION);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
         app.exit(e);

@@ -15,6 +15,7 @@
 
 #include "moxdb/DbBytes.h"
 #include "moxdb/DbRecords.h"
+#include "moxphone/CatalogueLocation.h"
 
 namespace moxphone {
 
@@ -439,11 +440,11 @@ bool Catalogue::loadFile(const std::string& path, Catalogue* out, CatalogueProbl
 }
 
 std::string Catalogue::bundledPath() {
-    return std::string(MOXPHONE_CATALOG_DIR) + "/sample.json";
+    return CatalogueLocation::directory() + "/sample.json";
 }
 
 std::string Catalogue::schemaPath() {
-    return std::string(MOXPHONE_CATALOG_DIR) + "/catalog.schema.json";
+    return CatalogueLocation::directory() + "/catalog.schema.json";
 }
 
 const CatalogueDisc* Catalogue::findDisc(const std::string& toc) const {

@@ -1,0 +1,97 @@
+#include "ChildProgram.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+ChildProgram::ChildProgram(const std::string& program, const std::vector<std::string>& args,
+                           const std::vector<std::string>& environment) {
+    int out[2];
+    int err[2];
+    EXPECT_EQ(0, ::pipe2(out, O_CLOEXEC));
+    EXPECT_EQ(0, ::pipe2(err, O_CLOEXEC));
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+    std::vector<std::string> argv = {program};
+    argv.insert(argv.end(), args.begin(), args.end());
+    std::vector<char*> argvPointers;
+    for (std::string& arg : argv) {
+        argvPointers.push_back(&arg[0]);
+    }
+    argvPointers.push_back(nullptr);
+    std::vector<std::string> env = environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        env.push_back(*entry);
+    }
+    std::vector<char*> envPointers;
+    for (std::string& entry : env) {
+        envPointers.push_back(&entry[0]);
+    }
+    envPointers.push_back(nullptr);
+    EXPECT_EQ(0, posix_spawn(&mPid, program.c_str(), &actions, nullptr, argvPointers.data(),
+                             envPointers.data()))
+        << program;
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    ::close(err[1]);
+    mOut = out[0];
+    mErr = err[0];
+}
+
+ChildProgram::~ChildProgram() {
+    if (mPid > 0) {
+        ::kill(mPid, SIGKILL);
+        wait();
+    }
+    ::close(mOut);
+    ::close(mErr);
+}
+
+std::string ChildProgram::waitForLine(const std::string& prefix) {
+    while (true) {
+        const size_t end = mErrText.find('\n', mScanned);
+        if (end != std::string::npos) {
+            const std::string line = mErrText.substr(mScanned, end - mScanned);
+            mScanned = end + 1;
+            if (line.compare(0, prefix.size(), prefix) == 0) {
+                return line;
+            }
+            continue;
+        }
+        if (!readSome(mErr, mErrText)) {
+            return "";
+        }
+    }
+}
+
+void ChildProgram::signal(int number) {
+    ::kill(mPid, number);
+}
+
+int ChildProgram::wait() {
+    int status = 0;
+    ::waitpid(mPid, &status, 0);
+    mPid = -1;
+    while (readSome(mErr, mErrText)) {
+    }
+    while (readSome(mOut, mOutText)) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+bool ChildProgram::readSome(int fd, std::string& text) {
+    char buffer[4096];
+    const ssize_t got = ::read(fd, buffer, sizeof(buffer));
+    if (got <= 0) {
+        return false;
+    }
+    text.append(buffer, static_cast<size_t>(got));
+    return true;
+}

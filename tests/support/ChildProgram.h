@@ -1,0 +1,42 @@
+// A program running beside a test, its stdout and stderr on pipes: the test
+// waits for the lines it writes (never for time), signals it and collects its
+// exit status. The destructor kills a program that is still running.
+#ifndef MOX_TESTS_CHILDPROGRAM_H
+#define MOX_TESTS_CHILDPROGRAM_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+class ChildProgram {
+public:
+    // Starts `program` (a path) with `args`; `environment` ("NAME=VALUE")
+    // comes before the test's own environment, so it wins.
+    ChildProgram(const std::string& program, const std::vector<std::string>& args,
+                 const std::vector<std::string>& environment = {});
+    ~ChildProgram();
+    ChildProgram(const ChildProgram&) = delete;
+    ChildProgram& operator=(const ChildProgram&) = delete;
+
+    // Reads stderr until a line that starts with `prefix`; returns that line
+    // (empty when the program ended first).
+    std::string waitForLine(const std::string& prefix);
+    void signal(int number);
+    // Waits for the end; the exit status, or 128 + the signal.
+    int wait();
+    const std::string& out() const { return mOutText; }
+    const std::string& err() const { return mErrText; }
+
+private:
+    static bool readSome(int fd, std::string& text);
+
+    pid_t mPid = -1;
+    int mOut = -1;
+    int mErr = -1;
+    std::string mOutText;
+    std::string mErrText;
+    size_t mScanned = 0;
+};
+
+#endif  // MOX_TESTS_CHILDPROGRAM_H
