@@ -52,9 +52,10 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME mox-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION
   "Music-information module of the in-car infotainment stack - tools
-mox runs the module on a PC: it renders and searches response databases
-and reads a disc's table of contents from offsets, CUE sheets, images or a
-drive. mox-phone simulates the phone application, with a sample catalogue
+mox runs the module on a PC: it looks a disc up through the module and a
+phone (the built-in simulator, mox-phone or a real phone), renders and
+searches response databases and reads a disc's table of contents from
+offsets, CUE sheets, images or a drive. mox-phone simulates the phone application, with a sample catalogue
 and faults on demand; mox-sampledb writes a sample response database.")
 
 # dpkg-shlibdeps must find the libraries of libmox0 while the other packages
