@@ -21,6 +21,7 @@
 #include <tuple>
 #include <vector>
 
+#include "ChildProgram.h"
 #include "CliRun.h"
 #include "DiscImageFiles.h"
 #include "TestDir.h"
@@ -42,70 +43,31 @@ const std::string kDisc1 = "0000960046E6008D3600D386";
 // "tcp:127.0.0.1:0"); the endpoint it really listens on is read from its log.
 class PhoneProcess {
 public:
-    PhoneProcess(const std::string& endpoint, const std::vector<std::string>& extra) {
-        int pipeFds[2];
-        if (pipe2(pipeFds, O_CLOEXEC) != 0) {
-            ADD_FAILURE() << "pipe";
+    PhoneProcess(const std::string& endpoint, const std::vector<std::string>& extra)
+        : mProgram(kPhone, arguments(endpoint, extra)) {
+        const std::string marker = "mox-phone: listening on ";
+        const std::string line = mProgram.waitForLine(marker);
+        if (line.empty()) {
+            ADD_FAILURE() << "mox-phone ended before it listened: " << mProgram.err();
             return;
         }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 2);
-        std::vector<std::string> all = {kPhone, "--listen", endpoint};
-        all.insert(all.end(), extra.begin(), extra.end());
-        std::vector<char*> argv;
-        for (std::string& arg : all) {
-            argv.push_back(&arg[0]);
-        }
-        argv.push_back(nullptr);
-        const int spawned =
-            posix_spawn(&mPid, kPhone.c_str(), &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(pipeFds[1]);
-        mLog = fdopen(pipeFds[0], "r");
-        if (spawned != 0) {
-            ADD_FAILURE() << "cannot start mox-phone";
-            mPid = -1;
-            return;
-        }
-        readUntilListening();
-    }
-
-    ~PhoneProcess() {
-        if (mPid > 0) {
-            ::kill(mPid, SIGTERM);
-            int status = 0;
-            ::waitpid(mPid, &status, 0);
-        }
-        if (mLog != nullptr) {
-            std::fclose(mLog);
+        mEndpoint = line.substr(marker.size());
+        while (!mEndpoint.empty() && (mEndpoint.back() == '\n' || mEndpoint.back() == ' ')) {
+            mEndpoint.pop_back();
         }
     }
 
     const std::string& endpoint() const { return mEndpoint; }
 
 private:
-    // Blocks on the phone's log until it says where it listens.
-    void readUntilListening() {
-        const std::string marker = "listening on ";
-        char line[512];
-        while (std::fgets(line, sizeof(line), mLog) != nullptr) {
-            std::string text(line);
-            const size_t at = text.find(marker);
-            if (at != std::string::npos) {
-                mEndpoint = text.substr(at + marker.size());
-                while (!mEndpoint.empty() &&
-                       (mEndpoint.back() == '\n' || mEndpoint.back() == ' ')) {
-                    mEndpoint.pop_back();
-                }
-                return;
-            }
-        }
-        ADD_FAILURE() << "mox-phone ended before it listened";
+    static std::vector<std::string> arguments(const std::string& endpoint,
+                                              const std::vector<std::string>& extra) {
+        std::vector<std::string> all = {"--listen", endpoint};
+        all.insert(all.end(), extra.begin(), extra.end());
+        return all;
     }
 
-    pid_t mPid = -1;
-    FILE* mLog = nullptr;
+    ChildProgram mProgram;
     std::string mEndpoint;
 };
 
@@ -467,39 +429,14 @@ TEST_F(MoxLookupTest, AnotherRunHoldsTheResultDirectory_SaysOnceThatItWaits) {
     ASSERT_EQ(::flock(held, LOCK_EX), 0);
     // The lookup waits on the lock; the test lets go once the lookup has
     // said so on its stderr.
-    int pipeFds[2];
-    ASSERT_EQ(pipe2(pipeFds, O_CLOEXEC), 0);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 2);
-    const std::string out = dir.file("out");
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    std::vector<std::string> all = {kMox, "lookup", "--toc", kDisc1};
-    std::vector<char*> argv;
-    for (std::string& arg : all) {
-        argv.push_back(&arg[0]);
-    }
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    ASSERT_EQ(posix_spawn(&pid, kMox.c_str(), &actions, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(pipeFds[1]);
-    FILE* err = fdopen(pipeFds[0], "r");
-    char line[512] = {0};
-    ASSERT_NE(std::fgets(line, sizeof(line), err), nullptr);
-    EXPECT_EQ(std::string(line),
-              "mox lookup: waiting for another run that uses " + MoxResultFile::DIRECTORY + "\n");
+    ChildProgram lookup(kMox, {"lookup", "--toc", kDisc1});
+    const std::string waiting = "mox lookup: waiting for another run that uses ";
+    EXPECT_EQ(lookup.waitForLine(waiting), waiting + MoxResultFile::DIRECTORY);
     ::flock(held, LOCK_UN);
     ::close(held);
-    std::string rest;
-    while (std::fgets(line, sizeof(line), err) != nullptr) {
-        rest += line;
-    }
-    std::fclose(err);
-    int status = 0;
-    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    EXPECT_EQ(rest, "");
+    EXPECT_EQ(lookup.wait(), 0);
+    EXPECT_EQ(lookup.err(), waiting + MoxResultFile::DIRECTORY + "\n");
+    EXPECT_NE(lookup.out().find("Northern Roads"), std::string::npos);
 }
 
 // --- The example program -----------------------------------------------------------------------
