@@ -279,7 +279,8 @@ protected:
     size_t unusualPaths = 0;
 };
 
-TEST_F(MoxFaultCampaignTest, RandomFaultsAtRandomSteps_EndInADocumentedStateAndTheNextLookupSucceeds) {
+TEST_F(MoxFaultCampaignTest,
+       RandomFaultsAtRandomSteps_EndInADocumentedStateAndTheNextLookupSucceeds) {
     const size_t rounds = lookupsFromEnvironment();
     const uint32_t seed = FaultDraw::seedFromEnvironment(20261123);
     std::mt19937 random(seed);
@@ -304,9 +305,10 @@ TEST_F(MoxFaultCampaignTest, RandomFaultsAtRandomSteps_EndInADocumentedStateAndT
             return;
         }
     }
-    std::printf("campaign: %zu cuts, %zu simulator faults (%zu took another documented path), "
-                "%zu log records\n",
-                cuts, rounds - cuts, unusualPaths, logged.load());
+    std::printf(
+        "campaign: %zu cuts, %zu simulator faults (%zu took another documented path), "
+        "%zu log records\n",
+        cuts, rounds - cuts, unusualPaths, logged.load());
 }
 
 }  // namespace

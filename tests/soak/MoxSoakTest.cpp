@@ -168,9 +168,10 @@ protected:
     }
 
     static void report(const char* when, const ProcessStats::Snapshot& s) {
-        std::printf("soak: after %s: %zu descriptors, %zu threads, VmRSS %llu KiB, VmHWM %llu KiB\n",
-                    when, s.descriptors, s.threads, static_cast<unsigned long long>(s.residentKiB),
-                    static_cast<unsigned long long>(s.peakResidentKiB));
+        std::printf(
+            "soak: after %s: %zu descriptors, %zu threads, VmRSS %llu KiB, VmHWM %llu KiB\n", when,
+            s.descriptors, s.threads, static_cast<unsigned long long>(s.residentKiB),
+            static_cast<unsigned long long>(s.peakResidentKiB));
         std::fflush(stdout);
     }
 

@@ -23,9 +23,9 @@ public:
     };
 
     struct Snapshot {
-        size_t descriptors = 0;      // entries of /proc/self/fd (the one used to list it excluded)
-        size_t threads = 0;          // entries of /proc/self/task
-        uint64_t residentKiB = 0;    // "VmRSS:" of /proc/self/status
+        size_t descriptors = 0;    // entries of /proc/self/fd (the one used to list it excluded)
+        size_t threads = 0;        // entries of /proc/self/task
+        uint64_t residentKiB = 0;  // "VmRSS:" of /proc/self/status
         uint64_t peakResidentKiB = 0;  // "VmHWM:" of /proc/self/status
     };
 

@@ -49,9 +49,9 @@ private:
     int32 mId;  // the barrier's unit id on the box
     mutable std::mutex mMutex;
     std::condition_variable mHandled;
-    uint64_t mPosted;      // guarded by mMutex
-    uint64_t mDone;        // guarded by mMutex
-    uint32 mLeftBehind;    // guarded by mMutex: queued messages when the last event ran
+    uint64_t mPosted;    // guarded by mMutex
+    uint64_t mDone;      // guarded by mMutex
+    uint32 mLeftBehind;  // guarded by mMutex: queued messages when the last event ran
 };
 
 #endif  // MOX_TESTS_WORKERBARRIER_H
