@@ -11,8 +11,11 @@ add_subdirectory(${MOX_GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_
 include(GoogleTest)
 
 # mox_add_test(NAME SOURCES src... [LIBS lib...] [RESOURCE_LOCK name])
-# One executable per test file; every test case runs in its own process, so
-# tests that create singletons never see each other's instances.
+# One executable per test file. Every test case runs in its own process, and
+# the whole executable runs once more in one process (test NAME.WholeBinary,
+# label "whole"), which proves that each fixture leaves nothing armed or
+# registered behind. A test that truly needs a fresh process says so with
+# "FreshProcess" in its name; the whole run leaves it out.
 function(mox_add_test name)
   cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
@@ -25,4 +28,6 @@ function(mox_add_test name)
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
                        PROPERTIES TIMEOUT 120 ${extra_properties})
+  add_test(NAME ${name}.WholeBinary COMMAND ${name} --gtest_filter=-*FreshProcess*)
+  set_tests_properties(${name}.WholeBinary PROPERTIES LABELS whole TIMEOUT 600 ${extra_properties})
 endfunction()

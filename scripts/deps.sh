@@ -43,5 +43,7 @@ MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-
 MOX_PACKAGE_PACKAGES="dpkg-dev file"
 # The 32-bit ARM cross build and its emulator.
 MOX_ARM_PACKAGES="g++-arm-linux-gnueabihf qemu-user"
-# libFuzzer targets and the format check.
-MOX_CLANG_PACKAGES="clang libclang-rt-14-dev clang-format"
+# libFuzzer targets.
+MOX_CLANG_PACKAGES="clang libclang-rt-14-dev"
+# The format check.
+MOX_FORMAT_PACKAGES="clang-format"

@@ -31,9 +31,22 @@ void destroyAtExit() {
     std::fputs("destroyed at exit\n", stderr);
 }
 
+// Every test starts with nothing registered and an empty log, and leaves
+// nothing registered behind.
+class HbSingletonFinalizerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        HbSingletonFinalizer::finalize();
+        gLog.clear();
+    }
+    void TearDown() override { HbSingletonFinalizer::finalize(); }
+};
+
+using HbSingletonFinalizerDeathTest = HbSingletonFinalizerTest;
+
 }  // namespace
 
-TEST(HbSingletonFinalizerTest, Finalize_RunsHooksThenDestroyFuncsInReverseThenStoppers) {
+TEST_F(HbSingletonFinalizerTest, Finalize_RunsHooksThenDestroyFuncsInReverseThenStoppers) {
     HbSingletonFinalizer::addDestroyFunc(&destroyA);
     HbSingletonFinalizer::addShutdownHook([] { gLog.push_back("hook 1"); });
     HbSingletonFinalizer::addThreadStopper([] { gLog.push_back("stopper 1"); });
@@ -49,7 +62,7 @@ TEST(HbSingletonFinalizerTest, Finalize_RunsHooksThenDestroyFuncsInReverseThenSt
     EXPECT_EQ(expected, gLog);
 }
 
-TEST(HbSingletonFinalizerTest, Finalize_CalledTwice_RunsEachFunctionOnce) {
+TEST_F(HbSingletonFinalizerTest, Finalize_CalledTwice_RunsEachFunctionOnce) {
     HbSingletonFinalizer::addDestroyFunc(&destroyA);
     HbSingletonFinalizer::addShutdownHook([] { gLog.push_back("hook"); });
     HbSingletonFinalizer::addThreadStopper([] { gLog.push_back("stopper"); });
@@ -59,7 +72,7 @@ TEST(HbSingletonFinalizerTest, Finalize_CalledTwice_RunsEachFunctionOnce) {
     EXPECT_EQ(expected, gLog);
 }
 
-TEST(HbSingletonFinalizerTest, Finalize_AgainAfterNewRegistration_RunsOnlyTheNewOnes) {
+TEST_F(HbSingletonFinalizerTest, Finalize_AgainAfterNewRegistration_RunsOnlyTheNewOnes) {
     HbSingletonFinalizer::addDestroyFunc(&destroyA);
     HbSingletonFinalizer::finalize();
     HbSingletonFinalizer::addDestroyFunc(&destroyB);
@@ -68,7 +81,7 @@ TEST(HbSingletonFinalizerTest, Finalize_AgainAfterNewRegistration_RunsOnlyTheNew
     EXPECT_EQ(expected, gLog);
 }
 
-TEST(HbSingletonFinalizerTest, Finalize_DestroyFuncRegisteringAnother_RunsItInTheSamePass) {
+TEST_F(HbSingletonFinalizerTest, Finalize_DestroyFuncRegisteringAnother_RunsItInTheSamePass) {
     HbSingletonFinalizer::addDestroyFunc(&destroyA);
     HbSingletonFinalizer::addDestroyFunc(&destroyRegisteringLate);
     HbSingletonFinalizer::addThreadStopper([] { gLog.push_back("stopper"); });
@@ -78,7 +91,7 @@ TEST(HbSingletonFinalizerTest, Finalize_DestroyFuncRegisteringAnother_RunsItInTh
     EXPECT_EQ(expected, gLog);
 }
 
-TEST(HbSingletonFinalizerTest, AddDestroyFunc_Null_IsIgnored) {
+TEST_F(HbSingletonFinalizerTest, AddDestroyFunc_Null_IsIgnored) {
     const unsigned long before = HbSingletonFinalizer::DestroyFuncCalls();
     HbSingletonFinalizer::addDestroyFunc(nullptr);
     EXPECT_EQ(before, HbSingletonFinalizer::DestroyFuncCalls());
@@ -86,7 +99,7 @@ TEST(HbSingletonFinalizerTest, AddDestroyFunc_Null_IsIgnored) {
     EXPECT_TRUE(gLog.empty());
 }
 
-TEST(HbSingletonFinalizerTest, AddDestroyFunc_EachCall_RaisesTheCounterByOne) {
+TEST_F(HbSingletonFinalizerTest, AddDestroyFunc_EachCall_RaisesTheCounterByOne) {
     const unsigned long before = HbSingletonFinalizer::DestroyFuncCalls();
     HbSingletonFinalizer::addDestroyFunc(&destroyA);
     HbSingletonFinalizer::addDestroyFunc(&destroyA);
@@ -97,9 +110,9 @@ TEST(HbSingletonFinalizerTest, AddDestroyFunc_EachCall_RaisesTheCounterByOne) {
     EXPECT_EQ(expected, gLog);
 }
 
-TEST(HbSingletonFinalizerDeathTest, ProcessExit_WithoutFinalize_RunsDestroyFuncs) {
+TEST_F(HbSingletonFinalizerDeathTest, ProcessExit_WithoutFinalize_RunsDestroyFuncs) {
     // "fast" forks without re-executing the binary, which also works under qemu-arm;
-    // each test case runs in a process of its own, so nothing ran before.
+    // the fixture has run what was registered before, so only this runs.
     GTEST_FLAG_SET(death_test_style, "fast");
     EXPECT_EXIT(
         {

@@ -49,9 +49,23 @@ private:
     }
 };
 
+// Every test starts without instances and with zeroed counters: finalize()
+// destroys what earlier tests created, so the next GetInstance() creates and
+// registers anew. Nothing is left registered behind.
+class HbSingletonTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        HbSingletonFinalizer::finalize();
+        gConstructed = 0;
+        gDestroyed = 0;
+        gRacedConstructed = 0;
+    }
+    void TearDown() override { HbSingletonFinalizer::finalize(); }
+};
+
 }  // namespace
 
-TEST(HbSingletonTest, GetInstance_CalledTwice_ReturnsTheSameObject) {
+TEST_F(HbSingletonTest, GetInstance_CalledTwice_ReturnsTheSameObject) {
     Counted* first = Counted::GetInstance();
     Counted* second = Counted::GetInstance();
     EXPECT_EQ(first, second);
@@ -59,14 +73,14 @@ TEST(HbSingletonTest, GetInstance_CalledTwice_ReturnsTheSameObject) {
     EXPECT_EQ(first, Counted::peek());
 }
 
-TEST(HbSingletonTest, GetInstance_FirstCall_RegistersDestroyOnceWithFinalizer) {
+TEST_F(HbSingletonTest, GetInstance_FirstCall_RegistersDestroyOnceWithFinalizer) {
     const unsigned long before = HbSingletonFinalizer::DestroyFuncCalls();
     Counted::GetInstance();
     Counted::GetInstance();
     EXPECT_EQ(before + 1, HbSingletonFinalizer::DestroyFuncCalls());
 }
 
-TEST(HbSingletonTest, Destroy_OnNeverCreatedSingleton_OnlyLeavesPointerNull) {
+TEST_F(HbSingletonTest, Destroy_OnNeverCreatedSingleton_OnlyLeavesPointerNull) {
     DbgCapture capture;
     const unsigned long before = HbSingletonFinalizer::DestroyFuncCalls();
     NeverCreated::destroy();
@@ -75,21 +89,21 @@ TEST(HbSingletonTest, Destroy_OnNeverCreatedSingleton_OnlyLeavesPointerNull) {
     EXPECT_TRUE(capture.records().empty());
 }
 
-TEST(HbSingletonTest, Destroy_AfterCreation_DeletesInstanceAndClearsPointer) {
+TEST_F(HbSingletonTest, Destroy_AfterCreation_DeletesInstanceAndClearsPointer) {
     Counted::GetInstance();
     Counted::destroy();
     EXPECT_EQ(1, gDestroyed.load());
     EXPECT_EQ(nullptr, Counted::peek());
 }
 
-TEST(HbSingletonTest, Finalize_AfterCreation_DestroysTheInstance) {
+TEST_F(HbSingletonTest, Finalize_AfterCreation_DestroysTheInstance) {
     Counted::GetInstance();
     HbSingletonFinalizer::finalize();
     EXPECT_EQ(1, gDestroyed.load());
     EXPECT_EQ(nullptr, Counted::peek());
 }
 
-TEST(HbSingletonTest, GetInstance_EightThreadsAtOnce_ConstructOnceAndRegisterDestroyOnce) {
+TEST_F(HbSingletonTest, GetInstance_EightThreadsAtOnce_ConstructOnceAndRegisterDestroyOnce) {
     const unsigned long before = HbSingletonFinalizer::DestroyFuncCalls();
     const int kThreads = 8;
     TestEvent go;

@@ -11,6 +11,7 @@
 #include "DbgCapture.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
+#include "ModuleReset.h"
 #include "NotificationLog.h"
 #include "ScriptedPhone.h"
 #include "TestDir.h"
@@ -58,6 +59,7 @@ protected:
         OstLinkAppHost::setLoopbackPeer(nullptr);
         socketPhone.reset();
         loopbackPhone.reset();
+        moxtest::resetModule();
     }
 
     LoopbackPhone& useLoopbackPhone(PhoneScript& script) {

@@ -10,6 +10,7 @@
 #include "DbgCapture.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
+#include "ModuleReset.h"
 #include "NotificationLog.h"
 #include "private/Mox.h"
 #include "private/MoxState.h"
@@ -23,7 +24,10 @@ protected:
         facade = HbSMox::GetInstance();
         facade->AddObserver(appLog.observer());
     }
-    void TearDown() override { facade->RemoveObserver(appLog.observer()); }
+    void TearDown() override {
+        facade->RemoveObserver(appLog.observer());
+        moxtest::resetModule();
+    }
 
     DbgCapture capture;
     NotificationLog appLog;

@@ -12,6 +12,7 @@
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbDispatcher.h"
 #include "HbFramework/HbLTimerMng.h"
+#include "ModuleReset.h"
 #include "NotificationLog.h"
 #include "TestDir.h"
 #include "moxdb/CatalogueBuilder.h"
@@ -50,6 +51,7 @@ protected:
     void TearDown() override {
         MoxProtocol::GetInstance()->RemoveObserver(frames.observer());
         mox->RemoveObserver(unitLog.observer());
+        moxtest::resetModule();
     }
 
     // Every message posted before this call has been handled when it returns:
@@ -114,6 +116,7 @@ TEST(MoxLifetimeTest, Destroy_RemovesItsObserversAndWithdrawsFromTheBox) {
     Mox* mox = Mox::GetInstance();
     HbMsgBox* box = mox->getMsgBox();
     ASSERT_NE(box, nullptr);
+    HbWorker* worker = mox->getWorker();
     EXPECT_EQ(MoxProtocol::GetInstance()->ObserverCount(), 1u);
     EXPECT_EQ(MoxState::GetInstance()->ObserverCount(), 2u);
     HbSingleton<Mox>::destroy();
@@ -122,6 +125,10 @@ TEST(MoxLifetimeTest, Destroy_RemovesItsObserversAndWithdrawsFromTheBox) {
     // The worker is left running for the framework to stop; its box no longer
     // knows the unit.
     EXPECT_EQ(box->Post(0, 605, en_MSG_ID_MESSAGE, nullptr, 0), en_ERROR_NOT_REGISTERED);
+    // What the framework would do at the end, so that the next test starts afresh.
+    worker->Stop();
+    delete worker;
+    moxtest::resetModule();
 }
 
 TEST_F(MoxTest, DelInstance_DoesNothing) {
