@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -385,13 +386,20 @@ TEST_F(OstLinkAppLinkAppCommTest, Terminate_UnixLinkWithPhoneSendingFast_JoinsAn
 // the box holds: the box keeps 4000, every further post is refused and
 // logged by the user's comSendMsgSelf, and nothing else grows.
 TEST_F(OstLinkAppLinkAppCommTest, PhoneFasterThanTheWorker_TheBoxBoundsTheBacklog) {
-    TestEvent entered;
-    TestEvent release;
-    std::atomic<bool> first{true};
-    unit.onHandled = [&](uint32) {
-        if (first.exchange(false)) {
-            entered.set();
-            release.wait();
+    // Shared with the worker's callback, which may still be returning from
+    // its last call when the test body ends.
+    struct Gate {
+        TestEvent entered;
+        TestEvent release;
+        std::atomic<bool> first{true};
+    };
+    std::shared_ptr<Gate> gate = std::make_shared<Gate>();
+    TestEvent& entered = gate->entered;
+    TestEvent& release = gate->release;
+    unit.onHandled = [gate](uint32) {
+        if (gate->first.exchange(false)) {
+            gate->entered.set();
+            gate->release.wait();
         }
     };
     unit.requestDeviceConnect();

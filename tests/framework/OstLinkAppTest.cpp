@@ -141,6 +141,9 @@ TEST_F(OstLinkAppTest, StartLink_WhenOpen_OpensNothingMore) {
 TEST_F(OstLinkAppTest, StopLink_SendsTheDisconnectThenClosesAndPostsNothing) {
     unit.startLink();
     ASSERT_TRUE(peer.log.waitForCount(2));
+    // The worker logs the open notification once its handler, which sent the
+    // connect, has returned.
+    ASSERT_TRUE(unit.log.waitFor("handled 601 [02]"));
     const size_t posted = unit.posts.entries().size();
     unit.stopLink();
     EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker", "command [00 02] @TestMain", "close"}),
