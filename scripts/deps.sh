@@ -41,6 +41,8 @@ MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-
 # Making the Debian packages: dpkg-shlibdeps (dpkg-dev) finds their
 # dependencies, in the binaries that file(1) recognises.
 MOX_PACKAGE_PACKAGES="dpkg-dev file"
+# Memory checks of whole lookups.
+MOX_VALGRIND_PACKAGES="valgrind"
 # The 32-bit ARM cross build and its emulator.
 MOX_ARM_PACKAGES="g++-arm-linux-gnueabihf qemu-user"
 # libFuzzer targets.

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole test suite: format check, host build and tests, the same tests
 # under AddressSanitizer + UndefinedBehaviorSanitizer and under
-# ThreadSanitizer, the 32-bit ARM cross build with its tests under qemu-arm,
+# ThreadSanitizer, valgrind memcheck over whole lookups, the 32-bit ARM
+# cross build with its tests under qemu-arm,
 # the libFuzzer targets for a bounded time on their seed corpora, the
 # benchmarks (built and run once, briefly), the stripped release library and
 # the Debian packages (built, installed, used and removed: needs root).
@@ -14,18 +15,19 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
 
-steps=${MOX_STEPS:-"format host asan tsan armhf fuzz bench release package"}
+steps=${MOX_STEPS:-"format host asan tsan valgrind armhf fuzz bench release package"}
 
 # The Debian packages that one step needs.
 step_packages() {
   case $1 in
     format) echo "git $MOX_FORMAT_PACKAGES" ;;
     host | asan | tsan | bench | release) echo "$MOX_HOST_PACKAGES" ;;
+    valgrind) echo "$MOX_HOST_PACKAGES $MOX_VALGRIND_PACKAGES" ;;
     armhf) echo "$MOX_HOST_PACKAGES $MOX_ARM_PACKAGES" ;;
     fuzz) echo "$MOX_HOST_PACKAGES $MOX_CLANG_PACKAGES" ;;
     package) echo "$MOX_HOST_PACKAGES $MOX_PACKAGE_PACKAGES" ;;
     *)
-      echo "unknown step '$1' (steps: format host asan tsan armhf fuzz bench release package)" >&2
+      echo "unknown step '$1' (steps: format host asan tsan valgrind armhf fuzz bench release package)" >&2
       return 1
       ;;
   esac
@@ -86,6 +88,16 @@ step_fuzz() {
     fi
     tail -n 4 "$work.log"
   done
+}
+
+# valgrind memcheck over whole lookups (the example program, and `mox lookup`
+# over each transport) on the host build.
+step_valgrind() {
+  stamp "configure + build: default (for valgrind)"
+  cmake --preset default
+  cmake --build --preset default -j "$jobs" --target mox_cli mox_phone mox_example
+  stamp "valgrind memcheck"
+  bash scripts/valgrind.sh build/default
 }
 
 # Benchmarks are built and run once, briefly, so they keep working; their
@@ -302,6 +314,7 @@ for step in $steps; do
     format) step_format ;;
     host) run_preset default ;;
     asan | tsan) run_preset "$step" ;;
+    valgrind) step_valgrind ;;
     armhf)
       run_preset armhf
       armhf_sysroot_check build/armhf
