@@ -2,7 +2,7 @@
 // against the simulated phone in the same process (the loopback link), every
 // tenth with a fault of the simulator drawn at random. Between lookup 100
 // and the last one the process must not gain a descriptor or a thread; its
-// resident memory is printed (docs/performance.md keeps the figures).
+// resident memory is printed (docs/reliability.md keeps the figures).
 //
 // The module's command timer runs on the manual clock: a lookup that waits
 // for it is run out at once, and a lookup that does not can never time out by
@@ -169,9 +169,12 @@ protected:
 
     static void report(const char* when, const ProcessStats::Snapshot& s) {
         std::printf(
-            "soak: after %s: %zu descriptors, %zu threads, VmRSS %llu KiB, VmHWM %llu KiB\n", when,
-            s.descriptors, s.threads, static_cast<unsigned long long>(s.residentKiB),
-            static_cast<unsigned long long>(s.peakResidentKiB));
+            "soak: after %s: %zu descriptors, %zu threads, VmRSS %llu KiB (RssAnon %llu KiB), "
+            "VmHWM %llu KiB, heap in use %llu bytes\n",
+            when, s.descriptors, s.threads, static_cast<unsigned long long>(s.residentKiB),
+            static_cast<unsigned long long>(s.anonymousResidentKiB),
+            static_cast<unsigned long long>(s.peakResidentKiB),
+            static_cast<unsigned long long>(s.heapInUseBytes));
         std::fflush(stdout);
     }
 
@@ -213,9 +216,14 @@ TEST_F(MoxSoakTest, ThousandLookups_KeepDescriptorsAndThreadsAndEveryFaultEndsAs
     report(("lookup " + std::to_string(lookups)).c_str(), atEnd);
     const long long growth = static_cast<long long>(atEnd.residentKiB) -
                              static_cast<long long>(atCheckpoint.residentKiB);
-    std::printf("soak: %zu faulty lookups; resident memory growth %lld KiB; %zu log records\n",
-                faulty, growth, logged.load());
+    const long long dataGrowth = static_cast<long long>(atEnd.anonymousResidentKiB) -
+                                 static_cast<long long>(atCheckpoint.anonymousResidentKiB);
+    std::printf(
+        "soak: %zu faulty lookups; resident memory growth %lld KiB, of which data (RssAnon) "
+        "%lld KiB; %zu log records\n",
+        faulty, growth, dataGrowth, logged.load());
     RecordProperty("resident_growth_kib", std::to_string(growth));
+    RecordProperty("data_growth_kib", std::to_string(dataGrowth));
     EXPECT_EQ(atEnd.descriptors, atCheckpoint.descriptors);
     EXPECT_EQ(atEnd.threads, atCheckpoint.threads);
     EXPECT_EQ(normalPhone->connections(), faulty + 1);

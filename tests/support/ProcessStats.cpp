@@ -1,6 +1,7 @@
 #include "ProcessStats.h"
 
 #include <dirent.h>
+#include <malloc.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -12,7 +13,16 @@ ProcessStats::Snapshot ProcessStats::take() {
     snapshot.threads = threadCount();
     snapshot.residentKiB = statusKiB("VmRSS:");
     snapshot.peakResidentKiB = statusKiB("VmHWM:");
+    snapshot.anonymousResidentKiB = statusKiB("RssAnon:");
+    snapshot.heapInUseBytes = heapInUseBytes();
     return snapshot;
+}
+
+// Counts the main arena only, plus blocks mapped on their own; blocks of the
+// other threads' arenas are not in mallinfo2.
+uint64_t ProcessStats::heapInUseBytes() {
+    const struct mallinfo2 info = mallinfo2();
+    return static_cast<uint64_t>(info.uordblks) + static_cast<uint64_t>(info.hblkhd);
 }
 
 // opendir() holds one descriptor of its own while the list is read.
