@@ -273,6 +273,7 @@ for step in $steps; do
     asan | tsan) run_preset "$step" ;;
     armhf)
       run_preset armhf
+      bash scripts/check-lib-size.sh build/armhf/src/libmox.so
       armhf_sysroot_check build/armhf
       ;;
     fuzz) step_fuzz ;;
