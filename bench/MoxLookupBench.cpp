@@ -202,6 +202,37 @@ void BM_ModuleReception(benchmark::State& state, bool unix) {
     shared->module->unlink();
 }
 
+// The two parts of a module lookup, for the breakdown: search() to result
+// state 0 alone, and getSearchResult() alone on the stored database.
+void BM_ModuleLookupReception(benchmark::State& state, bool unix) {
+    if (!linkModule(state, unix, *shared->small)) {
+        return;
+    }
+    for (auto _ : state) {
+        if (shared->module->receive(shared->toc) != 0) {
+            state.SkipWithError("a reception failed");
+            break;
+        }
+    }
+    shared->module->unlink();
+}
+
+void BM_ModuleSearchOnly(benchmark::State& state) {
+    if (!linkModule(state, true, *shared->small) || shared->module->receive(shared->toc) != 0) {
+        state.SkipWithError("the lookup failed");
+        return;
+    }
+    std::list<HbSMoxDef::AlbumInfo> albums;
+    for (auto _ : state) {
+        if (!shared->module->facade()->getSearchResult(shared->toc, &albums) ||
+            albums.size() != kAlbums) {
+            state.SkipWithError("the search did not find every album");
+            break;
+        }
+    }
+    shared->module->unlink();
+}
+
 // --- The floors ------------------------------------------------------------------
 
 // Runs `lookups` bare lookups per iteration over the link asked for, each
@@ -279,6 +310,10 @@ void registerBenchmarks(RatioReporter& reporter) {
         benchmark::RegisterBenchmark((lookup + "/module").c_str(), BM_ModuleLookup, unix)
             ->UseRealTime()
             ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((lookup + "/module_reception_only").c_str(),
+                                     BM_ModuleLookupReception, unix)
+            ->UseRealTime()
+            ->Unit(benchmark::kMicrosecond);
         benchmark::RegisterBenchmark((lookup + "/floor").c_str(), BM_FloorLookup, unix)
             ->UseRealTime()
             ->Unit(benchmark::kMicrosecond);
@@ -291,11 +326,16 @@ void registerBenchmarks(RatioReporter& reporter) {
             ->Unit(benchmark::kMillisecond);
         reporter.addPair(lookup + ", module vs bare exchange", lookup + "/module",
                          lookup + "/floor");
+        reporter.addPair(lookup + ", module without getSearchResult vs bare exchange",
+                         lookup + "/module_reception_only", lookup + "/floor");
         reporter.addPair(reception + ", module vs file writes alone", reception + "/module",
                          "reception_4MiB/file_floor", receptionBytes);
         reporter.addPair(reception + ", module vs bare exchange", reception + "/module",
                          reception + "/bare_exchange", receptionBytes);
     }
+    benchmark::RegisterBenchmark("lookup_64KiB/getSearchResult_only", BM_ModuleSearchOnly)
+        ->UseRealTime()
+        ->Unit(benchmark::kMicrosecond);
     benchmark::RegisterBenchmark("reception_4MiB/file_floor", BM_FileFloorReception)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
