@@ -79,6 +79,7 @@ step_bench() {
     stamp "smoke run: $(basename "$bench")"
     "$bench" --benchmark_min_time=0.01
   done
+  build/bench/bench/MoxFootprint --link loopback
 }
 
 step_release() {
