@@ -59,10 +59,15 @@ uint32 FacadeLookup::onNotify(uint32 id, void* data, uint32 size) {
         return 1;
     }
     std::memcpy(&value, data, sizeof(value));
+    // The waiting thread is woken only by what it waits for: a link change
+    // or the end of a lookup, not by the states on the way.
+    if (id == 2 && isUnderway(value)) {
+        return 1;
+    }
     std::lock_guard<std::mutex> lock(mMutex);
     if (id == 1) {
         mLink = value != 0 ? 1 : 0;
-    } else if (!isUnderway(value)) {
+    } else {
         mOutcome = value;
     }
     mChanged.notify_all();
