@@ -51,23 +51,29 @@ Snapshot snapshot() {
     return s;
 }
 
-std::string newThreads(const Snapshot& before, const Snapshot& after) {
+// The names of the threads of `after` that `before` lacks, as `named` (a
+// later snapshot) knows them: a new thread carries its creator's name until
+// it has named itself.
+std::string newThreads(const Snapshot& before, const Snapshot& after, const Snapshot& named) {
     std::string names;
     for (const auto& entry : after.threads) {
         if (before.threads.count(entry.first) == 0) {
-            names += (names.empty() ? "" : ", ") + entry.second.name;
+            const auto later = named.threads.find(entry.first);
+            const std::string& name =
+                later != named.threads.end() ? later->second.name : entry.second.name;
+            names += (names.empty() ? "" : ", ") + name;
         }
     }
     return names.empty() ? "none" : names;
 }
 
 void report(const std::string& link, const char* when, const Snapshot& before,
-            const Snapshot& after) {
+            const Snapshot& after, const Snapshot& named) {
     std::printf(
         "%s, %s: threads %zu -> %zu (+%ld: %s), VmRSS %llu -> %llu KiB (+%lld KiB)\n", link.c_str(),
         when, before.threads.size(), after.threads.size(),
         static_cast<long>(after.threads.size()) - static_cast<long>(before.threads.size()),
-        newThreads(before, after).c_str(), before.residentKiB, after.residentKiB,
+        newThreads(before, after, named).c_str(), before.residentKiB, after.residentKiB,
         static_cast<long long>(after.residentKiB) - static_cast<long long>(before.residentKiB));
 }
 
@@ -119,8 +125,9 @@ int main(int argc, char** argv) {
                      linked ? "lookup did not find the 4 albums" : "link did not come up");
         status = 1;
     } else {
-        report(link, "module created, link up", before, up);
-        report(link, "after one 64 KiB lookup", before, afterLookup);
+        const Snapshot last = snapshot();
+        report(link, "module created, link up", before, up, last);
+        report(link, "after one 64 KiB lookup", before, afterLookup, last);
     }
     module->unlink();
     module->facade()->Terminate();
