@@ -112,6 +112,7 @@ step_bench() {
     stamp "smoke run: $(basename "$bench")"
     "$bench" --benchmark_min_time=0.01
   done
+  build/bench/bench/MoxFootprint --link loopback
 }
 
 step_release() {
@@ -317,6 +318,7 @@ for step in $steps; do
     valgrind) step_valgrind ;;
     armhf)
       run_preset armhf
+      bash scripts/check-lib-size.sh build/armhf/src/libmox.so
       armhf_sysroot_check build/armhf
       ;;
     fuzz) step_fuzz ;;

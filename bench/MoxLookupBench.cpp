@@ -1,0 +1,390 @@
+// Cost of whole lookups through the module, each beside its floor: the same
+// exchange made by a bare client with nothing of the module.
+//
+// lookup_64KiB/...: one lookup as an application makes it, from
+//   HbSMox::search() to notification 2 with result state 0, then
+//   getSearchResult(): a 64 KiB response database in 16 chunks of 4 KiB.
+//   The floor (".../floor") exchanges the same frames with the same phone
+//   over the same kind of link (request, the two answers, the get request,
+//   the chunks; both sides' bytes are compared once per run) and stores the
+//   chunks with the same file operations (the file emptied, then one
+//   open-append-close per chunk), on one thread, with no queue, timer or
+//   notification. The floor does not search the stored database: that is
+//   the module's own work (bench/MoxSearchBench.cpp measures it alone).
+// reception_4MiB/...: 4 MiB of response database in 4 KiB chunks, received
+//   and stored, as four consecutive lookups of a 1 MiB database (256 chunks
+//   each): the module refuses a single answer over 1 MiB (MoxLimits), so 4
+//   MiB can only arrive this way. Timed from search() to result state 0, no
+//   search of the database. Floors: the same chunks written to a file with
+//   the same emptying and open-append-close per chunk and nothing else
+//   ("file_floor"), and the whole bare exchange as above ("bare_exchange").
+//
+// Links: "unix" is a Unix stream socket to a phone thread in this process;
+// "in-process" is the link's loopback endpoint, whose phone answers from
+// inside the call that sends to it. The phone (bench/support/BareSocketPhone,
+// BareLoopbackPhone) answers from frames built in advance, the same for the
+// module and the floor.
+//
+// Wall time (the lookups wait on other threads). For medians and ratios run
+// with repetitions, for example:
+//   MoxLookupBench --benchmark_repetitions=10 --benchmark_report_aggregates_only=true
+//                  --benchmark_enable_random_interleaving=true
+// The last lines printed give each median, its floor's, and their ratio.
+#include <benchmark/benchmark.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "BareAnswers.h"
+#include "BareLookupClient.h"
+#include "BareLoopbackClient.h"
+#include "BareLoopbackPhone.h"
+#include "BareSocketClient.h"
+#include "BareSocketPhone.h"
+#include "FacadeLookup.h"
+#include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbSingletonFinalizer.h"
+#include "MoxDbWriter.h"
+#include "OstLinkApp/OstLinkAppHost.h"
+#include "RatioReporter.h"
+#include "private/MoxResultFile.h"
+
+namespace {
+
+const size_t kChunkSize = 4096;
+const size_t kSmallDatabase = 64u * 1024u;
+const size_t kLargeDatabase = 1024u * 1024u;  // the largest answer the module stores
+const int kLargeLookups = 4;                  // 4 x 1 MiB = 4 MiB
+const int kAlbums = 4;
+const int kTracks = 12;
+
+// What the benchmarks share; made in main() before any benchmark runs.
+struct Shared {
+    std::string toc;
+    std::string socketDirectory;
+    std::unique_ptr<BareAnswers> small;
+    std::unique_ptr<BareAnswers> large;
+    std::unique_ptr<BareSocketPhone> socketPhone;
+    std::unique_ptr<BareLoopbackPhone> loopbackPhone;
+    std::unique_ptr<FacadeLookup> module;
+};
+Shared* shared = nullptr;
+
+std::string tocText(int tracks) {
+    std::vector<uint32_t> lbas;
+    for (int i = 0; i < tracks; ++i) {
+        lbas.push_back(static_cast<uint32_t>(i) * 15000u);
+    }
+    return moxdb::makeTocText(lbas, static_cast<uint32_t>(tracks) * 15000u + 9000u);
+}
+
+moxdb::Bytes paddedDatabase(const std::string& toc, size_t padding) {
+    moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeUniform(toc, kAlbums, kTracks);
+    cat.text(std::string(padding, 'x'));
+    return cat.build();
+}
+
+// A valid database of kAlbums albums of kTracks tracks that all match the
+// TOC, brought to exactly `size` bytes by one long text in the string area;
+// empty when that size cannot be reached.
+moxdb::Bytes databaseOfSize(const std::string& toc, size_t size) {
+    const size_t a = 1000;
+    const size_t b = 2000;
+    const size_t sizeA = paddedDatabase(toc, a).size();
+    const size_t perChar = (paddedDatabase(toc, b).size() - sizeA) / (b - a);
+    if (perChar == 0 || size < sizeA) {
+        return moxdb::Bytes();
+    }
+    const size_t guess = a + (size - sizeA) / perChar;
+    for (size_t padding = guess > 4 ? guess - 4 : 0; padding <= guess + 4; ++padding) {
+        moxdb::Bytes image = paddedDatabase(toc, padding);
+        if (image.size() == size) {
+            return image;
+        }
+    }
+    return moxdb::Bytes();
+}
+
+moxdb::Bytes fileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return moxdb::Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string floorFile() {
+    return MoxResultFile::DIRECTORY + "floor.dap3";
+}
+
+// The frames a lookup sends, as both sides must send them.
+std::vector<moxdb::Bytes> expectedRequests() {
+    return {BareLookupClient::lookupFrame(shared->toc), BareLookupClient::getFrame()};
+}
+
+// After one lookup of the benchmark, outside the timed loop: same requests,
+// the whole database stored.
+bool checkExchange(benchmark::State& state, FrameLog& received, const std::string& storedPath,
+                   const BareAnswers& answers) {
+    if (received.take() != expectedRequests()) {
+        state.SkipWithError("the phone did not receive the expected request frames");
+        return false;
+    }
+    if (fileBytes(storedPath) != answers.database()) {
+        state.SkipWithError("the stored file differs from the database sent");
+        return false;
+    }
+    return true;
+}
+
+// --- The module ------------------------------------------------------------------
+
+bool linkModule(benchmark::State& state, bool unix, const BareAnswers& answers) {
+    shared->socketPhone->use(answers);
+    shared->loopbackPhone->use(answers);
+    const std::string endpoint = unix ? shared->socketPhone->endpoint() : "loopback";
+    if (!shared->module->linkTo(endpoint)) {
+        state.SkipWithError("the link did not come up");
+        return false;
+    }
+    return true;
+}
+
+FrameLog& modulePhoneLog(bool unix) {
+    return unix ? shared->socketPhone->received() : shared->loopbackPhone->received();
+}
+
+void BM_ModuleLookup(benchmark::State& state, bool unix) {
+    if (!linkModule(state, unix, *shared->small)) {
+        return;
+    }
+    modulePhoneLog(unix).take();
+    std::list<HbSMoxDef::AlbumInfo> albums;
+    if (!shared->module->lookup(shared->toc, &albums) || albums.size() != kAlbums) {
+        state.SkipWithError("the lookup did not find every album");
+    } else if (checkExchange(state, modulePhoneLog(unix), MoxResultFile::FULL_PATH,
+                             *shared->small)) {
+        for (auto _ : state) {
+            if (!shared->module->lookup(shared->toc, &albums)) {
+                state.SkipWithError("a lookup failed");
+                break;
+            }
+        }
+    }
+    shared->module->unlink();
+}
+
+void BM_ModuleReception(benchmark::State& state, bool unix) {
+    if (!linkModule(state, unix, *shared->large)) {
+        return;
+    }
+    modulePhoneLog(unix).take();
+    if (shared->module->receive(shared->toc) != 0) {
+        state.SkipWithError("the 1 MiB answer was not received");
+    } else if (checkExchange(state, modulePhoneLog(unix), MoxResultFile::FULL_PATH,
+                             *shared->large)) {
+        for (auto _ : state) {
+            for (int i = 0; i < kLargeLookups; ++i) {
+                if (shared->module->receive(shared->toc) != 0) {
+                    state.SkipWithError("a reception failed");
+                    break;
+                }
+            }
+        }
+        state.SetBytesProcessed(state.iterations() * kLargeLookups *
+                                static_cast<int64_t>(kLargeDatabase));
+    }
+    shared->module->unlink();
+}
+
+// The two parts of a module lookup, for the breakdown: search() to result
+// state 0 alone, and getSearchResult() alone on the stored database.
+void BM_ModuleLookupReception(benchmark::State& state, bool unix) {
+    if (!linkModule(state, unix, *shared->small)) {
+        return;
+    }
+    for (auto _ : state) {
+        if (shared->module->receive(shared->toc) != 0) {
+            state.SkipWithError("a reception failed");
+            break;
+        }
+    }
+    shared->module->unlink();
+}
+
+void BM_ModuleSearchOnly(benchmark::State& state) {
+    if (!linkModule(state, true, *shared->small) || shared->module->receive(shared->toc) != 0) {
+        state.SkipWithError("the lookup failed");
+        return;
+    }
+    std::list<HbSMoxDef::AlbumInfo> albums;
+    for (auto _ : state) {
+        if (!shared->module->facade()->getSearchResult(shared->toc, &albums) ||
+            albums.size() != kAlbums) {
+            state.SkipWithError("the search did not find every album");
+            break;
+        }
+    }
+    shared->module->unlink();
+}
+
+// --- The floors ------------------------------------------------------------------
+
+// Runs `lookups` bare lookups per iteration over the link asked for, each
+// with its own phone (same class, same answers as the module's).
+void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers, int lookups) {
+    BareSocketPhone socketPhone(answers, shared->socketDirectory + "/floor.sock");
+    BareLoopbackPhone loopbackPhone(answers);
+    BareSocketClient socketClient{ChunkFile(floorFile())};
+    BareLoopbackClient loopbackClient(loopbackPhone, ChunkFile(floorFile()));
+    FrameLog& received = unix ? socketPhone.received() : loopbackPhone.received();
+    auto lookup = [&]() {
+        return unix ? socketClient.lookup(shared->toc) : loopbackClient.lookup(shared->toc);
+    };
+    const bool connected =
+        unix ? socketClient.connect(socketPhone.path()) : loopbackClient.connect();
+    received.take();
+    if (!connected || !lookup()) {
+        state.SkipWithError("the bare exchange failed");
+        return;
+    }
+    if (!checkExchange(state, received, floorFile(), answers)) {
+        return;
+    }
+    for (auto _ : state) {
+        for (int i = 0; i < lookups; ++i) {
+            if (!lookup()) {
+                state.SkipWithError("a bare exchange failed");
+                break;
+            }
+        }
+    }
+}
+
+void BM_FloorLookup(benchmark::State& state, bool unix) {
+    bareExchange(state, unix, *shared->small, 1);
+}
+
+void BM_FloorReception(benchmark::State& state, bool unix) {
+    bareExchange(state, unix, *shared->large, kLargeLookups);
+    state.SetBytesProcessed(state.iterations() * kLargeLookups *
+                            static_cast<int64_t>(kLargeDatabase));
+}
+
+// Only the file work of the reception: emptied, then each chunk's payload
+// appended with one open-append-close.
+void BM_FileFloorReception(benchmark::State& state) {
+    const ChunkFile file(floorFile());
+    const moxdb::Bytes& database = shared->large->database();
+    for (auto _ : state) {
+        for (int i = 0; i < kLargeLookups; ++i) {
+            bool ok = file.clear();
+            for (size_t at = 0; ok && at < database.size(); at += kChunkSize) {
+                const size_t size = std::min(kChunkSize, database.size() - at);
+                ok = file.append(database.data() + at, size);
+            }
+            if (!ok) {
+                state.SkipWithError("writing the file failed");
+                break;
+            }
+        }
+    }
+    if (fileBytes(floorFile()) != database) {
+        state.SkipWithError("the stored file differs from the database");
+    }
+    state.SetBytesProcessed(state.iterations() * kLargeLookups *
+                            static_cast<int64_t>(kLargeDatabase));
+}
+
+void registerBenchmarks(RatioReporter& reporter) {
+    const uint64_t receptionBytes = kLargeLookups * static_cast<uint64_t>(kLargeDatabase);
+    for (const bool unix : {true, false}) {
+        const std::string link = unix ? "unix" : "in-process";
+        const std::string lookup = "lookup_64KiB/" + link;
+        const std::string reception = "reception_4MiB/" + link;
+        benchmark::RegisterBenchmark((lookup + "/module").c_str(), BM_ModuleLookup, unix)
+            ->UseRealTime()
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((lookup + "/module_reception_only").c_str(),
+                                     BM_ModuleLookupReception, unix)
+            ->UseRealTime()
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((lookup + "/floor").c_str(), BM_FloorLookup, unix)
+            ->UseRealTime()
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((reception + "/module").c_str(), BM_ModuleReception, unix)
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark((reception + "/bare_exchange").c_str(), BM_FloorReception,
+                                     unix)
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond);
+        reporter.addPair(lookup + ", module vs bare exchange", lookup + "/module",
+                         lookup + "/floor");
+        reporter.addPair(lookup + ", module without getSearchResult vs bare exchange",
+                         lookup + "/module_reception_only", lookup + "/floor");
+        reporter.addPair(reception + ", module vs file writes alone", reception + "/module",
+                         "reception_4MiB/file_floor", receptionBytes);
+        reporter.addPair(reception + ", module vs bare exchange", reception + "/module",
+                         reception + "/bare_exchange", receptionBytes);
+    }
+    benchmark::RegisterBenchmark("lookup_64KiB/getSearchResult_only", BM_ModuleSearchOnly)
+        ->UseRealTime()
+        ->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark("reception_4MiB/file_floor", BM_FileFloorReception)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    Shared state;
+    shared = &state;
+    state.toc = tocText(kTracks);
+    state.small.reset(new BareAnswers(databaseOfSize(state.toc, kSmallDatabase), kChunkSize));
+    state.large.reset(new BareAnswers(databaseOfSize(state.toc, kLargeDatabase), kChunkSize));
+    if (state.small->database().size() != kSmallDatabase ||
+        state.large->database().size() != kLargeDatabase) {
+        std::fprintf(stderr, "MoxLookupBench: cannot build the databases\n");
+        return 1;
+    }
+    char directory[] = "/tmp/mox-lookup-bench-XXXXXX";
+    if (mkdtemp(directory) == nullptr) {
+        std::perror("MoxLookupBench: mkdtemp");
+        return 1;
+    }
+    state.socketDirectory = directory;
+    HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true);
+    state.socketPhone.reset(
+        new BareSocketPhone(*state.small, state.socketDirectory + "/phone.sock"));
+    state.loopbackPhone.reset(new BareLoopbackPhone(*state.small));
+    OstLinkAppHost::setLoopbackPeer(state.loopbackPhone.get());
+    state.module.reset(new FacadeLookup());
+
+    RatioReporter reporter;
+    registerBenchmarks(reporter);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+
+    // The link goes first, then the phones it used.
+    state.module->facade()->Terminate();
+    state.module.reset();
+    HbSingletonFinalizer::finalize();
+    OstLinkAppHost::setLoopbackPeer(nullptr);
+    state.loopbackPhone.reset();
+    state.socketPhone.reset();
+    std::remove(floorFile().c_str());
+    rmdir(directory);
+    shared = nullptr;
+    return 0;
+}
