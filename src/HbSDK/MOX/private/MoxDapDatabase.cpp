@@ -5,9 +5,9 @@
 // mapping, album assembly, the search over the TOC records, and the text form
 // of the public records).
 //
-// Every failure prints its message and ends in init(), so the file is closed
-// and both buffers are freed; a caller prints its own message on top, so one
-// fault gives one line per level.
+// Every failure prints its message and ends in init() (reportAndReset), so
+// the file is closed and both buffers are freed; a caller prints its own
+// message on top, so one fault gives one line per level.
 #include "private/MoxDapDatabase.h"
 
 #include <sys/stat.h>
@@ -47,6 +47,25 @@ const int HEX_WIDTH = 8;
 // Length of one TOC text entry: one per track plus one for the lead-out.
 const uint32 TOC_ENTRY_LENGTH = 6;
 
+// Every message names the reporting operation and a line. The lines are
+// part of what the module prints ("private/MoxDapDatabase.cpp:292 dapFread:
+// ..."), which logs and tools are compared against, so each place keeps its
+// number as written here rather than whatever line it lands on.
+template <class... Args>
+void report(const char* function, int line, const char* format, Args... args) {
+    HbDbgOutput::DbgPrint(SOURCE, function, line, en_TAG_ERROR, format, args...);
+}
+
+// Reports a failure and closes the database (file and buffers): how every
+// failure of the reader ends. Always false, for `return reportAndReset(...)`.
+template <class... Args>
+bool reportAndReset(MoxDapDatabase& db, const char* function, int line, const char* format,
+                    Args... args) {
+    report(function, line, format, args...);
+    db.init();
+    return false;
+}
+
 // Finds the record whose Id is `id` in the section at `sectionOffset` by a
 // linear scan of RecordCount records of the family's own size (the head's
 // RecordSize is ignored on purpose). `zeroRule`: identifier 0 means "no such
@@ -57,36 +76,26 @@ template <class Rec>
 bool findRecord(MoxDapDatabase& db, const char* function, unsigned int id, Rec* rec, bool zeroRule,
                 unsigned int DbToc::*section) {
     if (db.mpReadFile == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
-        db.init();
-        return false;
+        return reportAndReset(db, function, 60, "mpReadFile is NULL.\n");
     }
     if (db.mpDbToc == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "mpDbToc is NULL.\n");
-        db.init();
-        return false;
+        return reportAndReset(db, function, 65, "mpDbToc is NULL.\n");
     }
     if (zeroRule && id == 0) {
         return true;
     }
     if (!db.dapFseek(db.mpReadFile, db.mpDbToc->*section, SEEK_SET)) {
-        HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "seek error.\n");
-        db.init();
-        return false;
+        return reportAndReset(db, function, 73, "seek error.\n");
     }
     QuillHead head;
     std::memset(&head, 0, sizeof(head));
     if (!db.dapFread(&head, 1, sizeof(head), db.mpReadFile)) {
-        HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "read error.\n");
-        db.init();
-        return false;
+        return reportAndReset(db, function, 80, "read error.\n");
     }
     for (unsigned int lCnt = 0; lCnt < head.RecordCount; ++lCnt) {
         if (!db.dapFread(rec, 1, sizeof(Rec), db.mpReadFile)) {
-            HbDbgOutput::DbgPrint(SOURCE, function, __LINE__, en_TAG_ERROR, "read error lCnt=%d.\n",
+            return reportAndReset(db, function, 86, "read error lCnt=%d.\n",
                                   static_cast<int>(lCnt));
-            db.init();
-            return false;
         }
         if (rec->Id == id) {
             return true;
@@ -128,6 +137,8 @@ std::string renderFields(const Field (&fields)[N]) {
 }
 
 }  // namespace
+
+// --- Reader -------------------------------------------------------------------
 
 MoxDapDatabase::MoxDapDatabase()
     : mpDbHeader(nullptr),
@@ -186,10 +197,8 @@ bool MoxDapDatabase::openSearchResultFile() {
     mTrackCount = 0;
     mpReadFile = fopen64(MoxResultFile::FULL_PATH.c_str(), "r");
     if (mpReadFile == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "openSearchResultFile", __LINE__, en_TAG_ERROR,
+        return reportAndReset(*this, "openSearchResultFile", 189,
                               "search result file open error.\n");
-        init();
-        return false;
     }
     // The record lookups seek back and forth over the whole (small) file; with
     // a buffer of the whole file every seek stays inside it, instead of
@@ -209,20 +218,13 @@ bool MoxDapDatabase::openSearchResultFile() {
 // Needs mpDbHeader allocated by the caller.
 bool MoxDapDatabase::getDbHeader() {
     if (mpReadFile == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getDbHeader", __LINE__, en_TAG_ERROR,
-                              "mpReadFile is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getDbHeader", 212, "mpReadFile is NULL.\n");
     }
     if (!dapFseek(mpReadFile, DB_HEADER_OFFSET, SEEK_SET)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getDbHeader", __LINE__, en_TAG_ERROR, "seek error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getDbHeader", 218, "seek error.\n");
     }
     if (!dapFread(mpDbHeader, 1, sizeof(DbHeader), mpReadFile)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getDbHeader", __LINE__, en_TAG_ERROR, "read error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getDbHeader", 223, "read error.\n");
     }
     return true;
 }
@@ -234,27 +236,19 @@ bool MoxDapDatabase::judgeDapDbVer() {
     if ((version & 0xFF000000u) <= 0x01000000u || version == 0x10000000u) {
         return true;
     }
-    HbDbgOutput::DbgPrint(SOURCE, "judgeDapDbVer", __LINE__, en_TAG_ERROR, "unknown version.\n");
-    init();
-    return false;
+    return reportAndReset(*this, "judgeDapDbVer", 237, "unknown version.\n");
 }
 
 // Needs mpDbToc allocated by the caller; sets mStringBase on success.
 bool MoxDapDatabase::getDbToc() {
     if (mpReadFile == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getDbToc", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getDbToc", 245, "mpReadFile is NULL.\n");
     }
     if (!dapFseek(mpReadFile, DB_TOC_OFFSET, SEEK_SET)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getDbToc", __LINE__, en_TAG_ERROR, "seek error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getDbToc", 250, "seek error.\n");
     }
     if (!dapFread(mpDbToc, 1, sizeof(DbToc), mpReadFile)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getDbToc", __LINE__, en_TAG_ERROR, "read error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getDbToc", 255, "read error.\n");
     }
     mStringBase = mpDbToc->StringTable + SECTION_SKIP_WORD;
     return true;
@@ -265,15 +259,12 @@ bool MoxDapDatabase::getDbToc() {
 // of the search; the read that follows it is refused once the limit is met.
 bool MoxDapDatabase::dapFseek(FILE* file, unsigned int offset, unsigned int whence) {
     if (file == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "dapFseek", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "dapFseek", 268, "mpReadFile is NULL.\n");
     }
     mWorkCount += SEEK_WORK;
     const int result = std::fseek(file, static_cast<long>(offset), static_cast<int>(whence));
     if (result != 0) {
-        HbDbgOutput::DbgPrint(SOURCE, "dapFseek", __LINE__, en_TAG_ERROR, "fseek return %d.\n",
-                              result);
+        report("dapFseek", 275, "fseek return %d.\n", result);
         return false;
     }
     return true;
@@ -284,13 +275,10 @@ bool MoxDapDatabase::dapFseek(FILE* file, unsigned int offset, unsigned int when
 // fails like a read error, so the caller reports it and closes the database.
 bool MoxDapDatabase::dapFread(void* buffer, unsigned int size, unsigned int count, FILE* file) {
     if (file == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "dapFread", 287, "mpReadFile is NULL.\n");
     }
     if (mWorkCount >= MoxLimits::SEARCH_WORK_MAX) {
-        HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR,
-                              "search work limit (%u) reached.\n", MoxLimits::SEARCH_WORK_MAX);
+        report("dapFread", 292, "search work limit (%u) reached.\n", MoxLimits::SEARCH_WORK_MAX);
         return false;
     }
     ++mWorkCount;
@@ -298,11 +286,11 @@ bool MoxDapDatabase::dapFread(void* buffer, unsigned int size, unsigned int coun
         return true;
     }
     if (std::ferror(file) != 0) {
-        HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR, "read error.\n");
+        report("dapFread", 301, "read error.\n");
         return false;
     }
     if (std::feof(file) != 0) {
-        HbDbgOutput::DbgPrint(SOURCE, "dapFread", __LINE__, en_TAG_ERROR, "eof error.\n");
+        report("dapFread", 305, "eof error.\n");
         return false;
     }
     return false;
@@ -313,32 +301,21 @@ bool MoxDapDatabase::dapFread(void* buffer, unsigned int size, unsigned int coun
 // zero unit. `*text` is left unchanged on failure.
 bool MoxDapDatabase::getString(unsigned int offset, std::string* text) {
     if (mpReadFile == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "mpReadFile is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getString", 316, "mpReadFile is NULL.\n");
     }
     if (mpDbToc == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "mpDbToc is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getString", 321, "mpDbToc is NULL.\n");
     }
     if (!dapFseek(mpReadFile, mStringBase + offset, SEEK_SET)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "seek error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getString", 326, "seek error.\n");
     }
     uint16 lStrSize = 0;
     if (!dapFread(&lStrSize, 1, sizeof(lStrSize), mpReadFile)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "read error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getString", 332, "read error.\n");
     }
     if (lStrSize >= STRING_BUF_MAX) {
-        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR,
-                              "lStrSize(%d) >= STRING_BUF_MAX(%d) . %d.\n",
+        return reportAndReset(*this, "getString", 337, "lStrSize(%d) >= STRING_BUF_MAX(%d) . %d.\n",
                               static_cast<int>(lStrSize), static_cast<int>(STRING_BUF_MAX), 0);
-        init();
-        return false;
     }
     // One unit more than the longest string, for the terminator the file
     // does not store.
@@ -349,9 +326,7 @@ bool MoxDapDatabase::getString(unsigned int offset, std::string* text) {
     // not converted.
     mWorkCount += lStrSize;
     if (!dapFread(buffer, 1, 2u * lStrSize, mpReadFile)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getString", __LINE__, en_TAG_ERROR, "read error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getString", 352, "read error.\n");
     }
     buffer[lStrSize] = 0;
     HbString converted;
@@ -381,28 +356,16 @@ bool MoxDapDatabase::getQuillGenreInfo(unsigned int id, QuillGenreRec* rec) {
 // album's Tracks): a u32 count, then that many u32 track identifiers.
 bool MoxDapDatabase::getQuillAlbumTracksInfo(unsigned int offset, QuillAlbumTracks* list) {
     if (mpReadFile == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
-                              "mpReadFile is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getQuillAlbumTracksInfo", 384, "mpReadFile is NULL.\n");
     }
     if (mpDbToc == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
-                              "mpDbToc is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getQuillAlbumTracksInfo", 390, "mpDbToc is NULL.\n");
     }
     if (!dapFseek(mpReadFile, mpDbToc->QuillAlbumTracks + SECTION_SKIP_WORD + offset, SEEK_SET)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
-                              "seek error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getQuillAlbumTracksInfo", 396, "seek error.\n");
     }
     if (!dapFread(&list->Count, 1, sizeof(list->Count), mpReadFile)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
-                              "read error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getQuillAlbumTracksInfo", 402, "read error.\n");
     }
     list->TrackIds.clear();
     if (list->Count == 0) {
@@ -413,26 +376,23 @@ bool MoxDapDatabase::getQuillAlbumTracksInfo(unsigned int offset, QuillAlbumTrac
     // album lists more tracks than one search may assemble.
     for (uint32 i = 0; i < list->Count; ++i) {
         if (i >= MoxLimits::SEARCH_TRACK_MAX) {
-            HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
+            return reportAndReset(*this, "getQuillAlbumTracksInfo", 416,
                                   "search track limit (%u) reached. i=%d\n",
                                   MoxLimits::SEARCH_TRACK_MAX, static_cast<int>(i));
-            init();
-            return false;
         }
         uint32 trackId = 0;
         if (!dapFread(&trackId, 1, sizeof(trackId), mpReadFile)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getQuillAlbumTracksInfo", __LINE__, en_TAG_ERROR,
-                                  "read error i=%d.\n", static_cast<int>(i));
-            init();
-            return false;
+            return reportAndReset(*this, "getQuillAlbumTracksInfo", 424, "read error i=%d.\n",
+                                  static_cast<int>(i));
         }
         list->TrackIds.push_back(trackId);
     }
     return true;
 }
 
-// Renderings. Each builds its line on its own stream, so the hexadecimal and
-// fill settings never reach other output.
+// --- Renderings of the loaded structures -----------------------------------
+// Each builds its line on its own stream, so the hexadecimal and fill
+// settings never reach other output.
 
 // Needs the header loaded. The signature's four bytes are copied as they are,
 // zero bytes included.
@@ -610,40 +570,49 @@ bool MoxDapDatabase::getAlbumInfo(unsigned int albumId, unsigned short mediaNum,
                                   HbSMoxDef::AlbumInfo* album) {
     QuillAlbumRec albumRec;
     QuillAlbumTracks albumTracks;
-    QuillTrackRec trackRec;
-    QuillArtistRec artistRec;
-    QuillGenreRec genreRec;
+    TrackRecords records;
     std::memset(&albumRec, 0, sizeof(albumRec));
     albumTracks.Count = 0;
     albumTracks.TrackIds.clear();
-    std::memset(&trackRec, 0, sizeof(trackRec));
-    std::memset(&artistRec, 0, sizeof(artistRec));
-    std::memset(&genreRec, 0, sizeof(genreRec));
-    std::string language;
+    std::memset(&records.track, 0, sizeof(records.track));
+    std::memset(&records.artist, 0, sizeof(records.artist));
+    std::memset(&records.genre, 0, sizeof(records.genre));
     HbSMoxDef::TrackInfo track;
 
     if (mpReadFile == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                              "mpReadFile is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getAlbumInfo", 626, "mpReadFile is NULL.\n");
     }
     if (mpDbToc == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR, "mpDbToc is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getAlbumInfo", 632, "mpDbToc is NULL.\n");
     }
-
     if (!getQuillAlbumInfo(albumId, &albumRec)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                              "getQuillAlbumInfo return false.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getAlbumInfo", 638, "getQuillAlbumInfo return false.\n");
     }
-    album->Database = 1;
+    readAlbumTexts(albumRec, mediaNum, album);
+    if (!getQuillAlbumTracksInfo(albumRec.Tracks, &albumTracks)) {
+        return reportAndReset(*this, "getAlbumInfo", 658,
+                              "getQuillAlbumTracksInfo return false.\n");
+    }
+    album->Tracks.clear();
+    for (size_t n = 0; n < albumTracks.TrackIds.size(); ++n) {
+        if (addAlbumTrack(albumTracks.TrackIds[n], mediaNum, static_cast<int>(n), &records, &track,
+                          album) == TRACK_FAILED) {
+            return false;
+        }
+    }
+    if (album->Tracks.empty()) {
+        return reportAndReset(*this, "getAlbumInfo", 721, "npAlbum->Tracks.size() == 0.\n");
+    }
+    return true;
+}
 
-    // The album-level texts are taken as read: a failed read is not reported
-    // here, it closes the database and the track list read below then fails.
+// The album-level fields. Its texts are taken as read: a failed read is not
+// reported here, it closes the database and the track list read after it then
+// fails.
+void MoxDapDatabase::readAlbumTexts(const QuillAlbumRec& albumRec, unsigned short mediaNum,
+                                    HbSMoxDef::AlbumInfo* album) {
+    std::string language;
+    album->Database = 1;
     (void)getString(albumRec.Id, &album->AlbumId);
     (void)getString(albumRec.Title, &album->AlbumName);
     (void)getString(albumRec.Genre, &album->GenreName);
@@ -653,77 +622,55 @@ bool MoxDapDatabase::getAlbumInfo(unsigned int albumId, unsigned short mediaNum,
     album->AlbumLang = getJalsLanguage(language);
     album->MediaCount = static_cast<int32>(albumRec.MediaCount);
     album->MediaNum = static_cast<int32>(mediaNum);
+}
 
-    if (!getQuillAlbumTracksInfo(albumRec.Tracks, &albumTracks)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                              "getQuillAlbumTracksInfo return false.\n");
-        init();
-        return false;
+// Track `index` of the album's list: its record, then title, performer and
+// genre, appended to the album when it belongs to medium `mediaNum`. A failure
+// is reported with the index and closes the database.
+MoxDapDatabase::TrackOutcome MoxDapDatabase::addAlbumTrack(unsigned int trackId,
+                                                           unsigned short mediaNum, int index,
+                                                           TrackRecords* records,
+                                                           HbSMoxDef::TrackInfo* track,
+                                                           HbSMoxDef::AlbumInfo* album) {
+    if (!getQuillTrackInfo(trackId, &records->track)) {
+        reportAndReset(*this, "getAlbumInfo", 668, "getQuillTrackInfo return false. n=%d\n", index);
+        return TRACK_FAILED;
     }
-
-    album->Tracks.clear();
-    for (size_t n = 0; n < albumTracks.TrackIds.size(); ++n) {
-        const int index = static_cast<int>(n);
-        if (!getQuillTrackInfo(albumTracks.TrackIds[n], &trackRec)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                                  "getQuillTrackInfo return false. n=%d\n", index);
-            init();
-            return false;
-        }
-        // Tracks of the album's other media are not part of this album.
-        if (trackRec.MediaNum != static_cast<uint32>(mediaNum)) {
-            continue;
-        }
-        // Bounds the memory of the whole result, over all albums of the search.
-        if (mTrackCount >= MoxLimits::SEARCH_TRACK_MAX) {
-            HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                                  "search track limit (%u) reached. n=%d\n",
-                                  MoxLimits::SEARCH_TRACK_MAX, index);
-            init();
-            return false;
-        }
-        if (!getString(trackRec.Title, &track.TrackName)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                                  "getString return false. n=%d\n", index);
-            init();
-            return false;
-        }
-        if (!getQuillArtistInfo(trackRec.Performer, &artistRec)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                                  "getQuillArtistInfo return false. n=%d\n", index);
-            init();
-            return false;
-        }
-        if (!getString(artistRec.Name, &track.PerformerName)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                                  "getString return false. n=%d\n", index);
-            init();
-            return false;
-        }
-        if (!getQuillGenreInfo(trackRec.Genre, &genreRec)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                                  "getQuillGenreInfo return false. n=%d\n", index);
-            init();
-            return false;
-        }
-        if (!getString(genreRec.Id, &track.GenreName)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                                  "getString return false. n=%d\n", index);
-            init();
-            return false;
-        }
-        track.GenreID = getRudGenreID(track.GenreName);
-        album->Tracks.push_back(track);
-        ++mTrackCount;
+    // Tracks of the album's other media are not part of this album.
+    if (records->track.MediaNum != static_cast<uint32>(mediaNum)) {
+        return TRACK_OF_OTHER_MEDIUM;
     }
-
-    if (album->Tracks.empty()) {
-        HbDbgOutput::DbgPrint(SOURCE, "getAlbumInfo", __LINE__, en_TAG_ERROR,
-                              "npAlbum->Tracks.size() == 0.\n");
-        init();
-        return false;
+    // Bounds the memory of the whole result, over all albums of the search.
+    if (mTrackCount >= MoxLimits::SEARCH_TRACK_MAX) {
+        reportAndReset(*this, "getAlbumInfo", 679, "search track limit (%u) reached. n=%d\n",
+                       MoxLimits::SEARCH_TRACK_MAX, index);
+        return TRACK_FAILED;
     }
-    return true;
+    if (!getString(records->track.Title, &track->TrackName)) {
+        reportAndReset(*this, "getAlbumInfo", 686, "getString return false. n=%d\n", index);
+        return TRACK_FAILED;
+    }
+    if (!getQuillArtistInfo(records->track.Performer, &records->artist)) {
+        reportAndReset(*this, "getAlbumInfo", 692, "getQuillArtistInfo return false. n=%d\n",
+                       index);
+        return TRACK_FAILED;
+    }
+    if (!getString(records->artist.Name, &track->PerformerName)) {
+        reportAndReset(*this, "getAlbumInfo", 698, "getString return false. n=%d\n", index);
+        return TRACK_FAILED;
+    }
+    if (!getQuillGenreInfo(records->track.Genre, &records->genre)) {
+        reportAndReset(*this, "getAlbumInfo", 704, "getQuillGenreInfo return false. n=%d\n", index);
+        return TRACK_FAILED;
+    }
+    if (!getString(records->genre.Id, &track->GenreName)) {
+        reportAndReset(*this, "getAlbumInfo", 710, "getString return false. n=%d\n", index);
+        return TRACK_FAILED;
+    }
+    track->GenreID = getRudGenreID(track->GenreName);
+    album->Tracks.push_back(*track);
+    ++mTrackCount;
+    return TRACK_ADDED;
 }
 
 // --- Album search -----------------------------------------------------------
@@ -736,48 +683,31 @@ bool MoxDapDatabase::getAlbumInfo(unsigned int albumId, unsigned short mediaNum,
 // list, unsorted and unfiltered.
 bool MoxDapDatabase::getSearchResult(std::string toc, std::list<HbSMoxDef::AlbumInfo>* albums) {
     if (!openSearchResultFile()) {
-        HbDbgOutput::DbgPrint(SOURCE, "getSearchResult", __LINE__, en_TAG_ERROR,
-                              "openSearchResultFile error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getSearchResult", 739, "openSearchResultFile error.\n");
     }
     mpDbHeader = new DbHeader();  // value-initialised: all bytes zero
     if (!getDbHeader()) {
-        HbDbgOutput::DbgPrint(SOURCE, "getSearchResult", __LINE__, en_TAG_ERROR,
-                              "getDbHeader error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getSearchResult", 746, "getDbHeader error.\n");
     }
     if (!judgeDapDbVer()) {
-        HbDbgOutput::DbgPrint(SOURCE, "getSearchResult", __LINE__, en_TAG_ERROR,
-                              "judgeDapDbVer error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getSearchResult", 752, "judgeDapDbVer error.\n");
     }
     mpDbToc = new DbToc();  // value-initialised: all offsets zero
     if (!getDbToc()) {
-        HbDbgOutput::DbgPrint(SOURCE, "getSearchResult", __LINE__, en_TAG_ERROR,
-                              "getDbToc error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getSearchResult", 759, "getDbToc error.\n");
     }
 
     std::vector<QuillTocRec> matches;
     if (!getQuillTocList(toc, &matches)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getSearchResult", __LINE__, en_TAG_ERROR,
-                              "getQuillTocList error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getSearchResult", 767, "getQuillTocList error.\n");
     }
 
     albums->clear();
     for (size_t i = 0; i < matches.size(); ++i) {
         HbSMoxDef::AlbumInfo album;
         if (!getAlbumInfo(matches[i].AlbumId, matches[i].MediaNum, &album)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getSearchResult", __LINE__, en_TAG_ERROR,
-                                  "getAlbumInfo error i=%d.\n", static_cast<int>(i));
-            init();
-            return false;
+            return reportAndReset(*this, "getSearchResult", 777, "getAlbumInfo error i=%d.\n",
+                                  static_cast<int>(i));
         }
         albums->push_back(std::move(album));
     }
@@ -798,30 +728,20 @@ bool MoxDapDatabase::getSearchResult(std::string toc, std::list<HbSMoxDef::Album
 // read at the stride given by the section head, 20 bytes of each.
 bool MoxDapDatabase::getQuillTocList(std::string toc, std::vector<QuillTocRec>* list) {
     if (mpReadFile == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR,
-                              "mpReadFile is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getQuillTocList", 801, "mpReadFile is NULL.\n");
     }
     if (mpDbToc == nullptr) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR,
-                              "mpDbToc is NULL.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getQuillTocList", 807, "mpDbToc is NULL.\n");
     }
 
     const uint32 sectionOffset = mpDbToc->QuillToc;
     if (!dapFseek(mpReadFile, sectionOffset, SEEK_SET)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR, "seek error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getQuillTocList", 815, "seek error.\n");
     }
     QuillHead head;
     std::memset(&head, 0, sizeof(head));
     if (!dapFread(&head, 1, sizeof(head), mpReadFile)) {
-        HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR, "read error.\n");
-        init();
-        return false;
+        return reportAndReset(*this, "getQuillTocList", 822, "read error.\n");
     }
 
     list->clear();
@@ -835,25 +755,16 @@ bool MoxDapDatabase::getQuillTocList(std::string toc, std::vector<QuillTocRec>* 
         const uint32 recordOffset = sectionOffset + static_cast<uint32>(sizeof(QuillHead)) +
                                     i * static_cast<uint32>(head.RecordSize);
         if (!dapFseek(mpReadFile, recordOffset, SEEK_SET)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR,
-                                  "seek error i=%d.\n", index);
-            init();
-            return false;
+            return reportAndReset(*this, "getQuillTocList", 838, "seek error i=%d.\n", index);
         }
         QuillTocRec rec;
         std::memset(&rec, 0, sizeof(rec));
         if (!dapFread(&rec, 1, sizeof(rec), mpReadFile)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR,
-                                  "read error i=%d.\n", index);
-            init();
-            return false;
+            return reportAndReset(*this, "getQuillTocList", 846, "read error i=%d.\n", index);
         }
         std::string stored;
         if (!getString(rec.Id, &stored)) {
-            HbDbgOutput::DbgPrint(SOURCE, "getQuillTocList", __LINE__, en_TAG_ERROR,
-                                  "get string error i=%d.\n", index);
-            init();
-            return false;
+            return reportAndReset(*this, "getQuillTocList", 853, "get string error i=%d.\n", index);
         }
         if (stored == toc) {
             list->push_back(rec);

@@ -92,6 +92,23 @@ public:
 
 private:
     MoxDapDatabase();
+
+    // The records that album assembly reads per track. They live across the
+    // tracks of one album: a record that is not read again (identifier 0)
+    // keeps what the track before left in it.
+    struct TrackRecords {
+        QuillTrackRec track;
+        QuillArtistRec artist;
+        QuillGenreRec genre;
+    };
+    enum TrackOutcome { TRACK_ADDED, TRACK_OF_OTHER_MEDIUM, TRACK_FAILED };
+
+    // The steps of getAlbumInfo.
+    void readAlbumTexts(const QuillAlbumRec& albumRec, unsigned short mediaNum,
+                        HbSMoxDef::AlbumInfo* album);
+    TrackOutcome addAlbumTrack(unsigned int trackId, unsigned short mediaNum, int index,
+                               TrackRecords* records, HbSMoxDef::TrackInfo* track,
+                               HbSMoxDef::AlbumInfo* album);
 };
 
 #endif  // MOX_PRIVATE_MOXDAPDATABASE_H
