@@ -1,78 +1,32 @@
 // `mox dump`: runs the built CLI on response databases made by the writer and
 // checks every output line, the exit status and the one-line failure reason.
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "CliRun.h"
 #include "HbFramework/HbFileSys.h"
 #include "TestDir.h"
 #include "moxdb/CatalogueBuilder.h"
 #include "moxdb/DbBytes.h"
 #include "private/MoxResultFile.h"
 
-extern char** environ;
-
 namespace {
 
 using moxdb::Bytes;
 using moxdb::Section;
 
-struct RunResult {
-    int status = -1;  // exit status; -1 when the program did not exit normally
-    std::string out;
-    std::string err;
-};
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
+typedef CliResult RunResult;
 
 // Runs the mox binary with `args`, its stdout and stderr going to files in `dir`.
 RunResult runMox(const TestDir& dir, const std::vector<std::string>& args) {
-    const std::string outPath = dir.file("stdout");
-    const std::string errPath = dir.file("stderr");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    std::vector<std::string> all = {MOX_CLI_PATH};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& arg : all) {
-        argv.push_back(&arg[0]);
-    }
-    argv.push_back(nullptr);
-    RunResult result;
-    pid_t pid = 0;
-    const int spawned = posix_spawn(&pid, MOX_CLI_PATH, &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0) {
-        ADD_FAILURE() << "cannot start " << MOX_CLI_PATH << ": " << std::strerror(spawned);
-        return result;
-    }
-    int wstatus = 0;
-    if (::waitpid(pid, &wstatus, 0) == pid && WIFEXITED(wstatus)) {
-        result.status = WEXITSTATUS(wstatus);
-    }
-    result.out = readText(outPath);
-    result.err = readText(errPath);
-    return result;
+    return runCli(MOX_CLI_PATH, args, dir);
 }
 
 // Splits output into lines; every line must end in "\n".
