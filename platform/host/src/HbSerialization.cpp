@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "HbByteOrder.h"
+
 namespace HbSerialization {
 
 Archive::Archive() : mBytes(), mReadPos(0) {}
@@ -39,7 +41,7 @@ bool Archive::read(uint8& value) {
 bool Archive::read(uint16& value) {
     uint8 bytes[2];
     bool ok = read(bytes, 2);
-    value = static_cast<uint16>((static_cast<uint16>(bytes[0]) << 8) | bytes[1]);
+    value = HbByteOrder::getU16Be(bytes);
     return ok;
 }
 

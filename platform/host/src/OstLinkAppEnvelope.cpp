@@ -3,15 +3,14 @@
 #include <cstring>
 #include <limits>
 
+#include "HbByteOrder.h"
+
 void OstLinkAppEnvelope::writeHeader(uint8 (&out)[HEADER_SIZE], uint8 type, size_t payloadSize) {
     const uint64 wanted = static_cast<uint64>(payloadSize) + 1u;
     const uint32 length = wanted > std::numeric_limits<uint32>::max()
                               ? std::numeric_limits<uint32>::max()
                               : static_cast<uint32>(wanted);
-    out[0] = static_cast<uint8>((length >> 24) & 0xFFu);
-    out[1] = static_cast<uint8>((length >> 16) & 0xFFu);
-    out[2] = static_cast<uint8>((length >> 8) & 0xFFu);
-    out[3] = static_cast<uint8>(length & 0xFFu);
+    HbByteOrder::putU32Be(out, length);
     out[4] = type;
 }
 
@@ -30,6 +29,5 @@ std::vector<uint8> OstLinkAppEnvelope::encode(uint8 type, const uint8* payload, 
 }
 
 uint32 OstLinkAppEnvelope::readLength(const uint8* bytes) {
-    return (static_cast<uint32>(bytes[0]) << 24) | (static_cast<uint32>(bytes[1]) << 16) |
-           (static_cast<uint32>(bytes[2]) << 8) | static_cast<uint32>(bytes[3]);
+    return HbByteOrder::getU32Be(bytes);
 }

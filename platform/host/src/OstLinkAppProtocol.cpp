@@ -1,5 +1,7 @@
 #include "OstLinkApp/OstLinkAppProtocol.h"
 
+#include "HbByteOrder.h"
+
 namespace {
 
 // Header of a received frame: four 16-bit big-endian fields.
@@ -13,7 +15,7 @@ uint16 readU16BeOrZero(const unsigned char* frame, unsigned int size, unsigned i
     if (size < offset + 2) {
         return 0;
     }
-    return static_cast<uint16>((static_cast<uint16>(frame[offset]) << 8) | frame[offset + 1]);
+    return HbByteOrder::getU16Be(frame + offset);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
 #include "HbFramework/HbLTimerMng.h"
+#include "private/MoxByteOrder.h"
 #include "private/MoxLimits.h"
 #include "private/MoxResultFile.h"
 #include "private/MoxState.h"
@@ -52,23 +53,6 @@ const char* const kTocRequestTail = "</TOC>\n\t</TOCRequest>\n</DbUpdateRequest>
 // Bytes before the document: command ID, lookup kind, a reserved zero byte,
 // the two lookup parameters.
 const unsigned int TOC_LOOKUP_HEADER_SIZE = 8;
-
-void writeU16Be(unsigned char* out, uint16 value) {
-    out[0] = static_cast<unsigned char>(value >> 8);
-    out[1] = static_cast<unsigned char>(value & 0xFF);
-}
-
-void writeU32Be(unsigned char* out, uint32 value) {
-    out[0] = static_cast<unsigned char>((value >> 24) & 0xFF);
-    out[1] = static_cast<unsigned char>((value >> 16) & 0xFF);
-    out[2] = static_cast<unsigned char>((value >> 8) & 0xFF);
-    out[3] = static_cast<unsigned char>(value & 0xFF);
-}
-
-uint32 readU32Be(const unsigned char* in) {
-    return (static_cast<uint32>(in[0]) << 24) | (static_cast<uint32>(in[1]) << 16) |
-           (static_cast<uint32>(in[2]) << 8) | static_cast<uint32>(in[3]);
-}
 
 }  // namespace
 
@@ -122,7 +106,7 @@ void MoxProtocol::sendCmdConnect() {
         return;
     }
     unsigned char frame[3] = {0, 0, 0x01};
-    writeU16Be(frame, CMD_CONNECT);
+    MoxByteOrder::putU16Be(frame, CMD_CONNECT);
     getMoxState()->setResultState(MoxState::en_RESULT_CONNECTING);
     moxCmdTimerRestart();
     emitFrame(frame, sizeof(frame));
@@ -130,7 +114,7 @@ void MoxProtocol::sendCmdConnect() {
 
 void MoxProtocol::sendCmdDisconnect() {
     unsigned char frame[2] = {0, 0};
-    writeU16Be(frame, CMD_DISCONNECT);
+    MoxByteOrder::putU16Be(frame, CMD_DISCONNECT);
     getMoxState()->setResultState(MoxState::en_RESULT_IDLE);
     moxCmdTimerStopIfNeeded();
     emitFrame(frame, sizeof(frame));
@@ -144,11 +128,11 @@ void MoxProtocol::sendCmdEventCdTocLookup(HbSMoxDef::SearchInfo& info) {
 
     // Header, the document, and one terminating zero byte; zeroed first.
     std::vector<unsigned char> frame(TOC_LOOKUP_HEADER_SIZE + document.size() + 1, 0);
-    writeU16Be(&frame[0], CMD_EVENT_CD_TOC_LOOKUP);
+    MoxByteOrder::putU16Be(&frame[0], CMD_EVENT_CD_TOC_LOOKUP);
     frame[2] = info.lookupKind;
     frame[3] = 0x00;
-    writeU16Be(&frame[4], info.lookupParam1);
-    writeU16Be(&frame[6], info.lookupParam2);
+    MoxByteOrder::putU16Be(&frame[4], info.lookupParam1);
+    MoxByteOrder::putU16Be(&frame[6], info.lookupParam2);
     document.copy(reinterpret_cast<char*>(&frame[TOC_LOOKUP_HEADER_SIZE]), document.size());
 
     // The answer's chunks are appended to an empty file, counted from 0.
@@ -165,8 +149,8 @@ void MoxProtocol::sendCmdEventCdTocLookup(HbSMoxDef::SearchInfo& info) {
 
 void MoxProtocol::sendCmdGetCdMetaInfo() {
     unsigned char frame[6] = {0, 0, 0, 0, 0, 0};
-    writeU16Be(frame, CMD_GET_CD_META_INFO);
-    writeU32Be(frame + 2, GET_CD_META_INFO_PARAM);
+    MoxByteOrder::putU16Be(frame, CMD_GET_CD_META_INFO);
+    MoxByteOrder::putU32Be(frame + 2, GET_CD_META_INFO_PARAM);
     getMoxState()->setResultState(MoxState::en_RESULT_SEARCHING);
     moxCmdTimerRestart();
     emitFrame(frame, sizeof(frame));
@@ -174,7 +158,7 @@ void MoxProtocol::sendCmdGetCdMetaInfo() {
 
 void MoxProtocol::sendCmdCancel() {
     unsigned char frame[2] = {0, 0};
-    writeU16Be(frame, CMD_CANCEL);
+    MoxByteOrder::putU16Be(frame, CMD_CANCEL);
     getMoxState()->setResultState(MoxState::en_RESULT_CANCELLING);
     moxCmdTimerRestart();
     emitFrame(frame, sizeof(frame));
@@ -182,7 +166,7 @@ void MoxProtocol::sendCmdCancel() {
 
 void MoxProtocol::sendCmdEchoRequest() {
     unsigned char frame[2] = {0, 0};
-    writeU16Be(frame, CMD_ECHO_REQUEST);
+    MoxByteOrder::putU16Be(frame, CMD_ECHO_REQUEST);
     emitFrame(frame, sizeof(frame));
 }
 
@@ -280,7 +264,7 @@ void MoxProtocol::rcvCmdReturnCdMetaInfo(unsigned char* frame, unsigned int size
         return;
     }
 
-    const uint32 declared = readU32Be(frame + CHUNK_LENGTH_OFFSET);
+    const uint32 declared = MoxByteOrder::getU32Be(frame + CHUNK_LENGTH_OFFSET);
     const uint32 carried = size - CHUNK_PAYLOAD_OFFSET;
     // A chunk carrying more bytes than it declares is refused: which of them
     // belong to the database cannot be told.
