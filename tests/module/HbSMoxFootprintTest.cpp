@@ -19,8 +19,8 @@
 #include <string>
 #include <thread>
 
+#include "FacadeTest.h"
 #include "HbSMox.h"
-#include "ModuleReset.h"
 #include "NotificationLog.h"
 #include "ProcessStats.h"
 #include "ScriptedPhone.h"
@@ -54,18 +54,11 @@ std::string namesOf(const std::map<int, std::string>& threads) {
     return names;
 }
 
-class HbSMoxFootprintTest : public ::testing::Test {
+class HbSMoxFootprintTest : public FacadeTest {
 protected:
-    void TearDown() override {
-        if (facade != nullptr) {
-            facade->Terminate();
-            facade->RemoveObserver(appLog.observer());
-        }
-        OstLinkAppHost::setLoopbackPeer(nullptr);
-        socketPhone.reset();
-        loopbackPhone.reset();
-        moxtest::resetModule();
-    }
+    // The timer manager is left for the module to create (on the real
+    // clock): its thread is one of those counted.
+    void SetUp() override {}
 
     // Creates the facade, brings the link up on `endpoint`, looks the disc
     // up; returns how many threads were started on the way.
@@ -75,8 +68,7 @@ protected:
         std::thread([] {}).join();
         const std::map<int, ProcessStats::Switches> before = ProcessStats::switches();
         const uint64_t residentBefore = ProcessStats::statusKiB("VmRSS:");
-        facade = HbSMox::GetInstance();
-        facade->AddObserver(appLog.observer());
+        createFacade();
         OstLinkAppHost::setEndpoint(endpoint);
         facade->startLink();
         EXPECT_TRUE(appLog.waitForValue(1, 1)) << "the link did not come up";
@@ -99,11 +91,7 @@ protected:
         return started.size();
     }
 
-    NotificationLog appLog;
-    HbSMox* facade = nullptr;
     PhoneScript script{moxdb::CatalogueBuilder::makeUniform(kToc, 3, 3).build()};
-    std::unique_ptr<LoopbackPhone> loopbackPhone;
-    std::unique_ptr<SocketPhone> socketPhone;
 };
 
 TEST_F(HbSMoxFootprintTest, CreateWithLoopbackLink_StartsTwoThreadsAndALookupNone_FreshProcess) {

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "DbgCapture.h"
+#include "FacadeTest.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
-#include "ModuleReset.h"
 #include "NotificationLog.h"
 #include "ScriptedPhone.h"
 #include "TestDir.h"
@@ -43,23 +43,11 @@ std::vector<std::string> rendered(std::list<HbSMoxDef::AlbumInfo>& albums) {
     return out;
 }
 
-class HbSMoxLookupTest : public ::testing::Test {
+class HbSMoxLookupTest : public FacadeTest {
 protected:
     void SetUp() override {
-        // Command timers run only when a test moves the clock.
-        HbLTimerMng::GetTimerMng()->UseManualClock();
-        facade = HbSMox::GetInstance();
-        facade->AddObserver(appLog.observer());
-    }
-    // The link is shut before the phones go: a closing link still tells
-    // its loopback peer.
-    void TearDown() override {
-        facade->Terminate();
-        facade->RemoveObserver(appLog.observer());
-        OstLinkAppHost::setLoopbackPeer(nullptr);
-        socketPhone.reset();
-        loopbackPhone.reset();
-        moxtest::resetModule();
+        FacadeTest::SetUp();
+        createFacade();
     }
 
     LoopbackPhone& useLoopbackPhone(PhoneScript& script) {
@@ -110,11 +98,7 @@ protected:
     }
 
     DbgCapture capture;
-    NotificationLog appLog;
-    HbSMox* facade = nullptr;
     PhoneScript script{sampleDatabase()};
-    std::unique_ptr<LoopbackPhone> loopbackPhone;
-    std::unique_ptr<SocketPhone> socketPhone;
 };
 
 TEST_F(HbSMoxLookupTest, Loopback_WholeLookupThroughTheFacade) {

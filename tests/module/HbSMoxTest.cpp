@@ -8,30 +8,23 @@
 #include <vector>
 
 #include "DbgCapture.h"
+#include "FacadeTest.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
-#include "ModuleReset.h"
 #include "NotificationLog.h"
 #include "private/Mox.h"
 #include "private/MoxState.h"
 
 namespace {
 
-class HbSMoxTest : public ::testing::Test {
+class HbSMoxTest : public FacadeTest {
 protected:
     void SetUp() override {
-        HbLTimerMng::GetTimerMng()->UseManualClock();
-        facade = HbSMox::GetInstance();
-        facade->AddObserver(appLog.observer());
-    }
-    void TearDown() override {
-        facade->RemoveObserver(appLog.observer());
-        moxtest::resetModule();
+        FacadeTest::SetUp();
+        createFacade();
     }
 
     DbgCapture capture;
-    NotificationLog appLog;
-    HbSMox* facade = nullptr;
 };
 
 TEST_F(HbSMoxTest, Construction_CreatesTheUnitAndObservesIt) {
