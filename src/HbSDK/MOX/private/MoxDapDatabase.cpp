@@ -51,9 +51,13 @@ const uint32 TOC_ENTRY_LENGTH = 6;
 // part of what the module prints ("private/MoxDapDatabase.cpp:292 dapFread:
 // ..."), which logs and tools are compared against, so each place keeps its
 // number as written here rather than whatever line it lands on.
-template <class... Args>
-void report(const char* function, int line, const char* format, Args... args) {
-    HbDbgOutput::DbgPrint(SOURCE, function, line, en_TAG_ERROR, format, args...);
+void report(const char* function, int line, const char* text) {
+    HbDbgOutput::DbgPrint(SOURCE, function, line, en_TAG_ERROR, "%s", text);
+}
+
+template <class Arg, class... Args>
+void report(const char* function, int line, const char* format, Arg arg, Args... args) {
+    HbDbgOutput::DbgPrint(SOURCE, function, line, en_TAG_ERROR, format, arg, args...);
 }
 
 // Reports a failure and closes the database (file and buffers): how every

@@ -1,0 +1,102 @@
+#include "RawPhone.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+
+RawPhone::RawPhone(const std::string& path)
+    : mPath(path), mListener(-1), mConnection(-1), mListening(false) {
+    mListener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address;
+    std::memset(&address, 0, sizeof(address));
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    ::unlink(path.c_str());
+    mListening = ::bind(mListener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+                 ::listen(mListener, 2) == 0;
+}
+
+RawPhone::~RawPhone() {
+    hangUp();
+    ::close(mListener);
+    ::unlink(mPath.c_str());
+}
+
+RawPhone::Bytes RawPhone::envelope(uint8_t type, const Bytes& payload) {
+    const uint32_t length = static_cast<uint32_t>(payload.size() + 1);
+    Bytes out = {static_cast<unsigned char>(length >> 24), static_cast<unsigned char>(length >> 16),
+                 static_cast<unsigned char>(length >> 8), static_cast<unsigned char>(length), type};
+    out.insert(out.end(), payload.begin(), payload.end());
+    return out;
+}
+
+bool RawPhone::accept() {
+    hangUp();
+    if (!waitReadable(mListener)) {
+        return false;
+    }
+    mConnection = ::accept4(mListener, nullptr, nullptr, SOCK_CLOEXEC);
+    return mConnection >= 0;
+}
+
+void RawPhone::hangUp() {
+    if (mConnection >= 0) {
+        ::close(mConnection);
+        mConnection = -1;
+    }
+}
+
+bool RawPhone::send(const Bytes& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n =
+            ::send(mConnection, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        if (n <= 0) {
+            return false;
+        }
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+RawPhone::Bytes RawPhone::readFrame() {
+    Bytes head(4);
+    if (!readExactly(head)) {
+        return Bytes();
+    }
+    const uint32_t length = (uint32_t{head[0]} << 24) | (uint32_t{head[1]} << 16) |
+                            (uint32_t{head[2]} << 8) | uint32_t{head[3]};
+    Bytes body(length);
+    if (length == 0 || !readExactly(body)) {
+        return Bytes();
+    }
+    return Bytes(body.begin() + 1, body.end());
+}
+
+bool RawPhone::seesHangUp() {
+    unsigned char byte = 0;
+    return waitReadable(mConnection) && ::recv(mConnection, &byte, 1, 0) == 0;
+}
+
+bool RawPhone::waitReadable(int fd) {
+    pollfd entry{fd, POLLIN, 0};
+    return ::poll(&entry, 1, 30000) == 1;
+}
+
+bool RawPhone::readExactly(Bytes& out) {
+    size_t done = 0;
+    while (done < out.size()) {
+        if (!waitReadable(mConnection)) {
+            return false;
+        }
+        const ssize_t n = ::recv(mConnection, out.data() + done, out.size() - done, 0);
+        if (n <= 0) {
+            return false;
+        }
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
