@@ -7,6 +7,8 @@
 
 #include <cstring>
 
+#include "moxdb/DbBytes.h"
+
 RawPhone::RawPhone(const std::string& path)
     : mPath(path), mListener(-1), mConnection(-1), mListening(false) {
     mListener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -26,9 +28,10 @@ RawPhone::~RawPhone() {
 }
 
 RawPhone::Bytes RawPhone::envelope(uint8_t type, const Bytes& payload) {
-    const uint32_t length = static_cast<uint32_t>(payload.size() + 1);
-    Bytes out = {static_cast<unsigned char>(length >> 24), static_cast<unsigned char>(length >> 16),
-                 static_cast<unsigned char>(length >> 8), static_cast<unsigned char>(length), type};
+    Bytes out;
+    out.reserve(payload.size() + 5);
+    moxdb::appendU32Be(out, static_cast<uint32_t>(payload.size() + 1));
+    out.push_back(type);
     out.insert(out.end(), payload.begin(), payload.end());
     return out;
 }
