@@ -159,6 +159,13 @@ public:
         }
     }
 
+    // Shows the progress line at once, before anything is asked of the
+    // module: a lookup always starts by connecting.
+    void drawProgress() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        drawProgressLocked();
+    }
+
     void markSearching() {
         std::lock_guard<std::mutex> lock(mMutex);
         mSearching = true;
@@ -323,6 +330,7 @@ LookupOutcome lookUp(const LookupOptions& options, const std::string& toc, Looku
     HbSMox* mox = HbSMox::GetInstance();
     HbObserver<LookupWatch> observer(&watch, &LookupWatch::onMox);
     mox->AddObserver(&observer);
+    watch.drawProgress();
     mox->startLink();
     outcome.linked = watch.waitForLink(deadline, &outcome.why);
     if (outcome.linked) {
