@@ -22,6 +22,11 @@ function(mox_add_test name)
   mox_project_options(${name})
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} mox_test_support GTest::gmock GTest::gtest_main)
   target_compile_definitions(${name} PRIVATE MOX_TEST_TMP_DIR="${CMAKE_BINARY_DIR}/testtmp")
+  # Under an emulator (qemu-arm), /proc/self tells the emulator's memory,
+  # translated code included, not the program's.
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    target_compile_definitions(${name} PRIVATE MOX_TEST_UNDER_EMULATOR=1)
+  endif()
   set(extra_properties)
   if(ARG_RESOURCE_LOCK)
     set(extra_properties RESOURCE_LOCK ${ARG_RESOURCE_LOCK})

@@ -14,12 +14,15 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "ModuleReset.h"
+#include "MoxProtocolHarness.h"
 #include "NotificationLog.h"
 #include "OstLinkApp/OstLinkAppHost.h"
+#include "RawPhone.h"
 #include "ScriptedPhone.h"
 
 class FacadeTest : public ::testing::Test {
@@ -41,6 +44,31 @@ protected:
     void createFacade() {
         facade = HbSMox::GetInstance();
         facade->AddObserver(appLog.observer());
+    }
+
+    // Starts the link and plays its phone by hand on `phone`: takes the
+    // connection, opens the application and answers the connect. Returns
+    // once the application was told that the link is up.
+    void linkUpWith(RawPhone& phone, const std::string& deviceName) {
+        appLog.clear();
+        facade->startLink();
+        ASSERT_TRUE(phone.acceptAndOpen(deviceName));
+        ASSERT_EQ(phone.readFrame(), moxtest::kConnect);
+        ASSERT_TRUE(phone.sendCommand(moxtest::answer(0x8001)));
+        ASSERT_TRUE(appLog.waitForValue(1, 1));
+    }
+
+    // Searches `toc` on the link that `phone` carries, answers the lookup
+    // with the notice of a database of `databaseSize` bytes, and reads the
+    // module's request for it.
+    void searchAndAnnounce(RawPhone& phone, const std::string& toc, uint32 databaseSize) {
+        appLog.clear();
+        HbSMoxDef::SearchInfo info{0, 0, 0, toc};
+        facade->search(info);
+        ASSERT_EQ(phone.readFrame(), moxtest::lookupFrame(0, 0, 0, toc));
+        ASSERT_TRUE(phone.sendCommand(moxtest::answer(0x8010)));
+        ASSERT_TRUE(phone.sendCommand(moxtest::notice(databaseSize)));
+        ASSERT_EQ(phone.readFrame(), moxtest::kGetCdMetaInfo);
     }
 
     NotificationLog appLog;

@@ -141,21 +141,10 @@ TEST_F(HbSMoxIdleTest, UnixLinkUpAfterALookup_NoThreadWakes) {
     RawPhone phone(dir.file("phone.sock"));
     ASSERT_TRUE(phone.listening());
     OstLinkAppHost::setEndpoint(phone.endpoint());
-    facade->startLink();
-    ASSERT_TRUE(phone.accept());
-    ASSERT_TRUE(phone.send(RawPhone::envelope(1, {1, 'I'})));
-    ASSERT_TRUE(phone.send(RawPhone::envelope(2, {2})));
-    ASSERT_EQ(phone.readFrame(), moxtest::kConnect);
-    ASSERT_TRUE(phone.sendCommand(moxtest::answer(0x8001)));
-    ASSERT_TRUE(appLog.waitForValue(1, 1));
+    ASSERT_NO_FATAL_FAILURE(linkUpWith(phone, "I"));
 
     const Bytes database = moxdb::CatalogueBuilder::makeUniform(kToc, 3, 3).build();
-    HbSMoxDef::SearchInfo info{0, 0, 0, kToc};
-    facade->search(info);
-    ASSERT_EQ(phone.readFrame(), moxtest::lookupFrame(0, 0, 0, kToc));
-    ASSERT_TRUE(phone.sendCommand(moxtest::answer(0x8010)));
-    ASSERT_TRUE(phone.sendCommand(moxtest::notice(static_cast<uint32>(database.size()))));
-    ASSERT_EQ(phone.readFrame(), moxtest::kGetCdMetaInfo);
+    ASSERT_NO_FATAL_FAILURE(searchAndAnnounce(phone, kToc, static_cast<uint32>(database.size())));
     ASSERT_TRUE(phone.sendCommand(moxtest::chunk(0, 1, database)));
     ASSERT_TRUE(appLog.waitForValue(2, 0));
     std::list<HbSMoxDef::AlbumInfo> albums;

@@ -45,6 +45,12 @@ bool RawPhone::accept() {
     return mConnection >= 0;
 }
 
+bool RawPhone::acceptAndOpen(const std::string& name) {
+    Bytes info = {1};
+    info.insert(info.end(), name.begin(), name.end());
+    return accept() && send(envelope(1, info)) && send(envelope(2, {2}));
+}
+
 void RawPhone::hangUp() {
     if (mConnection >= 0) {
         ::close(mConnection);

@@ -35,6 +35,10 @@ public:
 
     // Takes the module's next connection (hanging up the one before).
     bool accept();
+    // Takes the next connection and opens the application on it, as a phone
+    // does: DEVICE_INFO (OS type 1, the device `name`), then DEVICE_STATUS
+    // "application open". The module answers with its connect command.
+    bool acceptAndOpen(const std::string& name);
     void hangUp();
     bool send(const Bytes& bytes);
     bool sendCommand(const Bytes& frame) { return send(envelope(3, frame)); }
