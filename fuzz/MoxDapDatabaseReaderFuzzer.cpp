@@ -14,56 +14,46 @@
 
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
+#include "moxdb/DbImageReader.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxResultFile.h"
 
 namespace {
 
-// Little-endian u32 of the input at `offset`; 0 when it lies (partly) outside.
-uint32_t wordAt(const uint8_t* data, size_t size, uint64_t offset) {
-    if (offset > size || size - offset < 4) {
-        return 0;
-    }
-    return static_cast<uint32_t>(data[offset]) | (static_cast<uint32_t>(data[offset + 1]) << 8) |
-           (static_cast<uint32_t>(data[offset + 2]) << 16) |
-           (static_cast<uint32_t>(data[offset + 3]) << 24);
-}
+using moxdb::Section;
 
-// Section words of the table, by index.
-const uint32_t WORD_QUILL_TRACK = 6;
-const uint32_t WORD_QUILL_ALBUM = 7;
-const uint32_t WORD_QUILL_ARTIST = 10;
-const uint32_t WORD_QUILL_GENRE = 11;
-const uint32_t WORD_QUILL_TOC = 13;
-
+// What the calls ask for, read from the input with the tools' image reader:
+// leniently, 0 (or zeros) for whatever lies outside.
 class Input {
 public:
-    Input(const uint8_t* data, size_t size) : mData(data), mSize(size) {}
+    explicit Input(const moxdb::Bytes& image) : mReader(image) {}
 
-    uint32_t tableWord(uint32_t index) const { return wordAt(mData, mSize, 64u + 4u * index); }
-    uint32_t lastWord() const { return mSize >= 4 ? wordAt(mData, mSize, mSize - 4) : 0; }
-    // Field `field` (u32 index) of record `n` of the section at table word `index`.
-    uint32_t recordField(uint32_t index, uint32_t recordSize, uint32_t n, uint32_t field) const {
-        return wordAt(mData, mSize,
-                      uint64_t{tableWord(index)} + 8 + uint64_t{n} * recordSize + 4u * field);
+    uint32_t tableWord(Section section) const { return mReader.tableWord(section); }
+    uint32_t lastWord() const { return mReader.lastWord(); }
+    // Field `field` (u32 index) of record `n` of the section, at the family's fixed size.
+    uint32_t recordField(Section section, uint32_t n, uint32_t field) const {
+        moxdb::SectionHead fixed;
+        fixed.recordSize = static_cast<uint16_t>(moxdb::recordSizeOf(section));
+        return mReader.u32(mReader.recordOffset(section, fixed, n) + 4u * field);
     }
     // Identifiers worth asking for in a section: its first records, 0, and the last word.
-    std::vector<uint32_t> ids(uint32_t index, uint32_t recordSize) const {
-        return {recordField(index, recordSize, 0, 0), recordField(index, recordSize, 1, 0),
-                recordField(index, recordSize, 2, 0), 0, lastWord()};
+    std::vector<uint32_t> ids(Section section) const {
+        return {recordField(section, 0, 0), recordField(section, 1, 0), recordField(section, 2, 0),
+                0, lastWord()};
     }
 
     // Copies `size` bytes at `offset` into `out`; zeros when they lie (partly) outside.
     void copyAt(uint64_t offset, void* out, size_t size) const {
         std::memset(out, 0, size);
-        if (offset <= mSize && mSize - offset >= size) {
-            std::memcpy(out, mData + offset, size);
+        moxdb::Bytes bytes;
+        moxdb::ImageFault fault;
+        if (mReader.read("input", offset, size, &bytes, &fault)) {
+            std::memcpy(out, bytes.data(), size);
         }
     }
 
 private:
-    const uint8_t* mData;
-    size_t mSize;
+    moxdb::DbImageReader mReader;
 };
 
 // Writes a new file each time: rewriting a truncated file would make the file
@@ -110,10 +100,10 @@ void exerciseStrings(MoxDapDatabase* db, const Input& input) {
     }
     const uint32_t offsets[] = {0,
                                 2,
-                                input.recordField(WORD_QUILL_TOC, 20, 0, 0),
-                                input.recordField(WORD_QUILL_ALBUM, 84, 0, 3),
-                                input.recordField(WORD_QUILL_TRACK, 72, 0, 1),
-                                input.recordField(WORD_QUILL_ARTIST, 44, 0, 1),
+                                input.recordField(Section::QuillToc, 0, 0),
+                                input.recordField(Section::QuillAlbum, 0, 3),
+                                input.recordField(Section::QuillTrack, 0, 1),
+                                input.recordField(Section::QuillArtist, 0, 1),
                                 input.lastWord()};
     for (uint32_t offset : offsets) {
         std::string text;
@@ -147,8 +137,8 @@ void exerciseTrackLists(MoxDapDatabase* db, const Input& input) {
     if (!load(db)) {
         return;
     }
-    const uint32_t offsets[] = {input.recordField(WORD_QUILL_ALBUM, 84, 0, 8),
-                                input.recordField(WORD_QUILL_ALBUM, 84, 1, 8), 0, input.lastWord()};
+    const uint32_t offsets[] = {input.recordField(Section::QuillAlbum, 0, 8),
+                                input.recordField(Section::QuillAlbum, 1, 8), 0, input.lastWord()};
     for (uint32_t offset : offsets) {
         QuillAlbumTracks list;
         if (!db->getQuillAlbumTracksInfo(offset, &list) && !load(db)) {
@@ -161,15 +151,14 @@ void exerciseTrackLists(MoxDapDatabase* db, const Input& input) {
 // them (the TOC walk itself belongs to the search).
 void exerciseRenderings(MoxDapDatabase* db, const Input& input) {
     size_t total = 0;
-    for (uint32_t index : {WORD_QUILL_TOC, WORD_QUILL_ALBUM, WORD_QUILL_TRACK, WORD_QUILL_ARTIST,
-                           WORD_QUILL_GENRE}) {
+    for (Section section : moxdb::DbImageReader::recordSections()) {
         QuillHead head;
-        input.copyAt(input.tableWord(index), &head, sizeof(head));
+        input.copyAt(input.tableWord(section), &head, sizeof(head));
         total += db->getStrQuillHead(head).size();
     }
     for (uint32_t n = 0; n < 3; ++n) {
         QuillTocRec toc;
-        input.copyAt(uint64_t{input.tableWord(WORD_QUILL_TOC)} + 8 + 20u * n, &toc, sizeof(toc));
+        input.copyAt(uint64_t{input.tableWord(Section::QuillToc)} + 8 + 20u * n, &toc, sizeof(toc));
         total += db->getStrTocRec(toc).size();
     }
     volatile size_t sink = total;
@@ -193,19 +182,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     MoxDapDatabase* db = MoxDapDatabase::GetInstance();
-    const Input input(data, size);
+    const moxdb::Bytes image(data, data + size);
+    const Input input(image);
 
     exerciseStrings(db, input);
-    exerciseLookups<QuillTrackRec>(db, input.ids(WORD_QUILL_TRACK, 72),
+    exerciseLookups<QuillTrackRec>(db, input.ids(Section::QuillTrack),
                                    &MoxDapDatabase::getQuillTrackInfo,
                                    &MoxDapDatabase::getStrTrackRec);
-    exerciseLookups<QuillAlbumRec>(db, input.ids(WORD_QUILL_ALBUM, 84),
+    exerciseLookups<QuillAlbumRec>(db, input.ids(Section::QuillAlbum),
                                    &MoxDapDatabase::getQuillAlbumInfo,
                                    &MoxDapDatabase::getStrAlbumRec);
-    exerciseLookups<QuillArtistRec>(db, input.ids(WORD_QUILL_ARTIST, 44),
+    exerciseLookups<QuillArtistRec>(db, input.ids(Section::QuillArtist),
                                     &MoxDapDatabase::getQuillArtistInfo,
                                     &MoxDapDatabase::getStrArtistRec);
-    exerciseLookups<QuillGenreRec>(db, input.ids(WORD_QUILL_GENRE, 8),
+    exerciseLookups<QuillGenreRec>(db, input.ids(Section::QuillGenre),
                                    &MoxDapDatabase::getQuillGenreInfo,
                                    &MoxDapDatabase::getStrGenreRec);
     exerciseTrackLists(db, input);

@@ -28,6 +28,7 @@
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMoxDef.h"
+#include "moxdb/DbBytes.h"
 #include "private/MoxProtocol.h"
 #include "private/MoxState.h"
 
@@ -99,7 +100,7 @@ void checkState() {
 
 void feedFrame(const uint8_t* bytes, size_t size) {
     if (size >= 4) {
-        seenStatuses().insert((static_cast<unsigned int>(bytes[2]) << 8) | bytes[3]);
+        seenStatuses().insert(moxdb::getU16Be(moxdb::Bytes(bytes + 2, bytes + 4), 0));
     }
     unsigned char* copy = new unsigned char[size];
     if (size > 0) {
@@ -116,11 +117,7 @@ void feedLargeChunk(const uint8_t* indexAndCount) {
     frame[0] = 0x80;
     frame[1] = 0x12;
     std::memcpy(&frame[4], indexAndCount, 4);
-    const uint32_t length = static_cast<uint32_t>(LARGE_CHUNK_PAYLOAD);
-    frame[8] = static_cast<uint8_t>(length >> 24);
-    frame[9] = static_cast<uint8_t>((length >> 16) & 0xFF);
-    frame[10] = static_cast<uint8_t>((length >> 8) & 0xFF);
-    frame[11] = static_cast<uint8_t>(length & 0xFF);
+    moxdb::putU32Be(frame, 8, static_cast<uint32_t>(LARGE_CHUNK_PAYLOAD));
     feedFrame(frame.data(), frame.size());
 }
 
@@ -157,7 +154,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     checkState();
     size_t pos = 1;
     while (pos + 2 <= size) {
-        const uint16 length = static_cast<uint16>((data[pos] << 8) | data[pos + 1]);
+        const uint16 length = moxdb::getU16Be(moxdb::Bytes(data + pos, data + pos + 2), 0);
         pos += 2;
         if (length == ACTION_EXPIRE) {
             HbLTimerMng::GetTimerMng()->AdvanceClock(MoxProtocol::CMD_TIMER_PERIOD);

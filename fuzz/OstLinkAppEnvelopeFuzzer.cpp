@@ -21,6 +21,7 @@
 #include "OstLinkApp/OstLinkAppEnvelope.h"
 #include "OstLinkApp/OstLinkAppEnvelopeReader.h"
 #include "OstLinkApp/OstLinkAppHost.h"
+#include "moxdb/DbBytes.h"
 
 namespace {
 
@@ -52,9 +53,7 @@ Outcome parseAtOnce(const uint8_t* data, size_t size) {
             out.error = OstLinkAppEnvelopeReader::en_ERROR_CUT_OFF;
             return out;
         }
-        const uint32_t length = (static_cast<uint32_t>(data[pos]) << 24) |
-                                (static_cast<uint32_t>(data[pos + 1]) << 16) |
-                                (static_cast<uint32_t>(data[pos + 2]) << 8) | data[pos + 3];
+        const uint32_t length = moxdb::getU32Be(moxdb::Bytes(data + pos, data + pos + 4), 0);
         pos += 4;
         if (length == 0) {
             out.error = OstLinkAppEnvelopeReader::en_ERROR_ZERO_LENGTH;

@@ -277,7 +277,7 @@ TEST_F(HbSMoxHostilePeerTest,
     linkUp();
     searchAndAnnounce(databaseOfSize(0));
     Bytes head;
-    moxtest::appendU32Be(head, kLargestEnvelope + 1);
+    moxdb::appendU32Be(head, kLargestEnvelope + 1);
     head.push_back(3);
     const ProcessStats::Snapshot before = ProcessStats::take();
     resetMemoryPeak();

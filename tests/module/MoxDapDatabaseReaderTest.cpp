@@ -1301,16 +1301,6 @@ bool fitsInLong(uint64_t target) {
     return target <= static_cast<uint64_t>(LONG_MAX);
 }
 
-uint16_t loadU16Le(const Bytes& bytes, uint64_t offset) {
-    return static_cast<uint16_t>(bytes[offset] | (bytes[offset + 1] << 8));
-}
-
-uint32_t loadU32Le(const Bytes& bytes, uint64_t offset) {
-    return static_cast<uint32_t>(bytes[offset]) | (static_cast<uint32_t>(bytes[offset + 1]) << 8) |
-           (static_cast<uint32_t>(bytes[offset + 2]) << 16) |
-           (static_cast<uint32_t>(bytes[offset + 3]) << 24);
-}
-
 // What the reader should do with an image: each operation gives its result
 // and the messages it prints. Seeks past the end succeed and the following
 // read hits the end; a seek target beyond the C library's long fails.
@@ -1336,7 +1326,7 @@ public:
 
     Outcome version() {
         Outcome out;
-        const uint32_t v = loadU32Le(mImage, 4);
+        const uint32_t v = moxdb::getU32Le(mImage, 4);
         out.ok = (v & 0xFF000000u) <= 0x01000000u || v == 0x10000000u;
         if (!out.ok) {
             out.messages.push_back({"judgeDapDbVer", "unknown version.\n"});
@@ -1369,7 +1359,7 @@ public:
         if (!read("getString", 2, &lengthBytes, "read error.\n", &out)) {
             return out;
         }
-        const uint16_t length = loadU16Le(lengthBytes, 0);
+        const uint16_t length = moxdb::getU16Le(lengthBytes, 0);
         if (length >= 1024) {
             out.messages.push_back({"getString", "lStrSize(" + std::to_string(length) +
                                                      ") >= STRING_BUF_MAX(1024) . 0.\n"});
@@ -1381,8 +1371,8 @@ public:
             return out;
         }
         std::vector<unsigned short> buffer;
-        for (size_t i = 0; i < length && loadU16Le(units, 2 * i) != 0; ++i) {
-            buffer.push_back(loadU16Le(units, 2 * i));
+        for (size_t i = 0; i < length && moxdb::getU16Le(units, 2 * i) != 0; ++i) {
+            buffer.push_back(moxdb::getU16Le(units, 2 * i));
         }
         buffer.push_back(0);
         HbString converted;
@@ -1408,14 +1398,14 @@ public:
             !read(function, 8, &head, "read error.\n", &out)) {
             return out;
         }
-        const uint16_t count = loadU16Le(head, 6);
+        const uint16_t count = moxdb::getU16Le(head, 6);
         for (uint32_t n = 0; n < count; ++n) {
             Bytes rec;
             const std::string lCnt = "read error lCnt=" + std::to_string(n) + ".\n";
             if (!read(function, recordSize, &rec, lCnt.c_str(), &out)) {
                 return out;
             }
-            if (loadU32Le(rec, 0) == id) {
+            if (moxdb::getU32Le(rec, 0) == id) {
                 *found = rec;
                 out.ok = true;
                 return out;
@@ -1440,7 +1430,7 @@ public:
             return out;
         }
         *countRead = true;
-        *count = loadU32Le(countBytes, 0);
+        *count = moxdb::getU32Le(countBytes, 0);
         ids->clear();
         for (uint32_t i = 0; i < *count; ++i) {
             Bytes entry;
@@ -1448,7 +1438,7 @@ public:
             if (!read(function, 4, &entry, text.c_str(), &out)) {
                 return out;
             }
-            ids->push_back(loadU32Le(entry, 0));
+            ids->push_back(moxdb::getU32Le(entry, 0));
         }
         out.ok = true;
         return out;
@@ -1457,7 +1447,7 @@ public:
     bool closed() const { return !mOpen; }
 
 private:
-    uint32_t word(uint32_t index) const { return loadU32Le(mImage, 64 + 4 * index); }
+    uint32_t word(uint32_t index) const { return moxdb::getU32Le(mImage, 64 + 4 * index); }
 
     void close() {
         mOpen = false;

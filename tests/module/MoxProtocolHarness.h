@@ -23,6 +23,7 @@
 #include "HbFramework/Foundation/HbObserver.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "TestDir.h"
+#include "moxdb/DbBytes.h"
 #include "private/MoxProtocol.h"
 #include "private/MoxResultFile.h"
 #include "private/MoxState.h"
@@ -155,14 +156,9 @@ inline const std::string kToc = "0000960046E6008D3600D386";
 
 // The lookup frame as the phone must receive it.
 inline Bytes lookupFrame(uint8 kind, uint16 param1, uint16 param2, const std::string& toc) {
-    Bytes frame = {0x00,
-                   0x10,
-                   kind,
-                   0x00,
-                   static_cast<unsigned char>(param1 >> 8),
-                   static_cast<unsigned char>(param1 & 0xFF),
-                   static_cast<unsigned char>(param2 >> 8),
-                   static_cast<unsigned char>(param2 & 0xFF)};
+    Bytes frame = {0x00, 0x10, kind, 0x00};
+    moxdb::appendU16Be(frame, param1);
+    moxdb::appendU16Be(frame, param2);
     const std::string text = kHead + toc + kTail;
     frame.insert(frame.end(), text.begin(), text.end());
     frame.push_back(0x00);
@@ -171,18 +167,14 @@ inline Bytes lookupFrame(uint8 kind, uint16 param1, uint16 param2, const std::st
 
 // An 8-byte frame header from the phone.
 inline Bytes answer(uint16 command, uint16 status = 0, uint16 index = 0, uint16 count = 0) {
-    return {static_cast<unsigned char>(command >> 8), static_cast<unsigned char>(command & 0xFF),
-            static_cast<unsigned char>(status >> 8),  static_cast<unsigned char>(status & 0xFF),
-            static_cast<unsigned char>(index >> 8),   static_cast<unsigned char>(index & 0xFF),
-            static_cast<unsigned char>(count >> 8),   static_cast<unsigned char>(count & 0xFF)};
+    Bytes frame;
+    for (uint16 field : {command, status, index, count}) {
+        moxdb::appendU16Be(frame, field);
+    }
+    return frame;
 }
 
-inline void appendU32Be(Bytes& out, uint32 value) {
-    out.push_back(static_cast<unsigned char>(value >> 24));
-    out.push_back(static_cast<unsigned char>((value >> 16) & 0xFF));
-    out.push_back(static_cast<unsigned char>((value >> 8) & 0xFF));
-    out.push_back(static_cast<unsigned char>(value & 0xFF));
-}
+using moxdb::appendU32Be;
 
 // The lookup notice 0x8011: header, then the database size.
 inline Bytes notice(uint32 databaseSize) {

@@ -320,13 +320,11 @@ private:
     }
 
     static bool readMessage(int connection, PhoneMessage* message) {
-        unsigned char head[4];
-        if (!readExactly(connection, head, sizeof(head))) {
+        Bytes head(4);
+        if (!readExactly(connection, head.data(), head.size())) {
             return false;
         }
-        const uint32 length = (static_cast<uint32>(head[0]) << 24) |
-                              (static_cast<uint32>(head[1]) << 16) |
-                              (static_cast<uint32>(head[2]) << 8) | head[3];
+        const uint32 length = moxdb::getU32Be(head, 0);
         if (length == 0 || length > OstLinkAppHost::MAX_ENVELOPE_LENGTH) {
             return false;
         }

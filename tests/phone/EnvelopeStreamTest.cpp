@@ -6,6 +6,8 @@
 
 #include <vector>
 
+#include "moxdb/DbBytes.h"
+
 using moxphone::Bytes;
 using moxphone::EnvelopeStream;
 using Status = EnvelopeStream::Status;
@@ -13,12 +15,9 @@ using Status = EnvelopeStream::Status;
 namespace {
 
 Bytes envelope(uint8_t type, const Bytes& payload) {
-    Bytes out = {0, 0, 0, 0, type};
-    const uint32_t length = static_cast<uint32_t>(payload.size() + 1);
-    out[0] = static_cast<uint8_t>(length >> 24);
-    out[1] = static_cast<uint8_t>(length >> 16);
-    out[2] = static_cast<uint8_t>(length >> 8);
-    out[3] = static_cast<uint8_t>(length);
+    Bytes out;
+    moxdb::appendU32Be(out, static_cast<uint32_t>(payload.size() + 1));
+    out.push_back(type);
     out.insert(out.end(), payload.begin(), payload.end());
     return out;
 }

@@ -46,7 +46,9 @@ bool RawPhone::accept() {
 }
 
 bool RawPhone::acceptAndOpen(const std::string& name) {
-    Bytes info = {1};
+    Bytes info;
+    info.reserve(name.size() + 1);
+    info.push_back(1);  // OS type
     info.insert(info.end(), name.begin(), name.end());
     return accept() && send(envelope(1, info)) && send(envelope(2, {2}));
 }
@@ -76,8 +78,7 @@ RawPhone::Bytes RawPhone::readFrame() {
     if (!readExactly(head)) {
         return Bytes();
     }
-    const uint32_t length = (uint32_t{head[0]} << 24) | (uint32_t{head[1]} << 16) |
-                            (uint32_t{head[2]} << 8) | uint32_t{head[3]};
+    const uint32_t length = moxdb::getU32Be(head, 0);
     Bytes body(length);
     if (length == 0 || !readExactly(body)) {
         return Bytes();

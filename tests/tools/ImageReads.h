@@ -1,5 +1,6 @@
-// Little-endian reads from a built database image for the writer's tests; a
-// read outside the image fails the test and yields 0.
+// Reads from a built database image for the writer's tests, through the
+// tools' image reader; a read outside the image fails the test and yields 0
+// (or no units).
 #ifndef MOX_TESTS_IMAGEREADS_H
 #define MOX_TESTS_IMAGEREADS_H
 
@@ -7,26 +8,49 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "MoxDbWriter.h"
 
 using moxdb::Bytes;
 
 inline uint32_t le32(const Bytes& b, size_t at) {
-    EXPECT_LE(at + 4, b.size()) << "u32 at " << at << " lies outside the image";
-    if (at + 4 > b.size()) {
+    Bytes bytes;
+    moxdb::ImageFault fault;
+    if (!moxdb::DbImageReader(b).read("u32", at, 4, &bytes, &fault)) {
+        ADD_FAILURE() << fault.line();
         return 0;
     }
-    return static_cast<uint32_t>(b[at]) | static_cast<uint32_t>(b[at + 1]) << 8 |
-           static_cast<uint32_t>(b[at + 2]) << 16 | static_cast<uint32_t>(b[at + 3]) << 24;
+    return moxdb::getU32Le(bytes, 0);
 }
 
 inline uint16_t le16(const Bytes& b, size_t at) {
-    EXPECT_LE(at + 2, b.size()) << "u16 at " << at << " lies outside the image";
-    if (at + 2 > b.size()) {
+    Bytes bytes;
+    moxdb::ImageFault fault;
+    if (!moxdb::DbImageReader(b).read("u16", at, 2, &bytes, &fault)) {
+        ADD_FAILURE() << fault.line();
         return 0;
     }
-    return static_cast<uint16_t>(b[at] | b[at + 1] << 8);
+    return moxdb::getU16Le(bytes, 0);
+}
+
+// Table word `index` (file offset 64 + 4 * index; word 0 is the table's size).
+inline uint32_t tableWord(const Bytes& b, uint32_t index) {
+    return le32(b, 64 + 4 * index);
+}
+
+inline uint32_t tableWord(const Bytes& b, moxdb::Section section) {
+    return tableWord(b, static_cast<uint32_t>(section));
+}
+
+// Every UTF-16 unit of the string entry at string offset `offset`.
+inline std::u16string stringAt(const Bytes& b, uint32_t offset) {
+    std::u16string units;
+    moxdb::ImageFault fault;
+    if (!moxdb::DbImageReader(b).string("string", offset, &units, &fault)) {
+        ADD_FAILURE() << fault.line();
+    }
+    return units;
 }
 
 #endif  // MOX_TESTS_IMAGEREADS_H

@@ -1,6 +1,6 @@
 // The catalogue builder's identifier conventions and its bundled databases,
-// checked on the built bytes with a small decoder of this file (independent
-// of the module's reader).
+// checked on the built bytes with a small decoder of this file over the
+// tools' image reader (independent of the module's reader).
 #include <gtest/gtest.h>
 
 #include <map>
@@ -22,7 +22,7 @@ class Image {
 public:
     explicit Image(Bytes bytes) : mBytes(std::move(bytes)) {}
 
-    uint32_t word(Section s) const { return le32(mBytes, 64 + 4 * static_cast<uint32_t>(s)); }
+    uint32_t word(Section s) const { return tableWord(mBytes, s); }
     uint16_t count(Section s) const { return le16(mBytes, word(s) + 6); }
 
     // Field `field` (u32 index) of record `index`, at the family's fixed stride.
@@ -33,15 +33,7 @@ public:
         return le16(mBytes, word(s) + 8 + stride * index + byteOffset);
     }
 
-    std::u16string units(uint32_t offset) const {
-        const size_t entry = word(Section::StringTable) + 4 + offset;
-        const uint16_t length = le16(mBytes, entry);
-        std::u16string text;
-        for (uint16_t i = 0; i < length; ++i) {
-            text.push_back(static_cast<char16_t>(le16(mBytes, entry + 2 + 2 * i)));
-        }
-        return text;
-    }
+    std::u16string units(uint32_t offset) const { return stringAt(mBytes, offset); }
 
     // ASCII text of a string entry ('?' for any unit above 0x7F).
     std::string ascii(uint32_t offset) const {

@@ -7,8 +7,8 @@
 //   "<Section> <head rendering>" and per record "  <record rendering>";
 //   with --strings the texts that the module resolves follow their record
 //   on lines "    <Field>: <text>".
-// The file is read here with a bounded reader, never through the module's
-// result path. A structure that does not lie wholly inside the file ends the
+// The file is read whole and walked with the tools' image reader, never
+// through the module's result path. A structure that does not lie wholly inside the file ends the
 // dump: what was read so far stays printed, one line on stderr names the
 // structure, its offset and the reason, and the status is 1.
 #include <sys/stat.h>
@@ -17,282 +17,131 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "Commands.h"
 #include "HbFramework/HbString.h"
 #include "TextEscape.h"
+#include "moxdb/DbImageReader.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxDbRecords.h"
 
 namespace {
 
+using moxdb::Section;
+
 const char* const PREFIX = "mox dump: ";
-// File layout of the fixed parts (all integers little-endian).
-const uint64_t HEADER_OFFSET = 0;
-const uint64_t TABLE_OFFSET = 64;
-const uint64_t HEAD_SIZE = sizeof(QuillHead);
-// The string area begins with a word that the module skips.
-const uint32_t STRING_AREA_SKIP = 4;
 
-// Why a structure could not be read: the structure, where it should lie, and
-// the reason ("file ends after N bytes", ...).
-struct DumpFailure {
-    std::string what;
-    uint64_t offset = 0;
-    std::string reason;
+// The module's structures are the file's bytes, so a record read by the
+// tools' reader is copied into the module's structure for its rendering.
+static_assert(sizeof(DbHeader) == moxdb::kHeaderSize, "header size");
+static_assert(sizeof(DbToc) == moxdb::kTableSize, "section table size");
+static_assert(sizeof(QuillTocRec) == moxdb::kTocRecordSize, "QuillToc record size");
+static_assert(sizeof(QuillAlbumRec) == moxdb::kAlbumRecordSize, "QuillAlbum record size");
+static_assert(sizeof(QuillTrackRec) == moxdb::kTrackRecordSize, "QuillTrack record size");
+static_assert(sizeof(QuillArtistRec) == moxdb::kArtistRecordSize, "QuillArtist record size");
+static_assert(sizeof(QuillGenreRec) == moxdb::kGenreRecordSize, "QuillGenre record size");
 
-    std::string line() const {
-        return PREFIX + what + " at offset " + std::to_string(offset) + ": " + reason;
-    }
-};
-
-// Reads byte ranges of one regular file and never past its end.
-class BoundedFile {
-public:
-    BoundedFile() = default;
-    BoundedFile(const BoundedFile&) = delete;
-    BoundedFile& operator=(const BoundedFile&) = delete;
-    ~BoundedFile() {
-        if (mFile != nullptr) {
-            std::fclose(mFile);
-        }
-    }
-
-    // False with a one-line reason when `path` is not a readable regular file.
-    bool open(const std::string& path, std::string* why) {
-        struct stat info;
-        if (::stat(path.c_str(), &info) != 0) {
-            *why = path + ": " + std::strerror(errno);
-            return false;
-        }
-        if (!S_ISREG(info.st_mode)) {
-            *why = path + ": not a regular file";
-            return false;
-        }
-        mFile = std::fopen(path.c_str(), "rb");
-        if (mFile == nullptr) {
-            *why = path + ": " + std::strerror(errno);
-            return false;
-        }
-        mSize = static_cast<uint64_t>(info.st_size);
-        return true;
-    }
-
-    // Reads `size` bytes at `offset` into `out`; false, with the reason in
-    // `*reason`, unless the whole range lies inside the file.
-    bool readAt(uint64_t offset, void* out, size_t size, std::string* reason) {
-        if (offset > mSize || mSize - offset < size) {
-            *reason = "file ends after " + std::to_string(mSize) + " bytes";
-            return false;
-        }
-        if (::fseeko(mFile, static_cast<off_t>(offset), SEEK_SET) != 0 ||
-            std::fread(out, 1, size, mFile) != size) {
-            *reason = "read failed";
-            return false;
-        }
-        return true;
-    }
-
-private:
-    FILE* mFile = nullptr;
-    uint64_t mSize = 0;
-};
-
-uint16_t loadU16Le(const uint8_t* bytes) {
-    return static_cast<uint16_t>(bytes[0] | (bytes[1] << 8));
+template <class Structure>
+Structure structureOf(const moxdb::Bytes& bytes) {
+    Structure structure{};
+    std::memcpy(&structure, bytes.data(), sizeof(structure));
+    return structure;
 }
 
-// One text of a record that --strings shows: its label and string offset.
-struct TextField {
-    const char* label;
-    uint32_t offset;
-};
+// Reads the whole regular file at `path`; false with a one-line reason.
+bool readImage(const std::string& path, moxdb::Bytes* image, std::string* why) {
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0) {
+        *why = path + ": " + std::strerror(errno);
+        return false;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        *why = path + ": not a regular file";
+        return false;
+    }
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        *why = path + ": " + std::strerror(errno);
+        return false;
+    }
+    image->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (in.bad()) {
+        *why = path + ": read failed";
+        return false;
+    }
+    return true;
+}
 
-// Walks the file in the order of the output and prints as it goes.
-class Dumper {
+// Prints each structure the walk meets with the module's own renderings.
+class Dumper : public moxdb::ImageVisitor {
 public:
-    Dumper(BoundedFile& file, MoxDapDatabase& db, bool withStrings, std::ostream& out)
-        : mFile(file), mDb(db), mWithStrings(withStrings), mOut(out) {}
+    Dumper(MoxDapDatabase& db, std::ostream& out) : mDb(db), mOut(out) {}
 
-    // True when everything was printed; otherwise `*failure` says what stopped it.
-    bool run(DumpFailure* failure) {
-        if (!dumpHeaderAndTable(failure)) {
-            return false;
-        }
-        const DbToc& toc = *mDb.mpDbToc;
-        return dumpTocSection(toc.QuillToc, failure) &&
-               dumpSection<QuillAlbumRec>("QuillAlbum", toc.QuillAlbum, failure) &&
-               dumpSection<QuillTrackRec>("QuillTrack", toc.QuillTrack, failure) &&
-               dumpSection<QuillArtistRec>("QuillArtist", toc.QuillArtist, failure) &&
-               dumpSection<QuillGenreRec>("QuillGenre", toc.QuillGenre, failure);
+    // The renderings of the header and the table, and the records' lines,
+    // look for them in the reader's buffers; the caller's init() frees them.
+    void header(const moxdb::Bytes& bytes) override {
+        mDb.mpDbHeader = new DbHeader(structureOf<DbHeader>(bytes));
+        mOut << mDb.getStrDbHeader() << "\n";
+    }
+
+    void table(const moxdb::Bytes& bytes) override {
+        mDb.mpDbToc = new DbToc(structureOf<DbToc>(bytes));
+        mOut << mDb.getStrDbToc() << "\n";
+    }
+
+    void head(Section section, const moxdb::SectionHead& head) override {
+        QuillHead quillHead{head.ownSize, head.recordSize, head.recordCount};
+        mOut << moxdb::DbImageReader::nameOf(section) << " " << mDb.getStrQuillHead(quillHead)
+             << "\n";
+    }
+
+    void record(Section section, uint32_t, const moxdb::Bytes& bytes) override {
+        mOut << "  " << rendering(section, bytes) << "\n";
+    }
+
+    void text(const moxdb::RecordText& text, const std::u16string& units) override {
+        mOut << "    " << text.field << ": " << escapeControlCharacters(utf8Of(units)) << "\n";
     }
 
 private:
-    bool read(const std::string& what, uint64_t offset, void* out, size_t size,
-              DumpFailure* failure) {
-        std::string reason;
-        if (mFile.readAt(offset, out, size, &reason)) {
-            return true;
-        }
-        failure->what = what;
-        failure->offset = offset;
-        failure->reason = reason;
-        return false;
-    }
-
-    // Loads the header and the table into the reader's buffers, where its
-    // renderings look for them; the caller's init() frees them.
-    bool dumpHeaderAndTable(DumpFailure* failure) {
-        mDb.mpDbHeader = new DbHeader();
-        if (!read("header", HEADER_OFFSET, mDb.mpDbHeader, sizeof(DbHeader), failure)) {
-            return false;
-        }
-        mOut << mDb.getStrDbHeader() << "\n";
-        mDb.mpDbToc = new DbToc();
-        if (!read("section table", TABLE_OFFSET, mDb.mpDbToc, sizeof(DbToc), failure)) {
-            return false;
-        }
-        mOut << mDb.getStrDbToc() << "\n";
-        return true;
-    }
-
-    bool dumpHead(const char* name, uint32_t sectionOffset, QuillHead* head, DumpFailure* failure) {
-        if (!read(std::string(name) + " head", sectionOffset, head, sizeof(QuillHead), failure)) {
-            return false;
-        }
-        mOut << name << " " << mDb.getStrQuillHead(*head) << "\n";
-        return true;
-    }
-
-    // TOC records lie at the head's RecordSize stride, as the album search
-    // walks them; only their first 20 bytes are read. The position is
-    // computed in 32 bits, as the module computes its seek target.
-    bool dumpTocSection(uint32_t sectionOffset, DumpFailure* failure) {
-        QuillHead head{};
-        if (!dumpHead("QuillToc", sectionOffset, &head, failure)) {
-            return false;
-        }
-        for (uint32_t i = 0; i < head.RecordCount; ++i) {
-            const uint32_t position = sectionOffset + static_cast<uint32_t>(HEAD_SIZE) +
-                                      i * static_cast<uint32_t>(head.RecordSize);
-            QuillTocRec rec{};
-            if (!read("QuillToc record " + std::to_string(i), position, &rec, sizeof(rec),
-                      failure)) {
-                return false;
-            }
-            mOut << "  " << mDb.getStrTocRec(rec) << "\n";
-            const TextField texts[] = {{"Id", rec.Id}};
-            if (!dumpTexts("QuillToc record " + std::to_string(i), texts, failure)) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-    // Other families lie back to back at their fixed sizes after the head,
-    // whatever the head's RecordSize says, as the identifier lookups read them.
+    // The module's rendering of a record, which takes its structure.
     template <class Rec>
-    bool dumpSection(const char* name, uint32_t sectionOffset, DumpFailure* failure) {
-        QuillHead head{};
-        if (!dumpHead(name, sectionOffset, &head, failure)) {
-            return false;
-        }
-        for (uint32_t i = 0; i < head.RecordCount; ++i) {
-            const uint64_t position =
-                uint64_t{sectionOffset} + HEAD_SIZE + uint64_t{i} * sizeof(Rec);
-            const std::string what = std::string(name) + " record " + std::to_string(i);
-            Rec rec{};
-            if (!read(what, position, &rec, sizeof(rec), failure)) {
-                return false;
-            }
-            if (!renderRecord(what, rec, failure)) {
-                return false;
-            }
-        }
-        return true;
+    std::string render(std::string (MoxDapDatabase::*rendering)(Rec&), const moxdb::Bytes& bytes) {
+        Rec rec = structureOf<Rec>(bytes);
+        return (mDb.*rendering)(rec);
     }
 
-    bool renderRecord(const std::string& what, QuillAlbumRec& rec, DumpFailure* failure) {
-        mOut << "  " << mDb.getStrAlbumRec(rec) << "\n";
-        const TextField texts[] = {
-            {"Id", rec.Id}, {"Title", rec.Title}, {"Genre", rec.Genre}, {"Language", rec.Language}};
-        return dumpTexts(what, texts, failure);
+    std::string rendering(Section section, const moxdb::Bytes& bytes) {
+        switch (section) {
+            case Section::QuillToc:
+                return render(&MoxDapDatabase::getStrTocRec, bytes);
+            case Section::QuillAlbum:
+                return render(&MoxDapDatabase::getStrAlbumRec, bytes);
+            case Section::QuillTrack:
+                return render(&MoxDapDatabase::getStrTrackRec, bytes);
+            case Section::QuillArtist:
+                return render(&MoxDapDatabase::getStrArtistRec, bytes);
+            default:
+                return render(&MoxDapDatabase::getStrGenreRec, bytes);
+        }
     }
 
-    bool renderRecord(const std::string& what, QuillTrackRec& rec, DumpFailure* failure) {
-        mOut << "  " << mDb.getStrTrackRec(rec) << "\n";
-        const TextField texts[] = {{"Title", rec.Title}};
-        return dumpTexts(what, texts, failure);
-    }
-
-    bool renderRecord(const std::string& what, QuillArtistRec& rec, DumpFailure* failure) {
-        mOut << "  " << mDb.getStrArtistRec(rec) << "\n";
-        const TextField texts[] = {{"Name", rec.Name}};
-        return dumpTexts(what, texts, failure);
-    }
-
-    bool renderRecord(const std::string& what, QuillGenreRec& rec, DumpFailure* failure) {
-        mOut << "  " << mDb.getStrGenreRec(rec) << "\n";
-        const TextField texts[] = {{"Id", rec.Id}};
-        return dumpTexts(what, texts, failure);
-    }
-
-    template <size_t N>
-    bool dumpTexts(const std::string& what, const TextField (&texts)[N], DumpFailure* failure) {
-        if (!mWithStrings) {
-            return true;
-        }
-        for (const TextField& field : texts) {
-            std::string text;
-            if (!resolveString(what + " " + field.label + " string", field.offset, &text,
-                               failure)) {
-                return false;
-            }
-            mOut << "    " << field.label << ": " << escapeControlCharacters(text) << "\n";
-        }
-        return true;
-    }
-
-    // Resolves a string offset the way the module does: a u16 unit count below
-    // STRING_BUF_MAX at StringTable + 4 + offset (32-bit arithmetic), then the
-    // UTF-16LE units, converted up to the first zero unit.
-    bool resolveString(const std::string& what, uint32_t offset, std::string* text,
-                       DumpFailure* failure) {
-        const uint32_t position = mDb.mpDbToc->StringTable + STRING_AREA_SKIP + offset;
-        uint8_t lengthBytes[2];
-        if (!read(what, position, lengthBytes, sizeof(lengthBytes), failure)) {
-            return false;
-        }
-        const uint16_t units = loadU16Le(lengthBytes);
-        if (units >= STRING_BUF_MAX) {
-            failure->what = what;
-            failure->offset = position;
-            failure->reason = "length " + std::to_string(units) + " is not below " +
-                              std::to_string(STRING_BUF_MAX);
-            return false;
-        }
-        std::vector<uint8_t> bytes(2u * units);
-        if (!read(what, uint64_t{position} + 2, bytes.data(), bytes.size(), failure)) {
-            return false;
-        }
-        std::vector<unsigned short> buffer(units + 1u, 0);
-        for (size_t i = 0; i < units; ++i) {
-            buffer[i] = loadU16Le(&bytes[2 * i]);
-        }
+    // The text as the module converts it: up to the first zero unit.
+    static std::string utf8Of(const std::u16string& units) {
+        std::vector<unsigned short> buffer(units.begin(), units.end());
+        buffer.push_back(0);
         HbString converted;
         converted.Copy(buffer.data(), HbString::en_CODE_PAGE_UTF16);
-        *text = converted.ToCHAR(HbString::en_CODE_PAGE_UTF8);
-        return true;
+        return converted.ToCHAR(HbString::en_CODE_PAGE_UTF8);
     }
 
-    BoundedFile& mFile;
     MoxDapDatabase& mDb;
-    bool mWithStrings;
     std::ostream& mOut;
 };
 
@@ -302,21 +151,21 @@ struct DumpOptions {
 };
 
 int runDump(const DumpOptions& options) {
-    BoundedFile file;
+    moxdb::Bytes image;
     std::string why;
-    if (!file.open(options.path, &why)) {
+    if (!readImage(options.path, &image, &why)) {
         std::cerr << PREFIX << why << "\n";
         return 2;
     }
     MoxDapDatabase* db = MoxDapDatabase::GetInstance();
     db->init();
-    Dumper dumper(file, *db, options.withStrings, std::cout);
-    DumpFailure failure;
-    const bool complete = dumper.run(&failure);
+    Dumper dumper(*db, std::cout);
+    moxdb::ImageFault fault;
+    const bool complete = moxdb::DbImageReader(image).walk(dumper, options.withStrings, &fault);
     db->init();
     std::cout.flush();
     if (!complete) {
-        std::cerr << failure.line() << "\n";
+        std::cerr << PREFIX << fault.line() << "\n";
         return 1;
     }
     return 0;

@@ -11,6 +11,9 @@
 //   make a search without limits repeat its work millions of times.
 // - moxdb::makeTocText (moxdb/TocText.h): the tools' TOC text.
 // - moxdb::SampleDbCommand (moxdb/SampleDbCommand.h): the mox-sampledb program.
+// - moxdb::DbImageReader (moxdb/DbImageReader.h): reads a whole image back,
+//   every record and string, with a reason for each structure that does not
+//   lie inside.
 // - moxdb byte helpers (moxdb/DbBytes.h): little-endian put/get, UTF-8 to
 //   UTF-16, and damage (cut, set or flip a byte) on a built image.
 //
@@ -21,6 +24,7 @@
 #include "moxdb/CatalogueBuilder.h"
 #include "moxdb/DbBytes.h"
 #include "moxdb/DbImageBuilder.h"
+#include "moxdb/DbImageReader.h"
 #include "moxdb/DbRecords.h"
 #include "moxdb/HostileAnswers.h"
 #include "moxdb/SampleDbCommand.h"

@@ -295,7 +295,7 @@ uint32_t DbImageBuilder::areaSize(Section section) const {
     if (!isRecordSection(section)) {
         return kEmptyAreaSize;
     }
-    const uint32_t stride = section == Section::QuillToc ? tocStride() : fixedRecordSize(section);
+    const uint32_t stride = section == Section::QuillToc ? tocStride() : recordSizeOf(section);
     return kHeadSize + recordCountOf(section) * stride;
 }
 
@@ -319,23 +319,6 @@ uint32_t DbImageBuilder::recordCountOf(Section section) const {
             return toU32(mArtists.size());
         case Section::QuillGenre:
             return toU32(mGenres.size());
-        default:
-            return 0;
-    }
-}
-
-uint32_t DbImageBuilder::fixedRecordSize(Section section) const {
-    switch (section) {
-        case Section::QuillToc:
-            return kTocRecordSize;
-        case Section::QuillAlbum:
-            return kAlbumRecordSize;
-        case Section::QuillTrack:
-            return kTrackRecordSize;
-        case Section::QuillArtist:
-            return kArtistRecordSize;
-        case Section::QuillGenre:
-            return kGenreRecordSize;
         default:
             return 0;
     }
@@ -391,7 +374,7 @@ void DbImageBuilder::writeHead(Bytes& out, Section section) const {
     const uint32_t maxCount = std::numeric_limits<uint16_t>::max();
     const uint16_t count = static_cast<uint16_t>(std::min(recordCountOf(section), maxCount));
     appendU32Le(out, head.ownSize.value_or(areaSize(section)));
-    appendU16Le(out, head.recordSize.value_or(static_cast<uint16_t>(fixedRecordSize(section))));
+    appendU16Le(out, head.recordSize.value_or(static_cast<uint16_t>(recordSizeOf(section))));
     appendU16Le(out, head.recordCount.value_or(count));
 }
 

@@ -156,7 +156,6 @@ private:
     uint32_t areaSize(Section section) const;
     uint32_t tocStride() const;
     uint32_t recordCountOf(Section section) const;
-    uint32_t fixedRecordSize(Section section) const;
     void writeHeader(Bytes& out) const;
     void writeTable(Bytes& out, const Layout& layout) const;
     void writeArea(Bytes& out, Section section) const;

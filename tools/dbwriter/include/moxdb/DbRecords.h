@@ -49,6 +49,24 @@ constexpr bool isRecordSection(Section section) {
            section == Section::QuillGenre;
 }
 
+// Bytes of one record of a record section's family; 0 for other sections.
+constexpr uint32_t recordSizeOf(Section section) {
+    switch (section) {
+        case Section::QuillToc:
+            return kTocRecordSize;
+        case Section::QuillAlbum:
+            return kAlbumRecordSize;
+        case Section::QuillTrack:
+            return kTrackRecordSize;
+        case Section::QuillArtist:
+            return kArtistRecordSize;
+        case Section::QuillGenre:
+            return kGenreRecordSize;
+        default:
+            return 0;
+    }
+}
+
 // TOC record, 20 bytes (file offsets in the record noted per field).
 struct TocRecord {
     uint32_t Id = 0;                 // 0: string offset of the TOC text
