@@ -2,7 +2,6 @@
 // section table, strings, record lookups, album track lists and the one-line
 // renderings. Fixtures are made with the response-database writer and stored
 // at the module's result path.
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -21,6 +20,8 @@
 #include "DbgCapture.h"
 #include "HbFramework/HbFileSys.h"
 #include "HbFramework/HbString.h"
+#include "ProcessStats.h"
+#include "ReaderTestSupport.h"
 #include "moxdb/CatalogueBuilder.h"
 #include "moxdb/DbBytes.h"
 #include "moxdb/DbImageBuilder.h"
@@ -32,66 +33,15 @@ namespace {
 using moxdb::Bytes;
 using moxdb::Section;
 
-const char* const SOURCE = "private/MoxDapDatabase.cpp";
+using moxtest::Msg;
+using moxtest::Msgs;
+using moxtest::take;
+using moxtest::writeResultFile;
 
-// One debug record as the tests compare it: reporting function and text.
-struct Msg {
-    std::string function;
-    std::string text;
-    bool operator==(const Msg& other) const {
-        return function == other.function && text == other.text;
-    }
-};
-
-std::ostream& operator<<(std::ostream& out, const Msg& msg) {
-    return out << msg.function << ": \"" << msg.text << "\"";
-}
-
-using Msgs = std::vector<Msg>;
-
-// Every record captured so far, as (function, text); each must come from the
-// reader's source with tag 1. Clears the capture.
-Msgs take(DbgCapture& capture) {
-    Msgs out;
-    for (const HbDbgRecord& record : capture.records()) {
-        EXPECT_EQ(record.file, SOURCE);
-        EXPECT_EQ(record.tag, 1);
-        out.push_back(Msg{record.function, record.text});
-    }
-    capture.clear();
-    return out;
-}
-
-// Replaces the result file with a new one (a truncated and rewritten file
-// would be flushed on close, which slows the cut and damage loops down).
-void writeResultFile(const Bytes& bytes) {
-    ASSERT_TRUE(HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true));
-    std::remove(MoxResultFile::FULL_PATH.c_str());
-    std::ofstream out(MoxResultFile::FULL_PATH, std::ios::binary | std::ios::trunc);
-    ASSERT_TRUE(out.good());
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
-    out.close();
-    ASSERT_TRUE(out.good());
-}
+const char* const SOURCE = moxtest::kReaderSource;
 
 void removeResultFile() {
     std::remove(MoxResultFile::FULL_PATH.c_str());
-}
-
-// Open descriptors of this process (the directory stream's own included,
-// the same in every count).
-int countOpenFds() {
-    DIR* dir = ::opendir("/proc/self/fd");
-    if (dir == nullptr) {
-        return -1;
-    }
-    int count = 0;
-    while (::readdir(dir) != nullptr) {
-        ++count;
-    }
-    ::closedir(dir);
-    return count;
 }
 
 bool isClosed(const MoxDapDatabase* db) {
@@ -206,14 +156,14 @@ TEST_F(MoxDapDatabaseReaderTest, Init_WhenClosed_DoesNothingAndKeepsStringBase) 
 
 TEST_F(MoxDapDatabaseReaderTest, Init_WhenLoaded_ClosesFileFreesBuffersKeepsStringBase) {
     Catalogue c = makeCatalogue();
-    const int fdsBefore = countOpenFds();
+    const size_t fdsBefore = ProcessStats::openDescriptors();
     storeAndLoad(c.cat.build());
-    EXPECT_EQ(countOpenFds(), fdsBefore + 1);
+    EXPECT_EQ(ProcessStats::openDescriptors(), fdsBefore + 1);
     const unsigned int base = db->mStringBase;
     db->init();
     EXPECT_TRUE(isClosed(db));
     EXPECT_EQ(db->mStringBase, base);
-    EXPECT_EQ(countOpenFds(), fdsBefore);
+    EXPECT_EQ(ProcessStats::openDescriptors(), fdsBefore);
 }
 
 TEST_F(MoxDapDatabaseReaderTest, DelInstance_DoesNothing) {
@@ -227,11 +177,11 @@ TEST_F(MoxDapDatabaseReaderTest, DelInstance_DoesNothing) {
 
 TEST_F(MoxDapDatabaseReaderTest, Destructor_WithOpenFile_ClosesIt) {
     Catalogue c = makeCatalogue();
-    const int fdsBefore = countOpenFds();
+    const size_t fdsBefore = ProcessStats::openDescriptors();
     storeAndLoad(c.cat.build());
-    EXPECT_EQ(countOpenFds(), fdsBefore + 1);
+    EXPECT_EQ(ProcessStats::openDescriptors(), fdsBefore + 1);
     HbSingleton<MoxDapDatabase>::destroy();
-    EXPECT_EQ(countOpenFds(), fdsBefore);
+    EXPECT_EQ(ProcessStats::openDescriptors(), fdsBefore);
     db = MoxDapDatabase::GetInstance();  // a fresh one for TearDown
     EXPECT_TRUE(isClosed(db));
 }
@@ -259,7 +209,7 @@ TEST_F(MoxDapDatabaseReaderTest,
        OpenSearchResultFile_WhenAlreadyOpen_ReplacesStreamWithoutClosingIt) {
     Catalogue c = makeCatalogue();
     writeResultFile(c.cat.build());
-    const int fdsBefore = countOpenFds();
+    const size_t fdsBefore = ProcessStats::openDescriptors();
     ASSERT_TRUE(db->openSearchResultFile());
     FILE* first = db->mpReadFile;
     ASSERT_TRUE(db->openSearchResultFile());
@@ -268,11 +218,11 @@ TEST_F(MoxDapDatabaseReaderTest,
     EXPECT_EQ(take(capture), Msgs{});
     // Both streams are open: the first one was simply forgotten by the reader
     // and keeps the read buffer it was given.
-    EXPECT_EQ(countOpenFds(), fdsBefore + 2);
+    EXPECT_EQ(ProcessStats::openDescriptors(), fdsBefore + 2);
     EXPECT_NE(::fcntl(::fileno(first), F_GETFD), -1);
     std::fclose(first);
     db->init();
-    EXPECT_EQ(countOpenFds(), fdsBefore);
+    EXPECT_EQ(ProcessStats::openDescriptors(), fdsBefore);
 }
 
 TEST_F(MoxDapDatabaseReaderTest, OpenSearchResultFile_BuffersTheWholeFileAndInitReleasesTheBuffer) {
@@ -1669,7 +1619,7 @@ TEST_F(MoxDapDatabaseReaderDamageTest, CutAtEveryLength_FailsCleanlyWhereTheByte
     Catalogue c = makeCatalogue();
     const ReadPlan plan = makePlan(c);
     const Bytes full = c.cat.build();
-    const int fdsBefore = countOpenFds();
+    const size_t fdsBefore = ProcessStats::openDescriptors();
 
     // The whole file: every step but the final missing identifier succeeds.
     const int allSteps =
@@ -1700,7 +1650,7 @@ TEST_F(MoxDapDatabaseReaderDamageTest, CutAtEveryLength_FailsCleanlyWhereTheByte
     // leave every step succeeding, and some fail in the middle of the path.
     EXPECT_EQ(previous, allSteps);
     EXPECT_GT(partial, 0);
-    EXPECT_EQ(countOpenFds(), fdsBefore);
+    EXPECT_EQ(ProcessStats::openDescriptors(), fdsBefore);
 }
 
 TEST_F(MoxDapDatabaseReaderDamageTest, CutInsideHeaderOrTable_ReportsTheReadThatHitTheEnd) {
@@ -1745,7 +1695,7 @@ TEST_F(MoxDapDatabaseReaderDamageTest, EveryDamagedByteOfTheFixedParts_FailsClea
         }
     }
 
-    const int fdsBefore = countOpenFds();
+    const size_t fdsBefore = ProcessStats::openDescriptors();
     int failedPaths = 0;
     for (size_t position : positions) {
         for (uint8_t mask : {uint8_t{0xFF}, uint8_t{0x01}, uint8_t{0x80}}) {
@@ -1765,7 +1715,7 @@ TEST_F(MoxDapDatabaseReaderDamageTest, EveryDamagedByteOfTheFixedParts_FailsClea
     }
     // Damage to the version and to the section words used must show up.
     EXPECT_GT(failedPaths, 50);
-    EXPECT_EQ(countOpenFds(), fdsBefore);
+    EXPECT_EQ(ProcessStats::openDescriptors(), fdsBefore);
 }
 
 }  // namespace

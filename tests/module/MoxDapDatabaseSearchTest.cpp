@@ -4,8 +4,6 @@
 // writer library in the test itself and stored as the module's result file.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -16,11 +14,15 @@
 #include "DbgCapture.h"
 #include "HbFramework/HbFileSys.h"
 #include "MoxDbWriter.h"
+#include "ProcessStats.h"
+#include "ReaderTestSupport.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxResultFile.h"
 
 using HbSMoxDef::AlbumInfo;
 using HbSMoxDef::TrackInfo;
+using moxtest::Msgs;
+using moxtest::take;
 
 namespace {
 
@@ -33,15 +35,6 @@ std::string tocText(int tracks) {
         lbas.push_back(static_cast<uint32_t>(i) * 15000u);
     }
     return moxdb::makeTocText(lbas, static_cast<uint32_t>(tracks) * 15000u + 9000u);
-}
-
-// Every captured message as "function|text", in order.
-std::vector<std::string> messages(const DbgCapture& capture) {
-    std::vector<std::string> out;
-    for (const HbDbgRecord& record : capture.records()) {
-        out.push_back(record.function + "|" + record.text);
-    }
-    return out;
 }
 
 std::vector<std::string> albumIds(const std::list<AlbumInfo>& albums) {
@@ -66,20 +59,6 @@ AlbumInfo callerAlbum() {
     album.AlbumId = "CALLER";
     album.Confidence = 7;
     return album;
-}
-
-// Number of open file descriptors of this process.
-int openDescriptorCount() {
-    int count = 0;
-    DIR* dir = opendir("/proc/self/fd");
-    if (dir == nullptr) {
-        return -1;
-    }
-    while (readdir(dir) != nullptr) {
-        ++count;
-    }
-    closedir(dir);
-    return count;
 }
 
 // Read system calls and bytes of this process so far (/proc/self/io);
@@ -116,13 +95,7 @@ protected:
 
     void store(const moxdb::CatalogueBuilder& cat) { store(cat.build()); }
 
-    void store(const moxdb::Bytes& bytes) {
-        std::ofstream out(MoxResultFile::FULL_PATH, std::ios::binary | std::ios::trunc);
-        ASSERT_TRUE(out.good()) << MoxResultFile::FULL_PATH;
-        out.write(reinterpret_cast<const char*>(bytes.data()),
-                  static_cast<std::streamsize>(bytes.size()));
-        ASSERT_TRUE(out.good());
-    }
+    void store(const moxdb::Bytes& bytes) { moxtest::writeResultFile(bytes); }
 
     // Opens the stored file the way a search does, up to the section table.
     void load() {
@@ -222,11 +195,11 @@ TEST_F(MoxDapDatabaseSearchTest, Destroy_WhileFileOpen_ClosesFile) {
     moxdb::CatalogueBuilder cat;
     addAlbum(cat, "A", 1, 1);
     store(cat);
-    const int before = openDescriptorCount();
+    const size_t before = ProcessStats::openDescriptors();
     load();
-    EXPECT_EQ(openDescriptorCount(), before + 1);
+    EXPECT_EQ(ProcessStats::openDescriptors(), before + 1);
     HbSingleton<MoxDapDatabase>::destroy();
-    EXPECT_EQ(openDescriptorCount(), before);
+    EXPECT_EQ(ProcessStats::openDescriptors(), before);
     db = MoxDapDatabase::GetInstance();  // fresh instance for TearDown
 }
 
@@ -404,8 +377,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_MediumWithoutTracks_FailsAndCloses
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(albumId, 2, &album));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getAlbumInfo|npAlbum->Tracks.size() == 0.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "npAlbum->Tracks.size() == 0.\n"}}));
     EXPECT_EQ(album.AlbumId, "ALB");  // partly filled
     EXPECT_EQ(album.Database, 1);
     expectClosed();
@@ -445,10 +417,9 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_UnreadableLanguage_GivesFiveThenFa
     EXPECT_EQ(album.AlbumLang, 5);
     EXPECT_EQ(album.AlbumId, "ALB");
     EXPECT_EQ(album.MediaNum, 1);
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getString|" + STRING_BUF_MAX_MESSAGE,
-                                        "getQuillAlbumTracksInfo|mpReadFile is NULL.\n",
-                                        "getAlbumInfo|getQuillAlbumTracksInfo return false.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getString", STRING_BUF_MAX_MESSAGE},
+                                   {"getQuillAlbumTracksInfo", "mpReadFile is NULL.\n"},
+                                   {"getAlbumInfo", "getQuillAlbumTracksInfo return false.\n"}}));
     expectClosed();
 }
 
@@ -494,11 +465,10 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_UnreadableGenreText_GivesZeroAndTe
     EXPECT_EQ(album.GenreName, "");  // the reader leaves its output as it was
     EXPECT_EQ(album.GenreID, 0u);
     EXPECT_EQ(album.AlbumLang, 5);
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getString|" + STRING_BUF_MAX_MESSAGE,
-                                        "getString|mpReadFile is NULL.\n",
-                                        "getQuillAlbumTracksInfo|mpReadFile is NULL.\n",
-                                        "getAlbumInfo|getQuillAlbumTracksInfo return false.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getString", STRING_BUF_MAX_MESSAGE},
+                                   {"getString", "mpReadFile is NULL.\n"},
+                                   {"getQuillAlbumTracksInfo", "mpReadFile is NULL.\n"},
+                                   {"getAlbumInfo", "getQuillAlbumTracksInfo return false.\n"}}));
     expectClosed();
 }
 
@@ -533,8 +503,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_ArtistMissingForSixthEntry_FailsWi
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(albumId, 1, &album));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getAlbumInfo|getQuillArtistInfo return false. n=5\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "getQuillArtistInfo return false. n=5\n"}}));
     EXPECT_EQ(trackNames(album), (std::vector<std::string>{"T0", "T1", "T3", "T4"}));
     expectClosed();
 }
@@ -619,8 +588,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_EmptyTrackList_Fails) {
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(albumId, 1, &album));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getAlbumInfo|npAlbum->Tracks.size() == 0.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "npAlbum->Tracks.size() == 0.\n"}}));
     EXPECT_TRUE(album.Tracks.empty());
     expectClosed();
 }
@@ -632,8 +600,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_AlbumMissing_FailsWithoutTouchingA
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(0xBEEF, 1, &album));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getAlbumInfo|getQuillAlbumInfo return false.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "getQuillAlbumInfo return false.\n"}}));
     EXPECT_EQ(album.Database, 0);
     EXPECT_EQ(album.AlbumId, "");
     expectClosed();
@@ -643,7 +610,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_NoFileOpen_ReportsNullFile) {
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(1, 1, &album));
-    EXPECT_EQ(messages(capture), (std::vector<std::string>{"getAlbumInfo|mpReadFile is NULL.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "mpReadFile is NULL.\n"}}));
 }
 
 TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_NoSectionTable_ReportsNullTableAndCloses) {
@@ -654,7 +621,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_NoSectionTable_ReportsNullTableAnd
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(1, 1, &album));
-    EXPECT_EQ(messages(capture), (std::vector<std::string>{"getAlbumInfo|mpDbToc is NULL.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "mpDbToc is NULL.\n"}}));
     expectClosed();
 }
 
@@ -668,8 +635,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_TrackMissing_ReportsItsIndex) {
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(albumId, 1, &album));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getAlbumInfo|getQuillTrackInfo return false. n=1\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "getQuillTrackInfo return false. n=1\n"}}));
     expectClosed();
 }
 
@@ -682,8 +648,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_GenreMissing_ReportsItsIndex) {
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(albumId, 1, &album));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getAlbumInfo|getQuillGenreInfo return false. n=0\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "getQuillGenreInfo return false. n=0\n"}}));
     expectClosed();
 }
 
@@ -695,9 +660,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_TrackTitleUnreadable_ReportsGetStr
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(albumId, 1, &album));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getString|" + STRING_BUF_MAX_MESSAGE,
-                                        "getAlbumInfo|getString return false. n=1\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getString", STRING_BUF_MAX_MESSAGE},
+                                   {"getAlbumInfo", "getString return false. n=1\n"}}));
     expectClosed();
 }
 
@@ -709,9 +673,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_ArtistNameUnreadable_ReportsGetStr
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(albumId, 1, &album));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getString|" + STRING_BUF_MAX_MESSAGE,
-                                        "getAlbumInfo|getString return false. n=0\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getString", STRING_BUF_MAX_MESSAGE},
+                                   {"getAlbumInfo", "getString return false. n=0\n"}}));
 }
 
 TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_GenreCodeUnreadable_ReportsGetStringWithIndex) {
@@ -726,9 +689,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_GenreCodeUnreadable_ReportsGetStri
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(albumId, 1, &album));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getString|" + STRING_BUF_MAX_MESSAGE,
-                                        "getAlbumInfo|getString return false. n=0\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getString", STRING_BUF_MAX_MESSAGE},
+                                   {"getAlbumInfo", "getString return false. n=0\n"}}));
 }
 
 TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_TrackListPastEndOfFile_ReportsTrackListFailure) {
@@ -739,10 +701,9 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_TrackListPastEndOfFile_ReportsTrac
     DbgCapture capture;
     AlbumInfo album;
     EXPECT_FALSE(db->getAlbumInfo(albumId, 1, &album));
-    EXPECT_EQ(
-        messages(capture),
-        (std::vector<std::string>{"dapFread|eof error.\n", "getQuillAlbumTracksInfo|read error.\n",
-                                  "getAlbumInfo|getQuillAlbumTracksInfo return false.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"dapFread", "eof error.\n"},
+                                   {"getQuillAlbumTracksInfo", "read error.\n"},
+                                   {"getAlbumInfo", "getQuillAlbumTracksInfo return false.\n"}}));
 }
 
 // ---------------------------------------------------------------------------
@@ -824,8 +785,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetQuillTocList_CountBeyondRecords_FailsKeeping
     DbgCapture capture;
     std::vector<QuillTocRec> list;
     EXPECT_FALSE(db->getQuillTocList("AAAAAA", &list));
-    EXPECT_EQ(messages(capture), (std::vector<std::string>{"dapFread|eof error.\n",
-                                                           "getQuillTocList|read error i=2.\n"}));
+    EXPECT_EQ(take(capture),
+              (Msgs{{"dapFread", "eof error.\n"}, {"getQuillTocList", "read error i=2.\n"}}));
     EXPECT_EQ(list.size(), 2u);
     expectClosed();
 }
@@ -841,9 +802,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetQuillTocList_TocTextUnreadable_ReportsGetStr
     DbgCapture capture;
     std::vector<QuillTocRec> list;
     EXPECT_FALSE(db->getQuillTocList("AAAAAA", &list));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getString|" + STRING_BUF_MAX_MESSAGE,
-                                        "getQuillTocList|get string error i=1.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getString", STRING_BUF_MAX_MESSAGE},
+                                   {"getQuillTocList", "get string error i=1.\n"}}));
     expectClosed();
 }
 
@@ -855,8 +815,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetQuillTocList_SectionHeadPastEnd_ReportsReadE
     DbgCapture capture;
     std::vector<QuillTocRec> list;
     EXPECT_FALSE(db->getQuillTocList("AAAAAA", &list));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"dapFread|eof error.\n", "getQuillTocList|read error.\n"}));
+    EXPECT_EQ(take(capture),
+              (Msgs{{"dapFread", "eof error.\n"}, {"getQuillTocList", "read error.\n"}}));
     expectClosed();
 }
 
@@ -864,8 +824,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetQuillTocList_NoFileOpen_ReportsNullFile) {
     DbgCapture capture;
     std::vector<QuillTocRec> list;
     EXPECT_FALSE(db->getQuillTocList("AAAAAA", &list));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getQuillTocList|mpReadFile is NULL.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getQuillTocList", "mpReadFile is NULL.\n"}}));
 }
 
 TEST_F(MoxDapDatabaseSearchTest, GetQuillTocList_NoSectionTable_ReportsNullTable) {
@@ -876,7 +835,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetQuillTocList_NoSectionTable_ReportsNullTable
     DbgCapture capture;
     std::vector<QuillTocRec> list;
     EXPECT_FALSE(db->getQuillTocList("AAAAAA", &list));
-    EXPECT_EQ(messages(capture), (std::vector<std::string>{"getQuillTocList|mpDbToc is NULL.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getQuillTocList", "mpDbToc is NULL.\n"}}));
     expectClosed();
 }
 
@@ -1101,9 +1060,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ThirdAlbumFails_KeepsFirstTwoUn
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
     EXPECT_FALSE(db->getSearchResult(toc, &albums));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getAlbumInfo|npAlbum->Tracks.size() == 0.\n",
-                                        "getSearchResult|getAlbumInfo error i=2.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "npAlbum->Tracks.size() == 0.\n"},
+                                   {"getSearchResult", "getAlbumInfo error i=2.\n"}}));
     EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"FIRST", "SECOND"}));
     EXPECT_EQ(albums.back().Tracks.size(), 2u);
     expectClosed();
@@ -1118,9 +1076,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_MatchedAlbumMissing_FailsAtFirs
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
     EXPECT_FALSE(db->getSearchResult(toc, &albums));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"getAlbumInfo|getQuillAlbumInfo return false.\n",
-                                        "getSearchResult|getAlbumInfo error i=0.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "getQuillAlbumInfo return false.\n"},
+                                   {"getSearchResult", "getAlbumInfo error i=0.\n"}}));
     EXPECT_TRUE(albums.empty());  // emptied before the first album was assembled
 }
 
@@ -1128,9 +1085,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_NoFile_FailsLeavingCallerList) 
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
     EXPECT_FALSE(db->getSearchResult(tocText(1), &albums));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"openSearchResultFile|search result file open error.\n",
-                                        "getSearchResult|openSearchResultFile error.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"openSearchResultFile", "search result file open error.\n"},
+                                   {"getSearchResult", "openSearchResultFile error.\n"}}));
     EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
     expectClosed();
 }
@@ -1140,9 +1096,9 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ShortHeader_FailsLeavingCallerL
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
     EXPECT_FALSE(db->getSearchResult(tocText(1), &albums));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"dapFread|eof error.\n", "getDbHeader|read error.\n",
-                                        "getSearchResult|getDbHeader error.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"dapFread", "eof error.\n"},
+                                   {"getDbHeader", "read error.\n"},
+                                   {"getSearchResult", "getDbHeader error.\n"}}));
     EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
     expectClosed();
 }
@@ -1156,9 +1112,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_UnknownVersion_FailsLeavingCall
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
     EXPECT_FALSE(db->getSearchResult(toc, &albums));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"judgeDapDbVer|unknown version.\n",
-                                        "getSearchResult|judgeDapDbVer error.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"judgeDapDbVer", "unknown version.\n"},
+                                   {"getSearchResult", "judgeDapDbVer error.\n"}}));
     EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
     expectClosed();
 }
@@ -1173,9 +1128,9 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ShortSectionTable_FailsLeavingC
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
     EXPECT_FALSE(db->getSearchResult(toc, &albums));
-    EXPECT_EQ(messages(capture),
-              (std::vector<std::string>{"dapFread|eof error.\n", "getDbToc|read error.\n",
-                                        "getSearchResult|getDbToc error.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"dapFread", "eof error.\n"},
+                                   {"getDbToc", "read error.\n"},
+                                   {"getSearchResult", "getDbToc error.\n"}}));
     EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
     expectClosed();
 }
@@ -1190,9 +1145,9 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_TocListFails_FailsLeavingCaller
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
     EXPECT_FALSE(db->getSearchResult(toc, &albums));
-    EXPECT_EQ(messages(capture), (std::vector<std::string>{
-                                     "dapFread|eof error.\n", "getQuillTocList|read error i=1.\n",
-                                     "getSearchResult|getQuillTocList error.\n"}));
+    EXPECT_EQ(take(capture), (Msgs{{"dapFread", "eof error.\n"},
+                                   {"getQuillTocList", "read error i=1.\n"},
+                                   {"getSearchResult", "getQuillTocList error.\n"}}));
     EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
     expectClosed();
 }
