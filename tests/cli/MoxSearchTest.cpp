@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "CliRun.h"
 #include "MoxDbWriter.h"
 #include "TestDir.h"
 #include "private/MoxLimits.h"
@@ -27,27 +28,7 @@ using nlohmann::json;
 
 namespace {
 
-struct RunResult {
-    int status = -1;  // exit status, -1 when the program did not exit normally
-    std::string out;
-    std::string err;
-};
-
-std::string shellQuote(const std::string& text) {
-    std::string out = "'";
-    for (char c : text) {
-        if (c == '\'') {
-            out += "'\\''";
-        } else {
-            out += c;
-        }
-    }
-    return out + "'";
-}
-
-std::string asText(const std::vector<unsigned char>& bytes) {
-    return std::string(bytes.begin(), bytes.end());
-}
+using RunResult = CliResult;
 
 // TOC text of the tools with `tracks` tracks: 6 * (tracks + 1) bytes.
 std::string tocText(int tracks) {
@@ -60,27 +41,11 @@ std::string tocText(int tracks) {
 
 class MoxSearchTest : public ::testing::Test {
 protected:
-    MoxSearchTest() : dir("MoxSearchTest") {}
+    // The module's debug output goes to stderr in every run.
+    MoxSearchTest() : dir("MoxSearchTest") { ::setenv("HB_DBG_OUTPUT", "stderr", 1); }
 
-    // Runs the mox binary with `args`; the debug output goes to stderr.
-    // `shellSetup` runs in the shell first (limits, traps).
-    RunResult run(const std::vector<std::string>& args, const std::string& shellSetup = "") {
-        const std::string outPath = dir.file("stdout");
-        const std::string errPath = dir.file("stderr");
-        std::string command = shellSetup + "HB_DBG_OUTPUT=stderr " + shellQuote(MOX_CLI_PATH);
-        for (const std::string& arg : args) {
-            command += " " + shellQuote(arg);
-        }
-        command += " >" + shellQuote(outPath) + " 2>" + shellQuote(errPath);
-        RunResult result;
-        const int raw = std::system(command.c_str());
-        if (raw != -1 && WIFEXITED(raw)) {
-            result.status = WEXITSTATUS(raw);
-        }
-        result.out = asText(TestDir::readFile(outPath));
-        result.err = asText(TestDir::readFile(errPath));
-        return result;
-    }
+    // Runs the mox binary with `args`.
+    RunResult run(const std::vector<std::string>& args) { return runCli(MOX_CLI_PATH, args, dir); }
 
     // Writes `cat` to a file of the scratch directory and returns its path.
     std::string write(const moxdb::CatalogueBuilder& cat) {
@@ -501,11 +466,13 @@ TEST_F(MoxSearchTest, ResultDirectoryCannotBeCreated_SaysTheSystemsReason) {
               "mox search: cannot create " + MoxResultFile::DIRECTORY + ": Not a directory\n");
 }
 
-// The file-size limit of the shell (SIGXFSZ ignored) makes the copy fail.
+// A file-size limit set by a shell (SIGXFSZ ignored) makes the copy fail.
 TEST_F(MoxSearchTest, ResultFileWriteFails_SaysTheSystemsReason) {
     const std::string file = write(moxdb::CatalogueBuilder::makeSample());
-    const RunResult result =
-        run({"search", file, "--toc", "X", "--json"}, "trap '' XFSZ; ulimit -f 1; ");
+    const RunResult result = runCli("/bin/sh",
+                                    {"-c", "trap '' XFSZ; ulimit -f 1; exec \"$0\" \"$@\"",
+                                     MOX_CLI_PATH, "search", file, "--toc", "X", "--json"},
+                                    dir);
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err,
@@ -591,7 +558,7 @@ TEST_F(MoxSearchTest, SecondRunWhileDirectoryLocked_WaitsSaysSoOnceThenSearches)
     ASSERT_TRUE(WIFEXITED(wstatus));
     EXPECT_EQ(WEXITSTATUS(wstatus), 0);
     EXPECT_EQ(err, notice);  // said once
-    const json out = json::parse(asText(TestDir::readFile(outPath)));
+    const json out = json::parse(TestDir::readFile(outPath));
     EXPECT_EQ(out.at("ok"), true);
     EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
     EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH), TestDir::readFile(file));
