@@ -78,14 +78,6 @@ struct Shared {
 };
 Shared* shared = nullptr;
 
-std::string tocText(int tracks) {
-    std::vector<uint32_t> lbas;
-    for (int i = 0; i < tracks; ++i) {
-        lbas.push_back(static_cast<uint32_t>(i) * 15000u);
-    }
-    return moxdb::makeTocText(lbas, static_cast<uint32_t>(tracks) * 15000u + 9000u);
-}
-
 moxdb::Bytes paddedDatabase(const std::string& toc, size_t padding) {
     moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeUniform(toc, kAlbums, kTracks);
     cat.text(std::string(padding, 'x'));
@@ -350,7 +342,7 @@ int main(int argc, char** argv) {
     }
     Shared state;
     shared = &state;
-    state.toc = tocText(kTracks);
+    state.toc = moxdb::makeTocTextOfTracks(kTracks);
     state.small.reset(new BareAnswers(databaseOfSize(state.toc, kSmallDatabase), kChunkSize));
     state.large.reset(new BareAnswers(databaseOfSize(state.toc, kLargeDatabase), kChunkSize));
     if (state.small->database().size() != kSmallDatabase ||

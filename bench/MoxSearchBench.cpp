@@ -25,15 +25,6 @@
 
 namespace {
 
-// TOC text of the tools with `tracks` tracks: 6 * (tracks + 1) bytes.
-std::string tocText(int tracks) {
-    std::vector<uint32_t> lbas;
-    for (int i = 0; i < tracks; ++i) {
-        lbas.push_back(static_cast<uint32_t>(i) * 15000u);
-    }
-    return moxdb::makeTocText(lbas, static_cast<uint32_t>(tracks) * 15000u + 9000u);
-}
-
 // Read counters of this process ("syscr" and "rchar" of /proc/self/io); both
 // 0 when the file cannot be read.
 struct ReadCounters {
@@ -59,7 +50,7 @@ ReadCounters readCounters() {
 void BM_GetSearchResult(benchmark::State& state) {
     const int albums = static_cast<int>(state.range(0));
     const int tracks = static_cast<int>(state.range(1));
-    const std::string toc = tocText(tracks);
+    const std::string toc = moxdb::makeTocTextOfTracks(tracks);
     const moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeUniform(toc, albums, tracks);
     HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true);
     std::string error;

@@ -13,15 +13,6 @@
 
 namespace {
 
-// TOC text of the tools with `tracks` tracks: 6 * (tracks + 1) bytes.
-std::string tocText(int tracks) {
-    std::vector<uint32_t> lbas;
-    for (int i = 0; i < tracks; ++i) {
-        lbas.push_back(static_cast<uint32_t>(i) * 15000u);
-    }
-    return moxdb::makeTocText(lbas, static_cast<uint32_t>(tracks) * 15000u + 9000u);
-}
-
 bool writeSeed(const std::string& directory, const std::string& name, const std::string& toc,
                const moxdb::Bytes& database) {
     if (toc.size() > 255) {
@@ -84,7 +75,7 @@ int main(int argc, char** argv) {
         ok &= writeSeed(dir, "sample-" + std::to_string(n++), listing.tocText, sample.build());
     }
 
-    const std::string toc3 = tocText(3);
+    const std::string toc3 = moxdb::makeTocTextOfTracks(3);
     ok &= writeSeed(dir, "ordered", toc3, albumsFor(toc3, {40, 90, -1, 90, 0}, 3).build());
     ok &= writeSeed(dir, "short-toc", "00009", albumsFor("00009", {1, 2}, 1).build());
     ok &= writeSeed(dir, "empty-toc", "", albumsFor("", {1}, 1).build());

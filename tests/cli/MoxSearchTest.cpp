@@ -30,15 +30,6 @@ namespace {
 
 using RunResult = CliResult;
 
-// TOC text of the tools with `tracks` tracks: 6 * (tracks + 1) bytes.
-std::string tocText(int tracks) {
-    std::vector<uint32_t> lbas;
-    for (int i = 0; i < tracks; ++i) {
-        lbas.push_back(static_cast<uint32_t>(i) * 15000u);
-    }
-    return moxdb::makeTocText(lbas, static_cast<uint32_t>(tracks) * 15000u + 9000u);
-}
-
 class MoxSearchTest : public ::testing::Test {
 protected:
     // The module's debug output goes to stderr in every run.
@@ -174,7 +165,7 @@ TEST_F(MoxSearchTest, Json_JapaneseAlbum_TextsAndNumbersTyped) {
 
 TEST_F(MoxSearchTest, Json_ConfidenceOrder_BestFirstEqualsInDatabaseOrderSigned) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "MINUS1", -1, 1), 1);
     cat.addToc(toc, addAlbum(cat, "ZERO-A", 0, 1), 1);
     cat.addToc(toc, addAlbum(cat, "ZERO-B", 0, 1), 1);
@@ -190,7 +181,7 @@ TEST_F(MoxSearchTest, Json_ConfidenceOrder_BestFirstEqualsInDatabaseOrderSigned)
 
 TEST_F(MoxSearchTest, Json_UnknownVersion_OkFalseWithBothMessages) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
     cat.image().setVersion(0x0F000000);
     const json out = runJson(write(cat), toc, 1);
@@ -202,7 +193,7 @@ TEST_F(MoxSearchTest, Json_UnknownVersion_OkFalseWithBothMessages) {
 
 TEST_F(MoxSearchTest, Json_CutSectionTable_ReportsEachLevel) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
     moxdb::Bytes bytes = cat.build();
     ASSERT_TRUE(moxdb::cutTo(bytes, 100));
@@ -214,7 +205,7 @@ TEST_F(MoxSearchTest, Json_CutSectionTable_ReportsEachLevel) {
 
 TEST_F(MoxSearchTest, Json_ThirdAlbumFails_AlbumsAsTheSearchLeftThem) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(3);
+    const std::string toc = moxdb::makeTocTextOfTracks(3);
     cat.addToc(toc, addAlbum(cat, "FIRST", 10, 3), 1);
     cat.addToc(toc, addAlbum(cat, "SECOND", 90, 2), 1);
     cat.addToc(toc, addAlbum(cat, "THIRD", 50, 3), 2);  // nothing on medium 2
@@ -238,7 +229,7 @@ TEST_F(MoxSearchTest, Json_ArtistMissingForSixthEntry_LogsN5) {
         draft.trackIds.push_back(cat.addTrack({"T" + std::to_string(i), artist, rock, 1}));
     }
     draft.trackIds.push_back(cat.addTrack({"T5", 4242, rock, 1}));
-    const std::string toc = tocText(6);
+    const std::string toc = moxdb::makeTocTextOfTracks(6);
     cat.addToc(toc, cat.addAlbum(draft), 1);
     const json out = runJson(write(cat), toc, 1);
     EXPECT_EQ(out.at("albums"), json::array());
@@ -255,7 +246,7 @@ TEST_F(MoxSearchTest, Json_EmptyToc_SucceedsWithNoAlbum) {
 
 TEST_F(MoxSearchTest, Json_LoneSurrogateInTitle_StillValidJson) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     const uint32_t albumId = addAlbum(cat, "A", 1, 1);
     cat.image().album(0).Title = cat.image().addStringUnits(std::u16string{u'A', 0xD800, u'B'});
     cat.addToc(toc, albumId, 1);
@@ -298,7 +289,7 @@ TEST_F(MoxSearchTest, Records_SampleFirstAlbum_ExactTextForm) {
 
 TEST_F(MoxSearchTest, Records_ElevenTracks_HexCountAndIndexOneLinePerAlbum) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(11);
+    const std::string toc = moxdb::makeTocTextOfTracks(11);
     cat.addToc(toc, addAlbum(cat, "LOW", 5, 11), 1);
     cat.addToc(toc, addAlbum(cat, "HIGH", 6, 11), 1);
     const RunResult result = run({"search", write(cat), "--toc", toc, "--records"});
@@ -319,7 +310,7 @@ TEST_F(MoxSearchTest, Records_ElevenTracks_HexCountAndIndexOneLinePerAlbum) {
 
 TEST_F(MoxSearchTest, Records_AfterFailure_PrintsTheAlbumsLeftAndExitsOne) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "FIRST", 10, 1), 1);
     cat.addToc(toc, 0xABCDEF, 1);  // no such album
     const RunResult result = run({"search", write(cat), "--toc", toc, "--records"});
@@ -344,7 +335,7 @@ TEST_F(MoxSearchTest, Table_Found_ListsAlbumAndTracks) {
 
 TEST_F(MoxSearchTest, Table_Failure_DebugMessagesStayOffStdout) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
     cat.image().setVersion(0x02000000);
     const RunResult result = run({"search", write(cat), "--toc", toc});
@@ -384,7 +375,7 @@ TEST_F(MoxSearchTest, BadUsage_ExitsTwo) {
 // control codes: the table writes them as \xNN and "\\".
 TEST_F(MoxSearchTest, Table_ControlCharactersInStrings_AreEscaped) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     const uint32_t rock = cat.addGenre("ROCK");
     const uint32_t artist = cat.addArtist("Bell\a");
     moxdb::AlbumFields draft;
@@ -410,7 +401,7 @@ TEST_F(MoxSearchTest, Table_ControlCharactersInStrings_AreEscaped) {
 // --records is the module's own text form and stays byte for byte.
 TEST_F(MoxSearchTest, Records_ControlCharactersInStrings_StayRaw) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     const uint32_t albumId = addAlbum(cat, "RAW", 1, 1);
     cat.image().album(0).Title = cat.text("A\x1b[31mB\aC");
     cat.addToc(toc, albumId, 1);

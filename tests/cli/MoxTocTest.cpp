@@ -22,19 +22,6 @@ namespace {
 
 using Format = DiscImageFiles::AudioFormat;
 
-ImageTrack audio(uint32_t sectors, uint32_t pregap = 0) {
-    ImageTrack track;
-    track.sectors = sectors;
-    track.pregap = pregap;
-    return track;
-}
-
-ImageTrack data(uint32_t sectors) {
-    ImageTrack track = audio(sectors);
-    track.audio = false;
-    return track;
-}
-
 class MoxTocTest : public ::testing::Test {
 protected:
     MoxTocTest() : dir("MoxTocTest") {}

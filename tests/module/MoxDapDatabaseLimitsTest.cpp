@@ -25,6 +25,7 @@
 #include "DbgCapture.h"
 #include "HbFramework/HbFileSys.h"
 #include "MoxDbWriter.h"
+#include "ReaderTestSupport.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxLimits.h"
 #include "private/MoxResultFile.h"
@@ -157,15 +158,6 @@ size_t trackCount(const std::list<AlbumInfo>& albums) {
     return count;
 }
 
-// TOC text of the tools with `tracks` tracks: 6 * (tracks + 1) bytes.
-std::string tocText(int tracks) {
-    std::vector<uint32_t> lbas;
-    for (int i = 0; i < tracks; ++i) {
-        lbas.push_back(static_cast<uint32_t>(i) * 15000u);
-    }
-    return moxdb::makeTocText(lbas, static_cast<uint32_t>(tracks) * 15000u + 9000u);
-}
-
 // What one search did: its result, messages, peak memory and time.
 struct SearchRun {
     bool found = false;
@@ -192,11 +184,7 @@ protected:
     // search, so that the search's peak memory is its own.
     void store(const moxdb::CatalogueBuilder& cat) {
         const moxdb::Bytes bytes = cat.build();
-        std::ofstream out(MoxResultFile::FULL_PATH, std::ios::binary | std::ios::trunc);
-        ASSERT_TRUE(out.good()) << MoxResultFile::FULL_PATH;
-        out.write(reinterpret_cast<const char*>(bytes.data()),
-                  static_cast<std::streamsize>(bytes.size()));
-        ASSERT_TRUE(out.good());
+        moxtest::writeResultFile(bytes);
         storedBytes = bytes.size();
     }
 
@@ -362,7 +350,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_LongestTextsEverywhere_PeakUnde
 // The largest case of the search benchmark: 64 candidates of 40 tracks,
 // 2560 tracks in all, about 3.4 million reads.
 TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_SixtyFourAlbumsOfFortyTracks_StaysWithinLimits) {
-    const std::string toc = tocText(40);
+    const std::string toc = moxdb::makeTocTextOfTracks(40);
     store(moxdb::CatalogueBuilder::makeUniform(toc, 64, 40));
     const SearchRun run = search(toc);
     EXPECT_TRUE(run.found);
@@ -378,7 +366,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_ExactlyTheTrackLimit_Succeeds) 
     const uint32_t rock = cat.addGenre("ROCK");
     const uint32_t artist = cat.addArtist("A");
     const uint32_t track = cat.addTrack({"T", artist, rock, 1});
-    const std::string toc = tocText(2);
+    const std::string toc = moxdb::makeTocTextOfTracks(2);
     const uint32_t big =
         cat.addAlbum({"BIG", "Big", "ROCK", "en", 1, 1,
                       std::vector<uint32_t>(MoxLimits::SEARCH_TRACK_MAX - 2u, track)});
@@ -400,7 +388,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_OneTrackPastTheLimit_FailsInThe
     const uint32_t rock = cat.addGenre("ROCK");
     const uint32_t artist = cat.addArtist("A");
     const uint32_t track = cat.addTrack({"T", artist, rock, 1});
-    const std::string toc = tocText(3);
+    const std::string toc = moxdb::makeTocTextOfTracks(3);
     const uint32_t big =
         cat.addAlbum({"BIG", "Big", "ROCK", "en", 1, 1,
                       std::vector<uint32_t>(MoxLimits::SEARCH_TRACK_MAX - 2u, track)});
@@ -423,7 +411,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_OneTrackPastTheLimit_FailsInThe
 TEST_F(MoxDapDatabaseLimitsTest, GetSearchResult_AfterWorkLimit_NextSearchSucceeds) {
     store(moxdb::HostileAnswers::otherMediumTrackList(1000));
     ASSERT_FALSE(search(moxdb::HostileAnswers::TOC).found);
-    const std::string toc = tocText(3);
+    const std::string toc = moxdb::makeTocTextOfTracks(3);
     store(moxdb::CatalogueBuilder::makeUniform(toc, 2, 3));
     const SearchRun run = search(toc);
     EXPECT_TRUE(run.found);

@@ -28,15 +28,6 @@ namespace {
 
 const std::string STRING_BUF_MAX_MESSAGE = "lStrSize(1024) >= STRING_BUF_MAX(1024) . 0.\n";
 
-// TOC text of the tools with `tracks` tracks: 6 * (tracks + 1) bytes.
-std::string tocText(int tracks) {
-    std::vector<uint32_t> lbas;
-    for (int i = 0; i < tracks; ++i) {
-        lbas.push_back(static_cast<uint32_t>(i) * 15000u);
-    }
-    return moxdb::makeTocText(lbas, static_cast<uint32_t>(tracks) * 15000u + 9000u);
-}
-
 std::vector<std::string> albumIds(const std::list<AlbumInfo>& albums) {
     std::vector<std::string> out;
     for (const AlbumInfo& album : albums) {
@@ -711,9 +702,9 @@ TEST_F(MoxDapDatabaseSearchTest, GetAlbumInfo_TrackListPastEndOfFile_ReportsTrac
 
 TEST_F(MoxDapDatabaseSearchTest, GetQuillTocList_EqualTexts_KeptInSectionOrderWithDuplicates) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(3);
+    const std::string toc = moxdb::makeTocTextOfTracks(3);
     cat.addToc(toc, 11, 1);
-    cat.addToc(tocText(4), 12, 1);
+    cat.addToc(moxdb::makeTocTextOfTracks(4), 12, 1);
     cat.addToc(toc, 13, 2);
     cat.addToc(toc, 11, 1);
     storeAndLoad(cat);
@@ -898,11 +889,11 @@ TEST_F(MoxDapDatabaseSearchTest, DeleteAlbumListByTrackCount_UnderSixBytes_Empti
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_NoMatchingToc_SucceedsWithEmptyList) {
     moxdb::CatalogueBuilder cat;
-    cat.addToc(tocText(2), addAlbum(cat, "A", 50, 2), 1);
+    cat.addToc(moxdb::makeTocTextOfTracks(2), addAlbum(cat, "A", 50, 2), 1);
     store(cat);
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
-    EXPECT_TRUE(db->getSearchResult(tocText(3), &albums));
+    EXPECT_TRUE(db->getSearchResult(moxdb::makeTocTextOfTracks(3), &albums));
     EXPECT_TRUE(albums.empty());
     EXPECT_TRUE(capture.records().empty());
     expectClosed();
@@ -910,12 +901,12 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_NoMatchingToc_SucceedsWithEmpty
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_TocRecordCountZero_SucceedsWithEmptyList) {
     moxdb::CatalogueBuilder cat;
-    cat.addToc(tocText(2), addAlbum(cat, "A", 50, 2), 1);
+    cat.addToc(moxdb::makeTocTextOfTracks(2), addAlbum(cat, "A", 50, 2), 1);
     cat.image().setRecordCount(moxdb::Section::QuillToc, 0);
     store(cat);
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
-    EXPECT_TRUE(db->getSearchResult(tocText(2), &albums));
+    EXPECT_TRUE(db->getSearchResult(moxdb::makeTocTextOfTracks(2), &albums));
     EXPECT_TRUE(albums.empty());
     EXPECT_TRUE(capture.records().empty());
     expectClosed();
@@ -923,7 +914,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_TocRecordCountZero_SucceedsWith
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_Confidence40And90_BestFirst) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(2);
+    const std::string toc = moxdb::makeTocTextOfTracks(2);
     cat.addToc(toc, addAlbum(cat, "C40", 40, 2), 1);
     cat.addToc(toc, addAlbum(cat, "C90", 90, 2), 1);
     store(cat);
@@ -939,7 +930,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_Confidence40And90_BestFirst) {
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_EqualConfidences_KeepDatabaseOrder) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "A50", 50, 1), 1);
     cat.addToc(toc, addAlbum(cat, "B70", 70, 1), 1);
     cat.addToc(toc, addAlbum(cat, "C50", 50, 1), 1);
@@ -953,7 +944,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_EqualConfidences_KeepDatabaseOr
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_NegativeConfidences_SortAsSigned) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "MINUS1", -1, 1), 1);
     cat.addToc(toc, addAlbum(cat, "ZERO", 0, 1), 1);
     cat.addToc(toc, addAlbum(cat, "LOWEST", INT32_MIN, 1), 1);
@@ -967,7 +958,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_NegativeConfidences_SortAsSigne
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_Toc66Bytes_KeepsOnlyTenTrackAlbums) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(10);
+    const std::string toc = moxdb::makeTocTextOfTracks(10);
     ASSERT_EQ(toc.size(), 66u);
     cat.addToc(toc, addAlbum(cat, "N9", 90, 9), 1);
     cat.addToc(toc, addAlbum(cat, "N10a", 80, 10), 1);
@@ -983,7 +974,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_Toc66Bytes_KeepsOnlyTenTrackAlb
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_Toc70Bytes_AlsoExpectsTenTracks) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(10) + "ABCD";
+    const std::string toc = moxdb::makeTocTextOfTracks(10) + "ABCD";
     ASSERT_EQ(toc.size(), 70u);
     cat.addToc(toc, addAlbum(cat, "N9", 90, 9), 1);
     cat.addToc(toc, addAlbum(cat, "N10", 80, 10), 1);
@@ -1030,7 +1021,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_SameAlbumOnTwoMedia_TwoAlbumsWi
         draft.trackIds.push_back(cat.addTrack({title, artist, jazz, 2}));
     }
     const uint32_t albumId = cat.addAlbum(draft);
-    const std::string toc = tocText(3);
+    const std::string toc = moxdb::makeTocTextOfTracks(3);
     cat.addToc(toc, albumId, 1);
     cat.addToc(toc, albumId, 2);
     store(cat);
@@ -1051,7 +1042,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_SameAlbumOnTwoMedia_TwoAlbumsWi
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ThirdAlbumFails_KeepsFirstTwoUnsortedUnfiltered) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(3);
+    const std::string toc = moxdb::makeTocTextOfTracks(3);
     cat.addToc(toc, addAlbum(cat, "FIRST", 10, 3), 1);
     cat.addToc(toc, addAlbum(cat, "SECOND", 90, 2), 1);  // would be sorted first, then filtered
     cat.addToc(toc, addAlbum(cat, "THIRD", 50, 3), 2);   // nothing on medium 2
@@ -1069,7 +1060,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ThirdAlbumFails_KeepsFirstTwoUn
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_MatchedAlbumMissing_FailsAtFirstAlbum) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     addAlbum(cat, "A", 1, 1);
     cat.addToc(toc, 0xABCDEF, 1);
     store(cat);
@@ -1084,7 +1075,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_MatchedAlbumMissing_FailsAtFirs
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_NoFile_FailsLeavingCallerList) {
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
-    EXPECT_FALSE(db->getSearchResult(tocText(1), &albums));
+    EXPECT_FALSE(db->getSearchResult(moxdb::makeTocTextOfTracks(1), &albums));
     EXPECT_EQ(take(capture), (Msgs{{"openSearchResultFile", "search result file open error.\n"},
                                    {"getSearchResult", "openSearchResultFile error.\n"}}));
     EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
@@ -1095,7 +1086,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ShortHeader_FailsLeavingCallerL
     store(moxdb::Bytes(10, 0));
     std::list<AlbumInfo> albums{callerAlbum()};
     DbgCapture capture;
-    EXPECT_FALSE(db->getSearchResult(tocText(1), &albums));
+    EXPECT_FALSE(db->getSearchResult(moxdb::makeTocTextOfTracks(1), &albums));
     EXPECT_EQ(take(capture), (Msgs{{"dapFread", "eof error.\n"},
                                    {"getDbHeader", "read error.\n"},
                                    {"getSearchResult", "getDbHeader error.\n"}}));
@@ -1105,7 +1096,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ShortHeader_FailsLeavingCallerL
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_UnknownVersion_FailsLeavingCallerList) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
     cat.image().setVersion(0x02000000);
     store(cat);
@@ -1120,7 +1111,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_UnknownVersion_FailsLeavingCall
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ShortSectionTable_FailsLeavingCallerList) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
     moxdb::Bytes bytes = cat.build();
     ASSERT_TRUE(moxdb::cutTo(bytes, 100));
@@ -1137,7 +1128,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ShortSectionTable_FailsLeavingC
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_TocListFails_FailsLeavingCallerList) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
     cat.image().setRecordCount(moxdb::Section::QuillToc, 2);
     cat.image().placeLast(moxdb::Section::QuillToc);
@@ -1154,8 +1145,8 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_TocListFails_FailsLeavingCaller
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_TocRecordSize32_FindsRecordsAtThatStride) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(2);
-    cat.addToc(tocText(5), addAlbum(cat, "OTHER", 99, 5), 1);
+    const std::string toc = moxdb::makeTocTextOfTracks(2);
+    cat.addToc(moxdb::makeTocTextOfTracks(5), addAlbum(cat, "OTHER", 99, 5), 1);
     cat.addToc(toc, addAlbum(cat, "LOW", 20, 2), 1);
     cat.addToc(toc, addAlbum(cat, "HIGH", 30, 2), 1);
     cat.image().setRecordSize(moxdb::Section::QuillToc, 32);
@@ -1197,7 +1188,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_SampleJapaneseAlbum_EveryFieldA
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ReadsTheFileFromTheKernelAboutOnce) {
     // 16 albums of 12 tracks: far larger than one default stream buffer, and
     // the lookups seek back and forth over all of it.
-    const std::string toc = tocText(12);
+    const std::string toc = moxdb::makeTocTextOfTracks(12);
     const moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeUniform(toc, 16, 12);
     const moxdb::Bytes bytes = cat.build();
     ASSERT_GT(bytes.size(), 16384u);
@@ -1219,7 +1210,7 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ReadsTheFileFromTheKernelAboutO
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_AfterFailedSearch_NextSearchReopensFile) {
     moxdb::CatalogueBuilder cat;
-    const std::string toc = tocText(1);
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
     cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
     cat.image().setVersion(0x10000001);
     store(cat);

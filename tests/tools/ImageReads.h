@@ -14,24 +14,23 @@
 
 using moxdb::Bytes;
 
-inline uint32_t le32(const Bytes& b, size_t at) {
+// The `width` bytes at `at`, through the tools' reader; none (and a failed
+// test) when they lie outside the image.
+inline Bytes bytesAt(const Bytes& b, size_t at, size_t width) {
     Bytes bytes;
     moxdb::ImageFault fault;
-    if (!moxdb::DbImageReader(b).read("u32", at, 4, &bytes, &fault)) {
+    if (!moxdb::DbImageReader(b).read("value", at, width, &bytes, &fault)) {
         ADD_FAILURE() << fault.line();
-        return 0;
     }
-    return moxdb::getU32Le(bytes, 0);
+    return bytes;
+}
+
+inline uint32_t le32(const Bytes& b, size_t at) {
+    return moxdb::getU32Le(bytesAt(b, at, 4), 0);
 }
 
 inline uint16_t le16(const Bytes& b, size_t at) {
-    Bytes bytes;
-    moxdb::ImageFault fault;
-    if (!moxdb::DbImageReader(b).read("u16", at, 2, &bytes, &fault)) {
-        ADD_FAILURE() << fault.line();
-        return 0;
-    }
-    return moxdb::getU16Le(bytes, 0);
+    return moxdb::getU16Le(bytesAt(b, at, 2), 0);
 }
 
 // Table word `index` (file offset 64 + 4 * index; word 0 is the table's size).

@@ -70,6 +70,20 @@ DbImageBuilder oneAlbum() {
     return image;
 }
 
+// What the reader makes of the string at string offset `at` of the built image.
+struct StringRead {
+    bool ok = false;
+    std::u16string units;
+    ImageFault fault;
+};
+
+StringRead readString(const DbImageBuilder& image, uint32_t at) {
+    const Bytes bytes = image.build();
+    StringRead read;
+    read.ok = DbImageReader(bytes).string("Title string", at, &read.units, &read.fault);
+    return read;
+}
+
 }  // namespace
 
 TEST(MoxDbImageReaderTest, Walk_VisitsHeaderTableThenEachSectionsHeadRecordsAndTexts) {
@@ -183,32 +197,27 @@ TEST(MoxDbImageReaderTest, RecordOffset_OtherFamiliesLieAtTheirFixedSizeWhatever
 TEST(MoxDbImageReaderTest, String_GivesEveryUnitZerosIncluded) {
     DbImageBuilder image;
     const uint32_t at = image.addStringUnits(std::u16string(u"a\0b", 3));
-    const Bytes bytes = image.build();
-    std::u16string units;
-    ImageFault fault;
-    ASSERT_TRUE(DbImageReader(bytes).string("s", at, &units, &fault)) << fault.line();
-    EXPECT_EQ(units, std::u16string(u"a\0b", 3));
+    const StringRead read = readString(image, at);
+    ASSERT_TRUE(read.ok) << read.fault.line();
+    EXPECT_EQ(read.units, std::u16string(u"a\0b", 3));
 }
 
 TEST(MoxDbImageReaderTest, String_LengthAbove1023_IsRefusedWithItsLength) {
     DbImageBuilder image;
     const uint32_t at = image.addRawStringEntry(1024, Bytes(2048, 'x'));
-    const Bytes bytes = image.build();
-    std::u16string units;
-    ImageFault fault;
-    EXPECT_FALSE(DbImageReader(bytes).string("Title string", at, &units, &fault));
-    EXPECT_EQ(fault.line(), "Title string at offset " + std::to_string(image.stringBase() + at) +
-                                ": length 1024 is not below 1024");
+    const StringRead read = readString(image, at);
+    EXPECT_FALSE(read.ok);
+    EXPECT_EQ(read.fault.line(), "Title string at offset " +
+                                     std::to_string(image.stringBase() + at) +
+                                     ": length 1024 is not below 1024");
 }
 
 TEST(MoxDbImageReaderTest, String_Length1023_IsRead) {
     DbImageBuilder image;
     const uint32_t at = image.addRawStringEntry(1023, Bytes(2046, 'x'));
-    const Bytes bytes = image.build();
-    std::u16string units;
-    ImageFault fault;
-    ASSERT_TRUE(DbImageReader(bytes).string("s", at, &units, &fault)) << fault.line();
-    EXPECT_EQ(units, std::u16string(1023, u'\x7878'));
+    const StringRead read = readString(image, at);
+    ASSERT_TRUE(read.ok) << read.fault.line();
+    EXPECT_EQ(read.units, std::u16string(1023, u'\x7878'));
 }
 
 TEST(MoxDbImageReaderTest, String_UnitsPastTheEnd_NameTheOffsetOfTheUnits) {

@@ -18,19 +18,6 @@
 
 namespace {
 
-ImageTrack audio(uint32_t sectors, uint32_t pregap = 0) {
-    ImageTrack track;
-    track.sectors = sectors;
-    track.pregap = pregap;
-    return track;
-}
-
-ImageTrack data(uint32_t sectors) {
-    ImageTrack track = audio(sectors);
-    track.audio = false;
-    return track;
-}
-
 class CdioReaderTest : public ::testing::Test {
 protected:
     CdioReaderTest() : dir("CdioReaderTest") {}

@@ -14,6 +14,21 @@ struct ImageTrack {
     bool audio = true;     // false: a MODE1/2352 data track
 };
 
+// An audio track of `sectors` sectors, `pregap` of them before INDEX 01.
+inline ImageTrack audio(uint32_t sectors, uint32_t pregap = 0) {
+    ImageTrack track;
+    track.sectors = sectors;
+    track.pregap = pregap;
+    return track;
+}
+
+// A MODE1/2352 data track of `sectors` sectors.
+inline ImageTrack data(uint32_t sectors) {
+    ImageTrack track = audio(sectors);
+    track.audio = false;
+    return track;
+}
+
 class DiscImageFiles {
 public:
     enum class AudioFormat { WAV, FLAC };

@@ -15,19 +15,6 @@ namespace {
 
 using Format = DiscImageFiles::AudioFormat;
 
-ImageTrack audio(uint32_t sectors, uint32_t pregap = 0) {
-    ImageTrack track;
-    track.sectors = sectors;
-    track.pregap = pregap;
-    return track;
-}
-
-ImageTrack data(uint32_t sectors) {
-    ImageTrack track = audio(sectors);
-    track.audio = false;
-    return track;
-}
-
 TocRequest fileRequest(TocOrigin origin, const std::string& path) {
     TocRequest request;
     request.origin = origin;

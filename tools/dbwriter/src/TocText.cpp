@@ -28,4 +28,12 @@ std::string makeTocText(const std::vector<uint32_t>& trackLbas, uint32_t leadOut
     return text;
 }
 
+std::string makeTocTextOfTracks(uint32_t tracks) {
+    std::vector<uint32_t> lbas;
+    for (uint32_t i = 0; i < tracks; ++i) {
+        lbas.push_back(i * 15000u);
+    }
+    return makeTocText(lbas, tracks * 15000u + 9000u);
+}
+
 }  // namespace moxdb

@@ -16,6 +16,10 @@ namespace moxdb {
 // CD) is written with all its digits, so such an entry is longer than six.
 std::string makeTocText(const std::vector<uint32_t>& trackLbas, uint32_t leadOutLba);
 
+// The TOC text of a disc of `tracks` tracks, 15000 frames apart from LBA 0,
+// with the lead-out 9000 frames after the last: 6 * (tracks + 1) bytes.
+std::string makeTocTextOfTracks(uint32_t tracks);
+
 }  // namespace moxdb
 
 #endif  // MOXDB_TOCTEXT_H
