@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -14,6 +17,7 @@
 
 #include "CallLog.h"
 #include "HbFramework/HbLTimerMng.h"
+#include "ProcessStats.h"
 #include "TestEvent.h"
 #include "TimerCallGate.h"
 
@@ -46,6 +50,22 @@ private:
     std::string mName;
     CallLog* mLog;
 };
+
+// The context switches of the manager thread once it sleeps: read only when
+// the kernel reports it asleep, so that a wake-up before the call has
+// already been counted when it went back to sleep.
+ProcessStats::Switches managerThreadAsleep() {
+    for (int attempt = 0; attempt < 5000; ++attempt) {
+        const std::map<int, ProcessStats::Switches> threads =
+            ProcessStats::threadsNamed("HbLTimerMng");
+        if (threads.size() == 1 && threads.begin()->second.state == 'S') {
+            return threads.begin()->second;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ADD_FAILURE() << "the manager thread did not go to sleep within 5 s";
+    return ProcessStats::Switches();
+}
 
 class HbLTimerMngTest : public ::testing::Test {
 protected:
@@ -441,6 +461,17 @@ TEST_F(HbLTimerMngTest, Callback_RunsOnTheManagerThreadNamedHbLTimerMng) {
     EXPECT_NE(std::this_thread::get_id(), callbackThread);
 }
 
+// On the manual clock the thread is woken to look at every change, and goes
+// back to sleep: it never spins between two advances.
+TEST_F(HbLTimerMngTest, ManualClock_BetweenAdvances_TheManagerThreadSleeps) {
+    NamedTimer timer("t", &log);
+    manager->AddTimer(&timer, 10000);
+    manager->AdvanceClock(10);
+    EXPECT_EQ('S', managerThreadAsleep().state);
+    EXPECT_TRUE(manager->RemoveTimer(nullptr, &timer));
+    EXPECT_EQ('S', managerThreadAsleep().state);
+}
+
 TEST_F(HbLTimerMngTest, ActiveCount_CountsArmedTimers) {
     NamedTimer a("a", &log);
     NamedTimer b("b", &log);
@@ -514,6 +545,41 @@ TEST_F(HbLTimerMngRealClockTest, UseRealClock_TimerArmedOnTheManualClock_FiresOn
     EXPECT_EQ(1, timer.fired.load());
 }
 
+// A lookup restarts the command timer on every received chunk and stops it
+// at the end: none of that may cost a switch to the manager thread.
+TEST_F(HbLTimerMngRealClockTest, ReArmingAndDisarming_DoNotWakeTheManagerThread) {
+    NamedTimer timer("t", &log);
+    NamedTimer later("later", &log);
+    ASSERT_NE(nullptr, manager->AddTimer(&later, 200000));
+    const ProcessStats::Switches before = managerThreadAsleep();
+    for (uint32 i = 0; i < 1000; ++i) {
+        manager->RemoveTimer(nullptr, &timer);
+        // Each arming becomes the earliest deadline, later than the one before.
+        ASSERT_NE(nullptr, manager->AddTimer(&timer, 100000 + i));
+    }
+    EXPECT_TRUE(manager->RemoveTimer(nullptr, &timer));
+    EXPECT_TRUE(manager->RemoveTimer(nullptr, &later));
+    const ProcessStats::Switches after = managerThreadAsleep();
+    EXPECT_EQ(before.voluntary, after.voluntary);
+    EXPECT_EQ(before.involuntary, after.involuntary);
+    EXPECT_EQ(0, timer.fired.load() + later.fired.load());
+}
+
+// An arming earlier than the deadline the thread sleeps for still fires on
+// time: the kernel timer is moved, not the thread woken.
+TEST_F(HbLTimerMngRealClockTest, AddTimer_EarlierThanTheArmedDeadline_FiresFirst) {
+    NamedTimer late("late", &log);
+    NamedTimer early("early", &log);
+    TestEvent fired;
+    early.action = [&fired] { fired.set(); };
+    ASSERT_NE(nullptr, manager->AddTimer(&late, 100000));
+    managerThreadAsleep();
+    ASSERT_NE(nullptr, manager->AddTimer(&early, 5));
+    fired.wait();
+    EXPECT_EQ(0, late.fired.load());
+    EXPECT_TRUE(manager->RemoveTimer(nullptr, &late));
+}
+
 TEST_F(HbLTimerMngRealClockTest, SetTimeScale_OutsideItsRange_IsIgnored) {
     manager->SetTimeScale(0.5);
     manager->SetTimeScale(0.0);
@@ -579,4 +645,43 @@ TEST(HbLTimerMngDeathTest, Stop_ThenAddTimer_ArmsNothing) {
             std::exit(armedAfterStop == 0 && handle == nullptr && fired == 0 ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "armed 0, handle null, fired 0\n");
+}
+
+// Where the kernel refuses the manager its timer and wake-up descriptors (the
+// process is out of descriptors when the manager is created), timers still
+// fire: the thread is then woken on every change.
+TEST(HbLTimerMngDeathTest, WithoutDescriptors_TimersStillFire) {
+    GTEST_FLAG_SET(death_test_style, "fast");
+    EXPECT_EXIT(
+        {
+            // The lowest free descriptor becomes the limit: no new one can open.
+            const int lowestFree = ::dup(0);
+            ::close(lowestFree);
+            rlimit saved{};
+            ::getrlimit(RLIMIT_NOFILE, &saved);
+            rlimit none = saved;
+            none.rlim_cur = static_cast<rlim_t>(lowestFree);
+            ::setrlimit(RLIMIT_NOFILE, &none);
+            const size_t descriptorsBefore = ProcessStats::openDescriptors();
+            HbLTimerMng* manager = HbLTimerMng::GetTimerMng();
+            const size_t added = ProcessStats::openDescriptors() - descriptorsBefore;
+            ::setrlimit(RLIMIT_NOFILE, &saved);
+            CallLog log;
+            NamedTimer first("first", &log);
+            NamedTimer second("second", &log);
+            TestEvent fired;
+            second.action = [&fired] { fired.set(); };
+            manager->AddTimer(&first, 0);
+            manager->AddTimer(&second, 100000);
+            manager->RemoveTimer(nullptr, &second);
+            manager->AddTimer(&second, 20);
+            fired.wait();
+            std::string order;
+            for (const std::string& name : log.entries()) {
+                order += " " + name;
+            }
+            std::fprintf(stderr, "descriptors added %zu, fired%s\n", added, order.c_str());
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "descriptors added 0, fired first second\n");
 }

@@ -101,6 +101,8 @@ bool ProcessStats::readSwitches(int tid, Switches* out) {
         fields >> key;
         if (key == "Name:") {
             std::getline(fields >> std::ws, out->name);
+        } else if (key == "State:") {
+            fields >> out->state;
         } else if (key == "voluntary_ctxt_switches:") {
             fields >> out->voluntary;
         } else if (key == "nonvoluntary_ctxt_switches:") {

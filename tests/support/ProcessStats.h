@@ -19,6 +19,7 @@ public:
     // One thread's context switches, from /proc/self/task/TID/status.
     struct Switches {
         std::string name;          // "Name:" (the thread's name)
+        char state = '?';          // "State:" letter: 'S' sleeping, 'R' running, ...
         uint64_t voluntary = 0;    // "voluntary_ctxt_switches:"
         uint64_t involuntary = 0;  // "nonvoluntary_ctxt_switches:"
     };

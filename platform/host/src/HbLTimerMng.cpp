@@ -1,6 +1,10 @@
 #include "HbFramework/HbLTimerMng.h"
 
+#include <poll.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cmath>
@@ -28,6 +32,15 @@ uint64 steadyMs() {
     using namespace std::chrono;
     return static_cast<uint64>(
         duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+}
+
+// A deadline of the steady clock (CLOCK_MONOTONIC) in ms, as the absolute
+// time of a timerfd; 0 disarms it.
+itimerspec deadlineSpec(uint64 dueMs) {
+    itimerspec spec{};
+    spec.it_value.tv_sec = static_cast<time_t>(dueMs / 1000u);
+    spec.it_value.tv_nsec = static_cast<long>((dueMs % 1000u) * 1000000u);
+    return spec;
 }
 
 double scaleFromEnvironment() {
@@ -64,7 +77,13 @@ HbLTimerMng::HbLTimerMng()
       mScale(scaleFromEnvironment()),
       mStopping(false),
       mRunningTimer(nullptr),
-      mRunningCount(0) {
+      mRunningCount(0),
+      mTimerFd(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)),
+      mWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      mProgrammedDueMs(0) {
+    if (mTimerFd < 0 || mWakeFd < 0) {
+        closeDescriptorsLocked();  // no thread yet: the lock is not needed
+    }
     mThread = std::thread([this] { run(); });
     std::lock_guard<std::mutex> lock(mMutex);
     mThreadId = mThread.get_id();
@@ -76,6 +95,103 @@ HbLTimerMng::~HbLTimerMng() {
 
 uint64 HbLTimerMng::nowMsLocked() const {
     return mManual ? mManualNowMs : steadyMs();
+}
+
+// The due time of the earliest arming; 0 when nothing is armed.
+uint64 HbLTimerMng::earliestDueLocked() const {
+    uint64 earliest = 0;
+    for (const auto& entry : mArmings) {
+        if (earliest == 0 || entry.second.dueMs < earliest) {
+            earliest = entry.second.dueMs;
+        }
+    }
+    return earliest;
+}
+
+// After every change of the armings or of the clock: the kernel timer is moved
+// to the earliest deadline (or disarmed) without waking the manager thread.
+// The manual clock has no kernel deadline; its thread is woken to look, as it
+// is when the kernel timer refused the deadline.
+void HbLTimerMng::rescheduleLocked() {
+    if (mTimerFd < 0) {
+        mWake.notify_all();
+        return;
+    }
+    if (!programLocked() || mManual) {
+        wakeThreadLocked();
+    }
+}
+
+// Sets the kernel timer to the earliest deadline of the real clock, or
+// disarms it; false when the kernel refused.
+bool HbLTimerMng::programLocked() {
+    const uint64 wanted = (mManual || mStopping) ? 0 : earliestDueLocked();
+    if (wanted == mProgrammedDueMs) {
+        return true;
+    }
+    const itimerspec spec = deadlineSpec(wanted);
+    if (timerfd_settime(mTimerFd, TFD_TIMER_ABSTIME, &spec, nullptr) != 0) {
+        return false;
+    }
+    mProgrammedDueMs = wanted;
+    return true;
+}
+
+void HbLTimerMng::wakeThreadLocked() {
+    if (mWakeFd < 0) {
+        mWake.notify_all();
+        return;
+    }
+    const uint64 one = 1;
+    // Fails only when the counter is full, and then the thread is awake anyway.
+    ssize_t written = write(mWakeFd, &one, sizeof(one));
+    (void)written;
+}
+
+// Sleeps until the earliest deadline or a wake-up, with the lock released.
+void HbLTimerMng::waitLocked(std::unique_lock<std::mutex>& lock) {
+    const uint64 earliest = earliestDueLocked();
+    if (mTimerFd < 0) {
+        if (earliest == 0 || mManual) {
+            mWake.wait(lock);
+            return;
+        }
+        const uint64 now = nowMsLocked();
+        mWake.wait_for(lock, std::chrono::milliseconds(earliest > now ? earliest - now : 0));
+        return;
+    }
+    // A deadline the kernel timer does not hold (it refused it) is waited for
+    // with a timeout, retried at least every second.
+    int timeoutMs = -1;
+    if (!programLocked() && !mManual && earliest != 0) {
+        const uint64 now = nowMsLocked();
+        const uint64 left = earliest > now ? earliest - now : 0;
+        timeoutMs = static_cast<int>(left < 1000u ? left : 1000u);
+    }
+    pollfd fds[2] = {{mTimerFd, POLLIN, 0}, {mWakeFd, POLLIN, 0}};
+    lock.unlock();
+    poll(fds, 2, timeoutMs);
+    lock.lock();
+    // Read under the lock, so that a deadline set meanwhile by another thread
+    // (which resets the expiry) is not mistaken for the one that fired.
+    uint64 count = 0;
+    if (read(mTimerFd, &count, sizeof(count)) == static_cast<ssize_t>(sizeof(count))) {
+        mProgrammedDueMs = 0;  // a one-shot kernel timer is disarmed once it fired
+    }
+    ssize_t drained = read(mWakeFd, &count, sizeof(count));
+    (void)drained;
+}
+
+void HbLTimerMng::closeDescriptorsLocked() {
+    if (mTimerFd >= 0) {
+        close(mTimerFd);
+    }
+    if (mWakeFd >= 0) {
+        close(mWakeFd);
+    }
+    mTimerFd = -1;
+    mWakeFd = -1;
+    mProgrammedDueMs = 0;
 }
 
 // The arming of `timer` when `handle` names it (the timer's own token or
@@ -106,7 +222,7 @@ HbLTimerSubInfo* HbLTimerMng::armLocked(HbLTimerBase* timer, uint32 periodMs) {
         }
     }
     mArmings[timer] = Arming{timer->mMngToken, nowMsLocked() + delay, mNextOrder++};
-    mWake.notify_all();
+    rescheduleLocked();
     return toHandle(timer->mMngToken);
 }
 
@@ -158,7 +274,7 @@ bool HbLTimerMng::RemoveTimer(HbLTimerSubInfo* handle, HbLTimerBase* timer) {
     const bool removed = found != mArmings.end();
     if (removed) {
         mArmings.erase(found);
-        mWake.notify_all();
+        rescheduleLocked();
     }
     returnThroughHook(lock, en_CALL_REMOVE_TIMER, timer);
     return removed;
@@ -176,7 +292,7 @@ void HbLTimerMng::UseManualClock() {
     }
     mManual = true;
     mManualNowMs = 0;
-    mWake.notify_all();
+    rescheduleLocked();
 }
 
 void HbLTimerMng::AdvanceClock(uint32 ms) {
@@ -185,7 +301,7 @@ void HbLTimerMng::AdvanceClock(uint32 ms) {
         return;
     }
     mManualNowMs += ms;
-    mWake.notify_all();
+    wakeThreadLocked();
     mCallbackDone.wait(lock, [this] {
         if (mStopping) {
             return true;
@@ -214,7 +330,7 @@ void HbLTimerMng::UseRealClock() {
         entry.second.dueMs = now + remaining;
     }
     mManual = false;
-    mWake.notify_all();
+    rescheduleLocked();
 }
 
 void HbLTimerMng::SetRemoveWaitHook(std::function<void()> hook) {
@@ -254,7 +370,7 @@ void HbLTimerMng::Stop() {
         }
         mStopping = true;
         mArmings.clear();
-        mWake.notify_all();
+        wakeThreadLocked();
         mCallbackDone.notify_all();
     }
     if (mThread.joinable() && std::this_thread::get_id() != mThread.get_id()) {
@@ -301,14 +417,8 @@ void HbLTimerMng::run() {
         }
         if (mArmings.empty() || mManual) {
             mCallbackDone.notify_all();
-            mWake.wait(lock);
-            continue;
         }
-        uint64 earliest = std::numeric_limits<uint64>::max();
-        for (const auto& entry : mArmings) {
-            earliest = entry.second.dueMs < earliest ? entry.second.dueMs : earliest;
-        }
-        uint64 now = nowMsLocked();
-        mWake.wait_for(lock, std::chrono::milliseconds(earliest > now ? earliest - now : 0));
+        waitLocked(lock);
     }
+    closeDescriptorsLocked();
 }

@@ -44,9 +44,11 @@ bool HbString::Copy(const unsigned short* text, uint32 codePage) {
     if (text == nullptr || codePage != en_CODE_PAGE_UTF16) {
         return false;
     }
-    for (const unsigned short* p = text; *p != 0; ++p) {
-        mText.push_back(static_cast<char16_t>(*p));
+    const unsigned short* end = text;
+    while (*end != 0) {
+        ++end;
     }
+    mText.assign(text, end);
     // Converted once here, so every ToCHAR() hands out the same buffer.
     mNarrow = toUtf8(mText);
     return true;

@@ -21,6 +21,12 @@
 //   may have re-armed.
 // - IsActive() and RemoveTimer() never touch the timer object; AddTimer() and
 //   the expiry do, so a timer must be disarmed before it is destroyed.
+// - The manager thread sleeps in the kernel until the earliest deadline (a
+//   timerfd) or until it is told to stop; arming, re-arming and disarming
+//   move that deadline without waking it, so restarting a timer on every
+//   received chunk costs no thread switch, and with nothing armed the thread
+//   is never woken. Where the kernel gives no such descriptors, the thread
+//   is woken on every change instead.
 // - Host only: a manual clock for tests (UseManualClock, AdvanceClock,
 //   UseRealClock) and a time scale for integration runs (environment
 //   HB_TIMER_SCALE, a factor in (0, 1000] applied to every period of the real
@@ -105,14 +111,20 @@ private:
     typedef std::map<HbLTimerBase*, Arming> Armings;
 
     uint64 nowMsLocked() const;
+    uint64 earliestDueLocked() const;
+    void rescheduleLocked();
+    bool programLocked();
+    void wakeThreadLocked();
+    void waitLocked(std::unique_lock<std::mutex>& lock);
+    void closeDescriptorsLocked();
     Armings::iterator findLocked(HbLTimerSubInfo* handle, HbLTimerBase* timer);
     HbLTimerSubInfo* armLocked(HbLTimerBase* timer, uint32 periodMs);
     void returnThroughHook(std::unique_lock<std::mutex>& lock, EN_CALL call, HbLTimerBase* timer);
     void run();
     bool runOneDue(std::unique_lock<std::mutex>& lock);
 
-    std::mutex mMutex;                      // guards every member down to mCallHook
-    std::condition_variable mWake;          // the manager thread waits here for work or time
+    std::mutex mMutex;                      // guards every member down to mProgrammedDueMs
+    std::condition_variable mWake;          // without descriptors: the manager thread waits here
     std::condition_variable mCallbackDone;  // RemoveTimer / AdvanceClock wait here
     Armings mArmings;                       // armed timers, at most one arming each
     std::uintptr_t mNextToken;              // next timer token; 0 is never handed out
@@ -126,7 +138,10 @@ private:
     std::thread::id mThreadId;              // the manager thread
     std::function<void()> mRemoveWaitHook;
     CallHook mCallHook;
-    std::thread mThread;  // started by the constructor, joined once by Stop()
+    int mTimerFd;             // timerfd at the earliest deadline, or -1
+    int mWakeFd;              // eventfd that wakes the manager thread, or -1
+    uint64 mProgrammedDueMs;  // deadline set in mTimerFd; 0 when disarmed
+    std::thread mThread;      // started by the constructor, joined once by Stop()
 };
 
 #endif  // HB_FRAMEWORK_HBLTIMERMNG_H

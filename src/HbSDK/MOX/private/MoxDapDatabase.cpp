@@ -10,6 +10,7 @@
 // message on top, so one fault gives one line per level.
 #include "private/MoxDapDatabase.h"
 
+#include <stdio_ext.h>
 #include <sys/stat.h>
 
 #include <cstring>
@@ -204,6 +205,10 @@ bool MoxDapDatabase::openSearchResultFile() {
         return reportAndReset(*this, "openSearchResultFile", 189,
                               "search result file open error.\n");
     }
+    // Searches never overlap (the reader takes no lock and its callers must
+    // not run two at once), so the stream's own lock would only cost an
+    // atomic operation on every one of a search's thousands of reads.
+    __fsetlocking(mpReadFile, FSETLOCKING_BYCALLER);
     // The record lookups seek back and forth over the whole (small) file; with
     // a buffer of the whole file every seek stays inside it, instead of
     // fetching the same blocks from the kernel again and again.
