@@ -4,6 +4,7 @@
 #include "moxphone/ThreadScheduler.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -63,6 +64,27 @@ TEST(ThreadSchedulerTest, Schedule_SameDueTime_SchedulingOrder) {
         }
     }
     EXPECT_EQ((std::vector<std::string>{"a", "b", "c"}), runs.wait(3));
+}
+
+// Started from the module's worker, the thread would otherwise carry the
+// worker's name.
+TEST(ThreadSchedulerTest, Task_RunsOnAThreadNamedMoxPhoneTimer) {
+    std::recursive_mutex guard;
+    Runs runs;
+    ThreadScheduler scheduler(guard);
+    char ownName[16] = {0};
+    pthread_getname_np(pthread_self(), ownName, sizeof(ownName));
+    pthread_setname_np(pthread_self(), "HbWorker");
+    {
+        std::lock_guard<std::recursive_mutex> lock(guard);
+        scheduler.schedule(0, [&runs] {
+            char name[16] = {0};
+            pthread_getname_np(pthread_self(), name, sizeof(name));
+            runs.add(name);
+        });
+    }
+    pthread_setname_np(pthread_self(), ownName);
+    EXPECT_EQ(std::vector<std::string>{"MoxPhoneTimer"}, runs.wait(1));
 }
 
 TEST(ThreadSchedulerTest, Task_RunsWithTheGuardHeld) {

@@ -1,6 +1,8 @@
 // Delayed tasks on a thread of their own, run under the owner's lock.
 #include "moxphone/ThreadScheduler.h"
 
+#include <pthread.h>
+
 namespace moxphone {
 
 ThreadScheduler::ThreadScheduler(std::recursive_mutex& guard)
@@ -38,6 +40,10 @@ void ThreadScheduler::cancelAll() {
 }
 
 void ThreadScheduler::run() {
+    // A new thread takes its creator's name, and tasks are first scheduled
+    // from the module's worker: without a name of its own this thread would
+    // be listed as a second "HbWorker".
+    pthread_setname_np(pthread_self(), kThreadName);
     std::unique_lock<std::mutex> lock(mMutex);
     while (!mStopping) {
         if (mTasks.empty()) {

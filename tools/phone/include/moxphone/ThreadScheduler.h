@@ -26,6 +26,9 @@ namespace moxphone {
 
 class ThreadScheduler : public Scheduler {
 public:
+    // The name of the scheduler's thread.
+    static constexpr const char* kThreadName = "MoxPhoneTimer";
+
     explicit ThreadScheduler(std::recursive_mutex& guard);
     ~ThreadScheduler() override;
     ThreadScheduler(const ThreadScheduler&) = delete;
