@@ -36,11 +36,11 @@ uint64 steadyMs() {
 
 // A deadline of the steady clock (CLOCK_MONOTONIC) in ms, as the absolute
 // time of a timerfd; 0 disarms it.
-itimerspec deadlineSpec(uint64 dueMs) {
-    itimerspec spec{};
-    spec.it_value.tv_sec = static_cast<time_t>(dueMs / 1000u);
-    spec.it_value.tv_nsec = static_cast<long>((dueMs % 1000u) * 1000000u);
-    return spec;
+itimerspec absoluteDeadline(uint64 dueMs) {
+    itimerspec setting{};
+    setting.it_value.tv_sec = static_cast<time_t>(dueMs / 1000u);
+    setting.it_value.tv_nsec = static_cast<long>((dueMs % 1000u) * 1000000u);
+    return setting;
 }
 
 double scaleFromEnvironment() {
@@ -129,8 +129,8 @@ bool HbLTimerMng::programLocked() {
     if (wanted == mProgrammedDueMs) {
         return true;
     }
-    const itimerspec spec = deadlineSpec(wanted);
-    if (timerfd_settime(mTimerFd, TFD_TIMER_ABSTIME, &spec, nullptr) != 0) {
+    const itimerspec setting = absoluteDeadline(wanted);
+    if (timerfd_settime(mTimerFd, TFD_TIMER_ABSTIME, &setting, nullptr) != 0) {
         return false;
     }
     mProgrammedDueMs = wanted;
