@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -95,6 +96,19 @@ public:
         while (readMore()) {
         }
         return mEnded;
+    }
+    // Sends `bytes` again and again, never reading, until the socket takes
+    // no more: then the server has stopped reading and waits to send. False
+    // if that never happens.
+    bool sendUntilFull(const Bytes& bytes) {
+        for (int attempt = 0; attempt < 1000000; ++attempt) {
+            const ssize_t sent =
+                ::send(mFd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (sent < 0) {
+                return errno == EAGAIN || errno == EWOULDBLOCK;
+            }
+        }
+        return false;
     }
     // Bytes read but not taken as whole messages.
     const Bytes& buffered() const { return mBuffer; }
@@ -432,6 +446,67 @@ TEST_F(PhoneServerTest, Stop_WithAClientConnected_RunReturnsAndTheClientSeesTheE
     stop();
     EXPECT_TRUE(raw->readUntilEnd());
     EXPECT_FALSE(exists(socketPath()));
+}
+
+TEST_F(PhoneServerTest, Stop_WhileASendWaitsForAModuleThatReadsNothing_NoSendTimeout) {
+    PhoneOptions options = optionsWith(sampleCatalogue());
+    options.chunkSize = 16;
+    start("unix:" + socketPath(), options);
+    std::unique_ptr<RawClient> raw = greeted();
+    Bytes requests = command(lookupFrame(kDiscToc));
+    const Bytes more = command(kGetCdMetaInfo);
+    requests.insert(requests.end(), more.begin(), more.end());
+    ASSERT_TRUE(raw->sendUntilFull(requests));
+    stop();
+    // Before, a blocked send ended only on the 10 s send timeout.
+    EXPECT_EQ(std::string::npos, logText.str().find("has read nothing"));
+    EXPECT_NE(std::string::npos, logText.str().find("stopping: the connection is dropped"));
+    EXPECT_FALSE(exists(socketPath()));
+}
+
+// The stop signals stay blocked in the process afterwards: fresh processes.
+TEST_F(PhoneServerTest, StopOnSignals_ASignalPendingBeforeRun_RunReturnsAtOnce_FreshProcess) {
+    PhoneServer early(optionsWith(smallCatalogue()), log);
+    std::string error;
+    ASSERT_TRUE(early.stopOnSignals({SIGUSR1}, &error)) << error;
+    ASSERT_TRUE(early.listen("unix:" + socketPath(), false, &error)) << error;
+    ASSERT_EQ(0, ::kill(::getpid(), SIGUSR1));
+    early.run();
+    EXPECT_FALSE(exists(socketPath()));
+    EXPECT_EQ(0u, early.connections());
+}
+
+TEST_F(PhoneServerTest,
+       StopOnSignals_ASignalWithAClientConnected_RunReturnsAndTheClientSeesTheEnd_FreshProcess) {
+    server.reset(new PhoneServer(optionsWith(sampleCatalogue()), log));
+    std::string error;
+    // Blocked here first, so that the server's thread inherits the mask.
+    ASSERT_TRUE(server->stopOnSignals({SIGUSR1, SIGUSR2}, &error)) << error;
+    ASSERT_TRUE(server->listen("unix:" + socketPath(), false, &error)) << error;
+    thread = std::thread([this] { server->run(); });
+    std::unique_ptr<RawClient> raw = greeted();
+    ASSERT_EQ(0, ::kill(::getpid(), SIGUSR2));
+    EXPECT_TRUE(raw->readUntilEnd());
+    thread.join();
+    EXPECT_NE(std::string::npos, logText.str().find("stopping: the connection is dropped"));
+    EXPECT_FALSE(exists(socketPath()));
+}
+
+TEST_F(PhoneServerTest, StopOnSignals_NotASignal_Refused) {
+    PhoneServer other(optionsWith(smallCatalogue()), log);
+    std::string error;
+    EXPECT_FALSE(other.stopOnSignals({0}, &error));
+    EXPECT_EQ("signal 0 cannot stop the server", error);
+    EXPECT_FALSE(other.stopOnSignals({-3}, &error));
+    EXPECT_EQ("signal -3 cannot stop the server", error);
+}
+
+TEST_F(PhoneServerTest, StopOnSignals_Twice_Refused_FreshProcess) {
+    PhoneServer other(optionsWith(smallCatalogue()), log);
+    std::string error;
+    ASSERT_TRUE(other.stopOnSignals({SIGUSR1}, &error)) << error;
+    EXPECT_FALSE(other.stopOnSignals({SIGUSR2}, &error));
+    EXPECT_EQ("the stop signals are already set", error);
 }
 
 TEST_F(PhoneServerTest, Stop_BeforeRun_RunReturnsAtOnce) {

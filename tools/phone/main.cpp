@@ -1,9 +1,7 @@
 // mox-phone: the phone application simulator. Listens on a Unix or TCP
 // endpoint and answers the module's lookups from a catalogue, with faults.
 #include <CLI/CLI.hpp>
-#include <atomic>
 #include <csignal>
-#include <cstring>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -19,30 +17,6 @@
 namespace {
 
 enum ExitCode { kOk = 0, kFailed = 1, kBadUsage = 2 };
-
-// The running server, for the signal handler (a lock-free atomic is safe to
-// read there).
-std::atomic<moxphone::PhoneServer*> gServer{nullptr};
-
-void onStopSignal(int) {
-    moxphone::PhoneServer* server = gServer.load();
-    if (server != nullptr) {
-        server->requestStop();
-    }
-}
-
-// SIGINT and SIGTERM stop the server; without SA_RESTART, a blocked send or
-// poll returns at once. SIGPIPE is ignored: a module that hangs up is seen
-// as a failed send.
-void installSignalHandlers() {
-    struct sigaction action;
-    std::memset(&action, 0, sizeof(action));
-    action.sa_handler = onStopSignal;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
-}
 
 int usageError(const std::string& reason) {
     std::cerr << "mox-phone: " << reason << "\n";
@@ -125,12 +99,16 @@ int main(int argc, char** argv) {
 
     moxphone::PhoneLog log(quiet ? nullptr : &std::cerr);
     moxphone::PhoneServer server(options, log);
+    // A module that hangs up is seen as a failed send, not a signal.
+    std::signal(SIGPIPE, SIG_IGN);
     // Before the socket exists: a signal that comes once it does always
-    // ends the server cleanly.
-    gServer = &server;
-    installSignalHandlers();
+    // ends the server cleanly. No other thread runs yet, so the signals are
+    // blocked in every thread the process will have.
+    if (!server.stopOnSignals({SIGINT, SIGTERM}, &error)) {
+        std::cerr << "mox-phone: " << error << "\n";
+        return kFailed;
+    }
     if (!server.listen(listen, allowRemote, &error)) {
-        gServer = nullptr;
         std::cerr << "mox-phone: " << error << "\n";
         return error.find("allow-remote") != std::string::npos ? kBadUsage : kFailed;
     }
@@ -140,6 +118,5 @@ int main(int argc, char** argv) {
         log.line("fault in force: " + fault);
     }
     server.run();
-    gServer = nullptr;
     return kOk;
 }

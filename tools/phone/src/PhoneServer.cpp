@@ -7,6 +7,9 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -87,6 +90,7 @@ PhoneServer::PhoneServer(const PhoneOptions& options, PhoneLog& log)
       mListenFd(-1),
       mStopRead(-1),
       mStopWrite(-1),
+      mSignalFd(-1),
       mStop(false),
       mConnections(0),
       mClientFd(-1),
@@ -107,6 +111,32 @@ PhoneServer::~PhoneServer() {
     if (mStopWrite >= 0) {
         ::close(mStopWrite);
     }
+    if (mSignalFd >= 0) {
+        ::close(mSignalFd);
+    }
+}
+
+bool PhoneServer::stopOnSignals(std::initializer_list<int> signals, std::string* error) {
+    if (mSignalFd >= 0) {
+        return fail(error, "the stop signals are already set");
+    }
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : signals) {
+        if (sigaddset(&set, number) != 0) {
+            return fail(error, "signal " + std::to_string(number) + " cannot stop the server");
+        }
+    }
+    const int code = ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    if (code != 0) {
+        return fail(error, "cannot block the stop signals: " + errorText(code));
+    }
+    const int fd = ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (fd < 0) {
+        return fail(error, "cannot watch the stop signals: " + errorText(errno));
+    }
+    mSignalFd = fd;
+    return true;
 }
 
 bool PhoneServer::listen(const std::string& endpoint, bool allowRemote, std::string* error) {
@@ -202,18 +232,15 @@ void PhoneServer::run() {
     }
     mLog.line("listening on " + mEndpoint.text());
     while (!stopRequested()) {
-        pollfd fds[2] = {{mStopRead, POLLIN, 0}, {mListenFd, POLLIN, 0}};
-        if (::poll(fds, 2, -1) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
+        const Wake wake = waitFor(mListenFd, POLLIN, -1);
+        if (wake == Wake::kFailed) {
             mLog.line("waiting for a connection failed: " + errorText(errno));
             break;
         }
-        if (fds[0].revents != 0) {
+        if (wake == Wake::kStop) {
             break;
         }
-        if ((fds[1].revents & POLLIN) == 0) {
+        if (wake != Wake::kReady) {
             continue;
         }
         const int fd = ::accept4(mListenFd, nullptr, nullptr, SOCK_CLOEXEC);
@@ -236,9 +263,29 @@ void PhoneServer::requestStop() {
     }
 }
 
+PhoneServer::Wake PhoneServer::waitFor(int fd, short events, int timeoutMs) {
+    // poll() skips an entry whose descriptor is negative.
+    pollfd fds[3] = {{mStopRead, POLLIN, 0}, {mSignalFd, POLLIN, 0}, {fd, events, 0}};
+    const int ready = ::poll(fds, 3, timeoutMs);
+    if (ready < 0) {
+        return errno == EINTR ? Wake::kInterrupted : Wake::kFailed;
+    }
+    if (ready == 0) {
+        return Wake::kTimeout;
+    }
+    if (fds[1].revents != 0) {
+        signalfd_siginfo taken;
+        const ssize_t ignored = ::read(mSignalFd, &taken, sizeof(taken));
+        (void)ignored;
+        requestStop();
+    }
+    if (fds[0].revents != 0 || fds[1].revents != 0) {
+        return Wake::kStop;
+    }
+    return Wake::kReady;
+}
+
 void PhoneServer::serve(int fd) {
-    const timeval timeout = {kSendTimeoutSeconds, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
     // Each answer goes out at once, not after the module's acknowledgement
     // of the previous one (Nagle); fails harmlessly on a Unix socket.
     const int on = 1;
@@ -248,16 +295,15 @@ void PhoneServer::serve(int fd) {
     PhoneSession session(mOptions, *this, mScheduler, mLog);
     session.open();
     while (session.isOpen() && !stopRequested()) {
-        pollfd fds[2] = {{mStopRead, POLLIN, 0}, {fd, POLLIN, 0}};
-        const int ready = ::poll(fds, 2, mScheduler.timeoutMs());
-        if (ready < 0 && errno != EINTR) {
+        const Wake wake = waitFor(fd, POLLIN, mScheduler.timeoutMs());
+        if (wake == Wake::kFailed) {
             mLog.line("waiting for the module failed: " + errorText(errno));
             break;
         }
-        if (ready > 0 && fds[0].revents != 0) {
+        if (wake == Wake::kStop) {
             break;
         }
-        if (ready > 0 && fds[1].revents != 0 && !readFrom(fd, session)) {
+        if (wake == Wake::kReady && !readFrom(fd, session)) {
             break;
         }
         mScheduler.runDue();
@@ -291,27 +337,46 @@ bool PhoneServer::readFrom(int fd, PhoneSession& session) {
     return false;
 }
 
+// Sends without blocking and waits for room in between, so that a stop
+// ends even a send to a module that reads nothing.
 bool PhoneServer::send(const Bytes& bytes) {
     size_t done = 0;
     while (done < bytes.size()) {
-        const ssize_t sent =
-            ::send(mClientFd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        const ssize_t sent = ::send(mClientFd, bytes.data() + done, bytes.size() - done,
+                                    MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent > 0) {
             done += static_cast<size_t>(sent);
             continue;
         }
-        if (sent < 0 && errno == EINTR && !stopRequested()) {
+        if (sent < 0 && errno == EINTR) {
             continue;
         }
         if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            mLog.line("the module has read nothing for " + std::to_string(kSendTimeoutSeconds) +
-                      " s; dropping the connection");
-        } else if (sent < 0 && errno != EPIPE && errno != ECONNRESET && errno != EINTR) {
+            if (!waitForRoom()) {
+                return false;
+            }
+            continue;
+        }
+        if (sent < 0 && errno != EPIPE && errno != ECONNRESET) {
             mLog.line("sending to the module failed: " + errorText(errno));
         }
         return false;
     }
     return true;
+}
+
+bool PhoneServer::waitForRoom() {
+    Wake wake = Wake::kInterrupted;
+    while (wake == Wake::kInterrupted) {
+        wake = waitFor(mClientFd, POLLOUT, kSendTimeoutSeconds * 1000);
+    }
+    if (wake == Wake::kTimeout) {
+        mLog.line("the module has read nothing for " + std::to_string(kSendTimeoutSeconds) +
+                  " s; dropping the connection");
+    } else if (wake == Wake::kFailed) {
+        mLog.line("sending to the module failed: " + errorText(errno));
+    }
+    return wake == Wake::kReady;
 }
 
 void PhoneServer::hangUp() {

@@ -13,6 +13,11 @@
 // destroyed. A module that stops reading for 10 s loses its connection.
 //
 // run() and everything else but requestStop() belong to one thread.
+//
+// A program stops its server on SIGINT and SIGTERM with stopOnSignals():
+// the signals are blocked and read from a descriptor that run() watches
+// beside the connection, so none is lost between two waits and no signal
+// handler runs at all.
 #ifndef MOXPHONE_PHONESERVER_H
 #define MOXPHONE_PHONESERVER_H
 
@@ -20,6 +25,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <initializer_list>
 #include <string>
 
 #include "moxphone/Endpoint.h"
@@ -45,9 +51,17 @@ public:
     // Serves connections until requestStop(); then stops listening and
     // removes the socket file.
     void run();
-    // Makes run() return soon, a connection in progress included. Safe from
-    // a signal handler and from any thread, before or during run().
+    // Makes run() return soon, a connection in progress included, even a
+    // send that waits for a module that reads nothing. Safe from a signal
+    // handler and from any thread, before or during run().
     void requestStop();
+    // From now on, any of `signals` sent to the process acts as
+    // requestStop(). Blocks them in the calling thread, which must be the
+    // one that runs the server and must call this before the process
+    // starts any other thread (threads inherit the mask; a thread that does
+    // not block them could take them). They stay blocked afterwards. False
+    // with a one-line reason.
+    bool stopOnSignals(std::initializer_list<int> signals, std::string* error);
     // Connections accepted so far.
     size_t connections() const { return mConnections.load(); }
 
@@ -62,6 +76,14 @@ private:
     bool listenTcp(const Endpoint& endpoint, bool allowRemote, std::string* error);
     void serve(int fd);
     bool readFrom(int fd, PhoneSession& session);
+    // What ended a wait.
+    enum class Wake { kReady, kStop, kTimeout, kInterrupted, kFailed };
+    // Waits until `fd` has one of `events` (or an error or hang-up), a stop
+    // is requested, or `timeoutMs` (-1: no limit) has passed.
+    Wake waitFor(int fd, short events, int timeoutMs);
+    // After a send found the socket full: true once there is room; false
+    // (logged unless stopping) on a stop, a failure or 10 s without room.
+    bool waitForRoom();
     void closeListener();
     bool stopRequested() const { return mStop.load(); }
 
@@ -71,6 +93,7 @@ private:
     int mListenFd;
     int mStopRead;   // self-pipe: requestStop() writes, run() polls
     int mStopWrite;  //
+    int mSignalFd;   // the stop signals, once stopOnSignals() has run; else -1
     std::atomic<bool> mStop;
     std::atomic<size_t> mConnections;
     int mClientFd;             // the connection being served, or -1
