@@ -56,11 +56,10 @@ public:
     // handler and from any thread, before or during run().
     void requestStop();
     // From now on, any of `signals` sent to the process acts as
-    // requestStop(). Blocks them in the calling thread, which must be the
-    // one that runs the server and must call this before the process
-    // starts any other thread (threads inherit the mask; a thread that does
-    // not block them could take them). They stay blocked afterwards. False
-    // with a one-line reason.
+    // requestStop(). Blocks them in the calling thread. Every thread of the
+    // process must block them, or it could take one, so call this before
+    // the process starts any other thread: new threads inherit the mask.
+    // They stay blocked afterwards. False with a one-line reason.
     bool stopOnSignals(std::initializer_list<int> signals, std::string* error);
     // Connections accepted so far.
     size_t connections() const { return mConnections.load(); }
