@@ -11,6 +11,10 @@
 //   open-append-close per chunk), on one thread, with no queue, timer or
 //   notification. The floor does not search the stored database: that is
 //   the module's own work (bench/MoxSearchBench.cpp measures it alone).
+//   ".../floor_handed_off" is that floor with each lookup handed to a second
+//   thread while the caller sleeps: the two hand-offs of the module's design
+//   (search() posts to the worker, the outcome wakes the application) and
+//   nothing else of the module.
 // reception_4MiB/...: 4 MiB of response database in 4 KiB chunks, received
 //   and stored, as four consecutive lookups of a 1 MiB database (256 chunks
 //   each): the module refuses a single answer over 1 MiB (MoxLimits), so 4
@@ -25,7 +29,8 @@
 // BareLoopbackPhone) answers from frames built in advance, the same for the
 // module and the floor.
 //
-// Wall time (the lookups wait on other threads). For medians and ratios run
+// Wall time (the lookups wait on other threads) and the CPU time of the whole
+// process. For medians and ratios run
 // with repetitions, for example:
 //   MoxLookupBench --benchmark_repetitions=10 --benchmark_report_aggregates_only=true
 //                  --benchmark_enable_random_interleaving=true
@@ -37,10 +42,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "BareAnswers.h"
@@ -50,6 +57,7 @@
 #include "BareSocketClient.h"
 #include "BareSocketPhone.h"
 #include "FacadeLookup.h"
+#include "HandOffThread.h"
 #include "HbFramework/HbFileSys.h"
 #include "HbFramework/HbSingletonFinalizer.h"
 #include "MoxDbWriter.h"
@@ -228,16 +236,20 @@ void BM_ModuleSearchOnly(benchmark::State& state) {
 // --- The floors ------------------------------------------------------------------
 
 // Runs `lookups` bare lookups per iteration over the link asked for, each
-// with its own phone (same class, same answers as the module's).
-void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers, int lookups) {
+// with its own phone (same class, same answers as the module's). With a
+// `thread`, each lookup is handed to it and the caller sleeps until it is
+// done; without, the lookups run on the caller's thread.
+void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers, int lookups,
+                  HandOffThread* thread = nullptr) {
     BareSocketPhone socketPhone(answers, shared->socketDirectory + "/floor.sock");
     BareLoopbackPhone loopbackPhone(answers);
     BareSocketClient socketClient{ChunkFile(floorFile())};
     BareLoopbackClient loopbackClient(loopbackPhone, ChunkFile(floorFile()));
     FrameLog& received = unix ? socketPhone.received() : loopbackPhone.received();
-    auto lookup = [&]() {
+    const std::function<bool()> bareLookup = [&]() {
         return unix ? socketClient.lookup(shared->toc) : loopbackClient.lookup(shared->toc);
     };
+    auto lookup = [&]() { return thread != nullptr ? thread->run(bareLookup) : bareLookup(); };
     const bool connected =
         unix ? socketClient.connect(socketPhone.path()) : loopbackClient.connect();
     received.take();
@@ -260,6 +272,14 @@ void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers
 
 void BM_FloorLookup(benchmark::State& state, bool unix) {
     bareExchange(state, unix, *shared->small, 1);
+}
+
+// The floor plus the two thread hand-offs of the module's design (the call
+// goes to the worker, the outcome comes back to the sleeping caller): what
+// of the module's time is the hand-off itself, and what is the module.
+void BM_FloorLookupHandedOff(benchmark::State& state, bool unix) {
+    HandOffThread thread;
+    bareExchange(state, unix, *shared->small, 1, &thread);
 }
 
 void BM_FloorReception(benchmark::State& state, bool unix) {
@@ -293,44 +313,46 @@ void BM_FileFloorReception(benchmark::State& state) {
                             static_cast<int64_t>(kLargeDatabase));
 }
 
+// Wall time per iteration (the lookups wait on other threads), and the CPU
+// time of the whole process: the module's worker and the phone's thread
+// work for the caller.
+template <class... Args>
+void registerTimed(const std::string& name, benchmark::TimeUnit unit, Args&&... args) {
+    benchmark::RegisterBenchmark(name.c_str(), std::forward<Args>(args)...)
+        ->UseRealTime()
+        ->MeasureProcessCPUTime()
+        ->Unit(unit);
+}
+
 void registerBenchmarks(RatioReporter& reporter) {
     const uint64_t receptionBytes = kLargeLookups * static_cast<uint64_t>(kLargeDatabase);
+    const benchmark::TimeUnit us = benchmark::kMicrosecond;
+    const benchmark::TimeUnit ms = benchmark::kMillisecond;
     for (const bool unix : {true, false}) {
         const std::string link = unix ? "unix" : "in-process";
         const std::string lookup = "lookup_64KiB/" + link;
         const std::string reception = "reception_4MiB/" + link;
-        benchmark::RegisterBenchmark((lookup + "/module").c_str(), BM_ModuleLookup, unix)
-            ->UseRealTime()
-            ->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark((lookup + "/module_reception_only").c_str(),
-                                     BM_ModuleLookupReception, unix)
-            ->UseRealTime()
-            ->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark((lookup + "/floor").c_str(), BM_FloorLookup, unix)
-            ->UseRealTime()
-            ->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark((reception + "/module").c_str(), BM_ModuleReception, unix)
-            ->UseRealTime()
-            ->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark((reception + "/bare_exchange").c_str(), BM_FloorReception,
-                                     unix)
-            ->UseRealTime()
-            ->Unit(benchmark::kMillisecond);
+        registerTimed(lookup + "/module", us, BM_ModuleLookup, unix);
+        registerTimed(lookup + "/module_reception_only", us, BM_ModuleLookupReception, unix);
+        registerTimed(lookup + "/floor", us, BM_FloorLookup, unix);
+        registerTimed(lookup + "/floor_handed_off", us, BM_FloorLookupHandedOff, unix);
+        registerTimed(reception + "/module", ms, BM_ModuleReception, unix);
+        registerTimed(reception + "/bare_exchange", ms, BM_FloorReception, unix);
         reporter.addPair(lookup + ", module vs bare exchange", lookup + "/module",
                          lookup + "/floor");
         reporter.addPair(lookup + ", module without getSearchResult vs bare exchange",
                          lookup + "/module_reception_only", lookup + "/floor");
+        reporter.addPair(lookup + ", module without getSearchResult vs bare exchange handed off",
+                         lookup + "/module_reception_only", lookup + "/floor_handed_off");
+        reporter.addPair(lookup + ", bare exchange handed off vs on one thread",
+                         lookup + "/floor_handed_off", lookup + "/floor");
         reporter.addPair(reception + ", module vs file writes alone", reception + "/module",
                          "reception_4MiB/file_floor", receptionBytes);
         reporter.addPair(reception + ", module vs bare exchange", reception + "/module",
                          reception + "/bare_exchange", receptionBytes);
     }
-    benchmark::RegisterBenchmark("lookup_64KiB/getSearchResult_only", BM_ModuleSearchOnly)
-        ->UseRealTime()
-        ->Unit(benchmark::kMicrosecond);
-    benchmark::RegisterBenchmark("reception_4MiB/file_floor", BM_FileFloorReception)
-        ->UseRealTime()
-        ->Unit(benchmark::kMillisecond);
+    registerTimed("lookup_64KiB/getSearchResult_only", us, BM_ModuleSearchOnly);
+    registerTimed("reception_4MiB/file_floor", ms, BM_FileFloorReception);
 }
 
 }  // namespace

@@ -2,6 +2,9 @@
 // benchmarks: the median wall time of each and their ratio, and for pairs
 // that move a known number of bytes, the throughput in MB/s (10^6 bytes per
 // second). Benchmarks are matched by the name they were registered with.
+// Each line also gives the CPU time per iteration of both and their ratio,
+// as the benchmarks measured it (the whole process's when registered with
+// MeasureProcessCPUTime): the median's where there are repetitions.
 // Without repetitions (no median aggregate) the single run's time is used
 // and the line says so.
 //
@@ -35,12 +38,13 @@ private:
         uint64_t bytes;
     };
     struct Time {
-        double seconds = 0;
+        double seconds = 0;     // wall
+        double cpuSeconds = 0;  // CPU
         bool median = false;
     };
 
     std::string line(const Pair& pair) const;
-    static std::string describe(const Time& time, uint64_t bytes);
+    static std::string describe(double seconds, uint64_t bytes);
 
     std::vector<Pair> mPairs;
     std::map<std::string, Time> mTimes;  // registered name -> wall time per iteration
