@@ -9,12 +9,15 @@
 //   the chunks; both sides' bytes are compared once per run) and stores the
 //   chunks with the same file operations (the file emptied, then one
 //   open-append-close per chunk), on one thread, with no queue, timer or
-//   notification. The floor does not search the stored database: that is
-//   the module's own work (bench/MoxSearchBench.cpp measures it alone).
+//   notification, and no search of the stored database.
 //   ".../floor_handed_off" is that floor with each lookup handed to a second
 //   thread while the caller sleeps: the two hand-offs of the module's design
 //   (search() posts to the worker, the outcome wakes the application) and
-//   nothing else of the module.
+//   nothing else of the module. ".../floor_with_search" is the floor of the
+//   whole lookup's work: the bare exchange, then the albums got from the
+//   stored file by the floor of the search (bench/support/BareAlbumSearch:
+//   the file read whole, the same lookups made in memory), beside
+//   "getSearchResult_floor", that search alone.
 // reception_4MiB/...: 4 MiB of response database in 4 KiB chunks, received
 //   and stored, as four consecutive lookups of a 1 MiB database (256 chunks
 //   each): the module refuses a single answer over 1 MiB (MoxLimits), so 4
@@ -30,8 +33,7 @@
 // module and the floor.
 //
 // Wall time (the lookups wait on other threads) and the CPU time of the whole
-// process. For medians and ratios run
-// with repetitions, for example:
+// process. For medians and ratios run with repetitions, for example:
 //   MoxLookupBench --benchmark_repetitions=10 --benchmark_report_aggregates_only=true
 //                  --benchmark_enable_random_interleaving=true
 // The last lines printed give each median, its floor's, and their ratio.
@@ -50,6 +52,7 @@
 #include <utility>
 #include <vector>
 
+#include "BareAlbumSearch.h"
 #include "BareAnswers.h"
 #include "BareLookupClient.h"
 #include "BareLoopbackClient.h"
@@ -235,12 +238,45 @@ void BM_ModuleSearchOnly(benchmark::State& state) {
 
 // --- The floors ------------------------------------------------------------------
 
-// Runs `lookups` bare lookups per iteration over the link asked for, each
-// with its own phone (same class, same answers as the module's). With a
-// `thread`, each lookup is handed to it and the caller sleeps until it is
-// done; without, the lookups run on the caller's thread.
-void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers, int lookups,
-                  HandOffThread* thread = nullptr) {
+// The floor of getSearchResult: the same albums from the module's stored
+// database, the file read whole and searched in memory; checked against the
+// module's own result first.
+void BM_SearchFloorOnly(benchmark::State& state) {
+    if (!linkModule(state, true, *shared->small) || shared->module->receive(shared->toc) != 0) {
+        state.SkipWithError("the lookup failed");
+        return;
+    }
+    std::list<HbSMoxDef::AlbumInfo> module;
+    std::list<HbSMoxDef::AlbumInfo> albums;
+    if (!shared->module->facade()->getSearchResult(shared->toc, &module) ||
+        !BareAlbumSearch::search(MoxResultFile::FULL_PATH, shared->toc, &albums) ||
+        albums.size() != kAlbums || !BareAlbumSearch::same(albums, module)) {
+        state.SkipWithError("the floor did not find the module's albums");
+    } else {
+        for (auto _ : state) {
+            if (!BareAlbumSearch::search(MoxResultFile::FULL_PATH, shared->toc, &albums)) {
+                state.SkipWithError("the floor's search failed");
+                break;
+            }
+        }
+    }
+    shared->module->unlink();
+}
+
+// How a floor runs its bare lookups: how many per iteration; with a
+// `thread`, each is handed to it while the caller sleeps until it is done
+// (without, they run on the caller's thread); with `search`, the caller then
+// gets the albums from the stored file as the floor of getSearchResult does.
+struct BareRun {
+    int lookups = 1;
+    HandOffThread* thread = nullptr;
+    bool search = false;
+};
+
+// Runs the bare lookups over the link asked for, each with its own phone
+// (same class, same answers as the module's).
+void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers,
+                  const BareRun& run) {
     BareSocketPhone socketPhone(answers, shared->socketDirectory + "/floor.sock");
     BareLoopbackPhone loopbackPhone(answers);
     BareSocketClient socketClient{ChunkFile(floorFile())};
@@ -249,7 +285,15 @@ void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers
     const std::function<bool()> bareLookup = [&]() {
         return unix ? socketClient.lookup(shared->toc) : loopbackClient.lookup(shared->toc);
     };
-    auto lookup = [&]() { return thread != nullptr ? thread->run(bareLookup) : bareLookup(); };
+    std::list<HbSMoxDef::AlbumInfo> albums;
+    auto lookup = [&]() {
+        const bool stored = run.thread != nullptr ? run.thread->run(bareLookup) : bareLookup();
+        if (!stored || !run.search) {
+            return stored;
+        }
+        return BareAlbumSearch::search(floorFile(), shared->toc, &albums) &&
+               albums.size() == kAlbums;
+    };
     const bool connected =
         unix ? socketClient.connect(socketPhone.path()) : loopbackClient.connect();
     received.take();
@@ -261,7 +305,7 @@ void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers
         return;
     }
     for (auto _ : state) {
-        for (int i = 0; i < lookups; ++i) {
+        for (int i = 0; i < run.lookups; ++i) {
             if (!lookup()) {
                 state.SkipWithError("a bare exchange failed");
                 break;
@@ -271,7 +315,7 @@ void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers
 }
 
 void BM_FloorLookup(benchmark::State& state, bool unix) {
-    bareExchange(state, unix, *shared->small, 1);
+    bareExchange(state, unix, *shared->small, BareRun());
 }
 
 // The floor plus the two thread hand-offs of the module's design (the call
@@ -279,11 +323,23 @@ void BM_FloorLookup(benchmark::State& state, bool unix) {
 // of the module's time is the hand-off itself, and what is the module.
 void BM_FloorLookupHandedOff(benchmark::State& state, bool unix) {
     HandOffThread thread;
-    bareExchange(state, unix, *shared->small, 1, &thread);
+    BareRun run;
+    run.thread = &thread;
+    bareExchange(state, unix, *shared->small, run);
+}
+
+// The floor of the whole lookup's work: the bare exchange, then the albums
+// got from the stored file by the floor of the search.
+void BM_FloorLookupWithSearch(benchmark::State& state, bool unix) {
+    BareRun run;
+    run.search = true;
+    bareExchange(state, unix, *shared->small, run);
 }
 
 void BM_FloorReception(benchmark::State& state, bool unix) {
-    bareExchange(state, unix, *shared->large, kLargeLookups);
+    BareRun run;
+    run.lookups = kLargeLookups;
+    bareExchange(state, unix, *shared->large, run);
     state.SetBytesProcessed(state.iterations() * kLargeLookups *
                             static_cast<int64_t>(kLargeDatabase));
 }
@@ -336,10 +392,13 @@ void registerBenchmarks(RatioReporter& reporter) {
         registerTimed(lookup + "/module_reception_only", us, BM_ModuleLookupReception, unix);
         registerTimed(lookup + "/floor", us, BM_FloorLookup, unix);
         registerTimed(lookup + "/floor_handed_off", us, BM_FloorLookupHandedOff, unix);
+        registerTimed(lookup + "/floor_with_search", us, BM_FloorLookupWithSearch, unix);
         registerTimed(reception + "/module", ms, BM_ModuleReception, unix);
         registerTimed(reception + "/bare_exchange", ms, BM_FloorReception, unix);
         reporter.addPair(lookup + ", module vs bare exchange", lookup + "/module",
                          lookup + "/floor");
+        reporter.addPair(lookup + ", module vs bare exchange and search floor", lookup + "/module",
+                         lookup + "/floor_with_search");
         reporter.addPair(lookup + ", module without getSearchResult vs bare exchange",
                          lookup + "/module_reception_only", lookup + "/floor");
         reporter.addPair(lookup + ", module without getSearchResult vs bare exchange handed off",
@@ -352,6 +411,9 @@ void registerBenchmarks(RatioReporter& reporter) {
                          reception + "/bare_exchange", receptionBytes);
     }
     registerTimed("lookup_64KiB/getSearchResult_only", us, BM_ModuleSearchOnly);
+    registerTimed("lookup_64KiB/getSearchResult_floor", us, BM_SearchFloorOnly);
+    reporter.addPair("lookup_64KiB, getSearchResult vs the file read whole and searched in memory",
+                     "lookup_64KiB/getSearchResult_only", "lookup_64KiB/getSearchResult_floor");
     registerTimed("reception_4MiB/file_floor", ms, BM_FileFloorReception);
 }
 
@@ -400,5 +462,5 @@ int main(int argc, char** argv) {
     std::remove(floorFile().c_str());
     rmdir(directory);
     shared = nullptr;
-    return 0;
+    return reporter.anyError() ? 1 : 0;
 }

@@ -1,8 +1,12 @@
 // Cost of one album search (MoxDapDatabase::getSearchResult) on databases made
 // by the writer library: N candidate albums of T tracks, every one matching
-// the TOC text, so each search assembles all N albums.
+// the TOC text, so each search assembles all N albums. Beside each case
+// (".../module"), its floor (".../floor"): the same albums from the same file
+// by the simplest program, the file read whole and searched in memory with
+// the same lookups (bench/support/BareAlbumSearch). The last lines printed
+// give each pair's medians and ratio (run with --benchmark_repetitions).
 //
-// Besides the time, each case reports what one search costs the kernel, taken
+// Besides the time, each module case reports what one search costs the kernel, taken
 // from /proc/self/io around one extra search before the timed loop (less
 // what reading /proc/self/io itself costs):
 //   read_calls  read system calls of the process during that search
@@ -17,9 +21,11 @@
 #include <string>
 #include <vector>
 
+#include "BareAlbumSearch.h"
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
 #include "MoxDbWriter.h"
+#include "RatioReporter.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxResultFile.h"
 
@@ -47,18 +53,27 @@ ReadCounters readCounters() {
     return counters;
 }
 
-void BM_GetSearchResult(benchmark::State& state) {
-    const int albums = static_cast<int>(state.range(0));
-    const int tracks = static_cast<int>(state.range(1));
-    const std::string toc = moxdb::makeTocTextOfTracks(tracks);
+// Stores the case's database as the module's result file and silences the
+// debug output; the size of the database, or 0 (the case skipped) when it
+// cannot be stored.
+size_t storeDatabase(benchmark::State& state, const std::string& toc, int albums, int tracks) {
     const moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeUniform(toc, albums, tracks);
     HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true);
     std::string error;
     if (!cat.writeFile(MoxResultFile::FULL_PATH, &error)) {
         state.SkipWithError(error.c_str());
-        return;
+        return 0;
     }
     HbDbgOutput::SetSink([](const HbDbgRecord&) {});
+    return cat.build().size();
+}
+
+void BM_GetSearchResult(benchmark::State& state, int albums, int tracks) {
+    const std::string toc = moxdb::makeTocTextOfTracks(tracks);
+    const size_t fileBytes = storeDatabase(state, toc, albums, tracks);
+    if (fileBytes == 0) {
+        return;
+    }
 
     MoxDapDatabase* database = MoxDapDatabase::GetInstance();
     std::list<HbSMoxDef::AlbumInfo> result;
@@ -83,18 +98,60 @@ void BM_GetSearchResult(benchmark::State& state) {
     const uint64_t probeBytes = probe1.bytes - probe0.bytes;
     state.counters["read_calls"] = static_cast<double>(after.calls - before.calls - probeCalls);
     state.counters["read_bytes"] = static_cast<double>(after.bytes - before.bytes - probeBytes);
-    state.counters["file_bytes"] = static_cast<double>(cat.build().size());
+    state.counters["file_bytes"] = static_cast<double>(fileBytes);
     state.SetItemsProcessed(state.iterations() * albums);
 }
 
-BENCHMARK(BM_GetSearchResult)
-    ->ArgNames({"albums", "tracks"})
-    ->Args({1, 12})
-    ->Args({8, 12})
-    ->Args({64, 12})
-    ->Args({64, 40})
-    ->Unit(benchmark::kMicrosecond);
+// The floor: the same albums from the same file by the simplest program
+// (bench/support/BareAlbumSearch: the file read whole, the same lookups in
+// memory). Checked once against the module's result before the timed loop.
+void BM_SearchFloor(benchmark::State& state, int albums, int tracks) {
+    const std::string toc = moxdb::makeTocTextOfTracks(tracks);
+    if (storeDatabase(state, toc, albums, tracks) == 0) {
+        return;
+    }
+    std::list<HbSMoxDef::AlbumInfo> module;
+    std::list<HbSMoxDef::AlbumInfo> result;
+    if (!MoxDapDatabase::GetInstance()->getSearchResult(toc, &module) ||
+        !BareAlbumSearch::search(MoxResultFile::FULL_PATH, toc, &result) ||
+        result.size() != static_cast<size_t>(albums) || !BareAlbumSearch::same(result, module)) {
+        state.SkipWithError("the floor did not find the module's albums");
+        return;
+    }
+    for (auto _ : state) {
+        const bool ok = BareAlbumSearch::search(MoxResultFile::FULL_PATH, toc, &result);
+        benchmark::DoNotOptimize(ok);
+        benchmark::DoNotOptimize(result);
+    }
+    state.SetItemsProcessed(state.iterations() * albums);
+}
+
+// One pair per database: "albums:N/tracks:T/module" and ".../floor".
+void registerBenchmarks(RatioReporter& reporter) {
+    const int cases[][2] = {{1, 12}, {8, 12}, {64, 12}, {64, 40}};
+    for (const auto& size : cases) {
+        const std::string name =
+            "albums:" + std::to_string(size[0]) + "/tracks:" + std::to_string(size[1]);
+        benchmark::RegisterBenchmark((name + "/module").c_str(), BM_GetSearchResult, size[0],
+                                     size[1])
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((name + "/floor").c_str(), BM_SearchFloor, size[0], size[1])
+            ->Unit(benchmark::kMicrosecond);
+        reporter.addPair(name + ", getSearchResult vs the file read whole and searched in memory",
+                         name + "/module", name + "/floor");
+    }
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    RatioReporter reporter;
+    registerBenchmarks(reporter);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return reporter.anyError() ? 1 : 0;
+}

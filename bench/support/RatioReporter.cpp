@@ -10,7 +10,11 @@ void RatioReporter::addPair(const std::string& label, const std::string& measure
 
 void RatioReporter::ReportRuns(const std::vector<Run>& reports) {
     for (const Run& run : reports) {
-        if (run.error_occurred || run.iterations == 0) {
+        if (run.error_occurred) {
+            mAnyError = true;
+            continue;
+        }
+        if (run.iterations == 0) {
             continue;
         }
         const std::string& name = run.run_name.function_name;

@@ -27,6 +27,10 @@ public:
     void addPair(const std::string& label, const std::string& measured, const std::string& floor,
                  uint64_t bytes = 0);
 
+    // True once any benchmark stopped with an error (SkipWithError): the
+    // programs then exit with status 1, so that a run that checks them fails.
+    bool anyError() const { return mAnyError; }
+
     void ReportRuns(const std::vector<Run>& reports) override;
     void Finalize() override;
 
@@ -48,6 +52,7 @@ private:
 
     std::vector<Pair> mPairs;
     std::map<std::string, Time> mTimes;  // registered name -> wall time per iteration
+    bool mAnyError = false;
 };
 
 #endif  // MOX_BENCH_RATIOREPORTER_H
