@@ -17,7 +17,11 @@
 //   whole lookup's work: the bare exchange, then the albums got from the
 //   stored file by the floor of the search (bench/support/BareAlbumSearch:
 //   the file read whole, the same lookups made in memory), beside
-//   "getSearchResult_floor", that search alone.
+//   "getSearchResult_floor", that search alone. ".../floor_required" is the
+//   floor of what the module's design requires: the hand-offs of
+//   ".../floor_handed_off", then the same lookups made through a C stream
+//   with a seek and a read per record, as the module's reader must make them
+//   (beside "getSearchResult_stream_floor", that search alone).
 // reception_4MiB/...: 4 MiB of response database in 4 KiB chunks, received
 //   and stored, as four consecutive lookups of a 1 MiB database (256 chunks
 //   each): the module refuses a single answer over 1 MiB (MoxLimits), so 4
@@ -238,10 +242,15 @@ void BM_ModuleSearchOnly(benchmark::State& state) {
 
 // --- The floors ------------------------------------------------------------------
 
-// The floor of getSearchResult: the same albums from the module's stored
-// database, the file read whole and searched in memory; checked against the
-// module's own result first.
-void BM_SearchFloorOnly(benchmark::State& state) {
+// How a floor gets the albums from the stored file (BareAlbumSearch).
+using FloorSearch = bool (*)(const std::string&, const std::string&,
+                             std::list<HbSMoxDef::AlbumInfo>*);
+
+// The floors of getSearchResult: the same albums from the module's stored
+// database, the file read whole and searched in memory ("floor"), or
+// searched through a C stream as the module's reader must ("stream_floor");
+// checked against the module's own result first.
+void BM_SearchFloorOnly(benchmark::State& state, FloorSearch search) {
     if (!linkModule(state, true, *shared->small) || shared->module->receive(shared->toc) != 0) {
         state.SkipWithError("the lookup failed");
         return;
@@ -249,12 +258,12 @@ void BM_SearchFloorOnly(benchmark::State& state) {
     std::list<HbSMoxDef::AlbumInfo> module;
     std::list<HbSMoxDef::AlbumInfo> albums;
     if (!shared->module->facade()->getSearchResult(shared->toc, &module) ||
-        !BareAlbumSearch::search(MoxResultFile::FULL_PATH, shared->toc, &albums) ||
-        albums.size() != kAlbums || !BareAlbumSearch::same(albums, module)) {
+        !search(MoxResultFile::FULL_PATH, shared->toc, &albums) || albums.size() != kAlbums ||
+        !BareAlbumSearch::same(albums, module)) {
         state.SkipWithError("the floor did not find the module's albums");
     } else {
         for (auto _ : state) {
-            if (!BareAlbumSearch::search(MoxResultFile::FULL_PATH, shared->toc, &albums)) {
+            if (!search(MoxResultFile::FULL_PATH, shared->toc, &albums)) {
                 state.SkipWithError("the floor's search failed");
                 break;
             }
@@ -265,12 +274,12 @@ void BM_SearchFloorOnly(benchmark::State& state) {
 
 // How a floor runs its bare lookups: how many per iteration; with a
 // `thread`, each is handed to it while the caller sleeps until it is done
-// (without, they run on the caller's thread); with `search`, the caller then
-// gets the albums from the stored file as the floor of getSearchResult does.
+// (without, they run on the caller's thread); with a `search`, the caller
+// then gets the albums from the stored file with it.
 struct BareRun {
     int lookups = 1;
     HandOffThread* thread = nullptr;
-    bool search = false;
+    FloorSearch search = nullptr;
 };
 
 // Runs the bare lookups over the link asked for, each with its own phone
@@ -288,11 +297,10 @@ void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers
     std::list<HbSMoxDef::AlbumInfo> albums;
     auto lookup = [&]() {
         const bool stored = run.thread != nullptr ? run.thread->run(bareLookup) : bareLookup();
-        if (!stored || !run.search) {
+        if (!stored || run.search == nullptr) {
             return stored;
         }
-        return BareAlbumSearch::search(floorFile(), shared->toc, &albums) &&
-               albums.size() == kAlbums;
+        return run.search(floorFile(), shared->toc, &albums) && albums.size() == kAlbums;
     };
     const bool connected =
         unix ? socketClient.connect(socketPhone.path()) : loopbackClient.connect();
@@ -332,7 +340,18 @@ void BM_FloorLookupHandedOff(benchmark::State& state, bool unix) {
 // got from the stored file by the floor of the search.
 void BM_FloorLookupWithSearch(benchmark::State& state, bool unix) {
     BareRun run;
-    run.search = true;
+    run.search = &BareAlbumSearch::search;
+    bareExchange(state, unix, *shared->small, run);
+}
+
+// The floor of what the module's design requires of a lookup: the bare
+// exchange handed to a second thread and back, then the albums got through
+// a C stream with a seek and a read per record, as the module's reader must.
+void BM_FloorLookupRequired(benchmark::State& state, bool unix) {
+    HandOffThread thread;
+    BareRun run;
+    run.thread = &thread;
+    run.search = &BareAlbumSearch::searchThroughStream;
     bareExchange(state, unix, *shared->small, run);
 }
 
@@ -393,12 +412,17 @@ void registerBenchmarks(RatioReporter& reporter) {
         registerTimed(lookup + "/floor", us, BM_FloorLookup, unix);
         registerTimed(lookup + "/floor_handed_off", us, BM_FloorLookupHandedOff, unix);
         registerTimed(lookup + "/floor_with_search", us, BM_FloorLookupWithSearch, unix);
+        registerTimed(lookup + "/floor_required", us, BM_FloorLookupRequired, unix);
         registerTimed(reception + "/module", ms, BM_ModuleReception, unix);
         registerTimed(reception + "/bare_exchange", ms, BM_FloorReception, unix);
         reporter.addPair(lookup + ", module vs bare exchange", lookup + "/module",
                          lookup + "/floor");
         reporter.addPair(lookup + ", module vs bare exchange and search floor", lookup + "/module",
                          lookup + "/floor_with_search");
+        reporter.addPair(lookup + ", module vs the floor of what its design requires",
+                         lookup + "/module", lookup + "/floor_required");
+        reporter.addPair(lookup + ", floor of what the design requires vs bare exchange",
+                         lookup + "/floor_required", lookup + "/floor");
         reporter.addPair(lookup + ", module without getSearchResult vs bare exchange",
                          lookup + "/module_reception_only", lookup + "/floor");
         reporter.addPair(lookup + ", module without getSearchResult vs bare exchange handed off",
@@ -411,9 +435,15 @@ void registerBenchmarks(RatioReporter& reporter) {
                          reception + "/bare_exchange", receptionBytes);
     }
     registerTimed("lookup_64KiB/getSearchResult_only", us, BM_ModuleSearchOnly);
-    registerTimed("lookup_64KiB/getSearchResult_floor", us, BM_SearchFloorOnly);
+    registerTimed("lookup_64KiB/getSearchResult_floor", us, BM_SearchFloorOnly,
+                  &BareAlbumSearch::search);
+    registerTimed("lookup_64KiB/getSearchResult_stream_floor", us, BM_SearchFloorOnly,
+                  &BareAlbumSearch::searchThroughStream);
     reporter.addPair("lookup_64KiB, getSearchResult vs the file read whole and searched in memory",
                      "lookup_64KiB/getSearchResult_only", "lookup_64KiB/getSearchResult_floor");
+    reporter.addPair("lookup_64KiB, getSearchResult vs the same lookups through the stream",
+                     "lookup_64KiB/getSearchResult_only",
+                     "lookup_64KiB/getSearchResult_stream_floor");
     registerTimed("reception_4MiB/file_floor", ms, BM_FileFloorReception);
 }
 

@@ -3,7 +3,9 @@
 // the TOC text, so each search assembles all N albums. Beside each case
 // (".../module"), its floor (".../floor"): the same albums from the same file
 // by the simplest program, the file read whole and searched in memory with
-// the same lookups (bench/support/BareAlbumSearch). The last lines printed
+// the same lookups, and (".../stream_floor") the same lookups made through a
+// C stream with a seek and a read per record, as the module's reader must
+// (bench/support/BareAlbumSearch). The last lines printed
 // give each pair's medians and ratio (run with --benchmark_repetitions).
 //
 // Besides the time, each module case reports what one search costs the kernel, taken
@@ -102,10 +104,16 @@ void BM_GetSearchResult(benchmark::State& state, int albums, int tracks) {
     state.SetItemsProcessed(state.iterations() * albums);
 }
 
-// The floor: the same albums from the same file by the simplest program
-// (bench/support/BareAlbumSearch: the file read whole, the same lookups in
-// memory). Checked once against the module's result before the timed loop.
-void BM_SearchFloor(benchmark::State& state, int albums, int tracks) {
+// The floors: the same albums from the same file by the simplest programs
+// (bench/support/BareAlbumSearch): "floor", the file read whole and the same
+// lookups made in memory; "stream_floor", the same lookups through a C
+// stream with a seek and a read per record, as the module's reader must
+// make them. Each is checked once against the module's result before the
+// timed loop.
+using FloorSearch = bool (*)(const std::string&, const std::string&,
+                             std::list<HbSMoxDef::AlbumInfo>*);
+
+void BM_SearchFloor(benchmark::State& state, FloorSearch search, int albums, int tracks) {
     const std::string toc = moxdb::makeTocTextOfTracks(tracks);
     if (storeDatabase(state, toc, albums, tracks) == 0) {
         return;
@@ -113,20 +121,20 @@ void BM_SearchFloor(benchmark::State& state, int albums, int tracks) {
     std::list<HbSMoxDef::AlbumInfo> module;
     std::list<HbSMoxDef::AlbumInfo> result;
     if (!MoxDapDatabase::GetInstance()->getSearchResult(toc, &module) ||
-        !BareAlbumSearch::search(MoxResultFile::FULL_PATH, toc, &result) ||
+        !search(MoxResultFile::FULL_PATH, toc, &result) ||
         result.size() != static_cast<size_t>(albums) || !BareAlbumSearch::same(result, module)) {
         state.SkipWithError("the floor did not find the module's albums");
         return;
     }
     for (auto _ : state) {
-        const bool ok = BareAlbumSearch::search(MoxResultFile::FULL_PATH, toc, &result);
+        const bool ok = search(MoxResultFile::FULL_PATH, toc, &result);
         benchmark::DoNotOptimize(ok);
         benchmark::DoNotOptimize(result);
     }
     state.SetItemsProcessed(state.iterations() * albums);
 }
 
-// One pair per database: "albums:N/tracks:T/module" and ".../floor".
+// Per database: "albums:N/tracks:T/module", ".../floor" and ".../stream_floor".
 void registerBenchmarks(RatioReporter& reporter) {
     const int cases[][2] = {{1, 12}, {8, 12}, {64, 12}, {64, 40}};
     for (const auto& size : cases) {
@@ -135,10 +143,16 @@ void registerBenchmarks(RatioReporter& reporter) {
         benchmark::RegisterBenchmark((name + "/module").c_str(), BM_GetSearchResult, size[0],
                                      size[1])
             ->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark((name + "/floor").c_str(), BM_SearchFloor, size[0], size[1])
+        benchmark::RegisterBenchmark((name + "/floor").c_str(), BM_SearchFloor,
+                                     &BareAlbumSearch::search, size[0], size[1])
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((name + "/stream_floor").c_str(), BM_SearchFloor,
+                                     &BareAlbumSearch::searchThroughStream, size[0], size[1])
             ->Unit(benchmark::kMicrosecond);
         reporter.addPair(name + ", getSearchResult vs the file read whole and searched in memory",
                          name + "/module", name + "/floor");
+        reporter.addPair(name + ", getSearchResult vs the same lookups through the stream",
+                         name + "/module", name + "/stream_floor");
     }
 }
 

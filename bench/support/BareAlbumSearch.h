@@ -1,13 +1,17 @@
-// The floor of the album search: the same albums from the same stored
-// database, by the simplest program that gets them. It reads the whole file
-// with one read, then makes the module's own lookups in memory: the TOC
-// records in order, and for each match the album, its track list and, per
-// track of the medium, the track, artist and genre records, each found by
-// scanning its section from the first record, as the module does. What it
-// leaves out is the module's way to the bytes: a C stream, a seek before
-// every lookup and every text, a read per record.
+// The floors of the album search: the same albums from the same stored
+// database, by the simplest programs that get them. Both make the module's
+// own lookups: the TOC records in order, and for each match the album, its
+// track list and, per track of the medium, the track, artist and genre
+// records, each found by scanning its section from the first record, as the
+// module does. They differ in the way to the bytes:
+// - search() reads the whole file with one read and makes every lookup in
+//   memory: it leaves out the stream, the seeks and the reads per record;
+// - searchThroughStream() reaches the bytes as the module's reader must: a
+//   C stream (with the module's settings: a buffer of the whole file, no
+//   stream lock), a seek before every lookup, every text and every TOC
+//   record, and a read per record. It is the floor of the reader's contract.
 //
-// Both sides produce the same AlbumInfo values: texts are converted by the
+// Both produce the module's AlbumInfo values: texts are converted by the
 // framework's HbString as the module converts them, and genre codes and
 // language texts mapped by the module's own tables (MoxDapDatabase), which
 // are lookups in small maps. The order (confidence, best first, database
@@ -19,6 +23,7 @@
 //
 //   std::list<HbSMoxDef::AlbumInfo> albums;
 //   bool found = BareAlbumSearch::search(path, toc, &albums);
+//   bool foundToo = BareAlbumSearch::searchThroughStream(path, toc, &albums);
 //   bool agree = BareAlbumSearch::same(albums, moduleAlbums);
 #ifndef MOX_BENCH_BAREALBUMSEARCH_H
 #define MOX_BENCH_BAREALBUMSEARCH_H
@@ -32,6 +37,8 @@ class BareAlbumSearch {
 public:
     static bool search(const std::string& path, const std::string& toc,
                        std::list<HbSMoxDef::AlbumInfo>* albums);
+    static bool searchThroughStream(const std::string& path, const std::string& toc,
+                                    std::list<HbSMoxDef::AlbumInfo>* albums);
     // True when both lists hold the same albums, field by field and track by
     // track, in the same order: how a benchmark checks the floor against the
     // module before it times either.
