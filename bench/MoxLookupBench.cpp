@@ -242,15 +242,11 @@ void BM_ModuleSearchOnly(benchmark::State& state) {
 
 // --- The floors ------------------------------------------------------------------
 
-// How a floor gets the albums from the stored file (BareAlbumSearch).
-using FloorSearch = bool (*)(const std::string&, const std::string&,
-                             std::list<HbSMoxDef::AlbumInfo>*);
-
 // The floors of getSearchResult: the same albums from the module's stored
 // database, the file read whole and searched in memory ("floor"), or
 // searched through a C stream as the module's reader must ("stream_floor");
 // checked against the module's own result first.
-void BM_SearchFloorOnly(benchmark::State& state, FloorSearch search) {
+void BM_SearchFloorOnly(benchmark::State& state, BareAlbumSearch::Search search) {
     if (!linkModule(state, true, *shared->small) || shared->module->receive(shared->toc) != 0) {
         state.SkipWithError("the lookup failed");
         return;
@@ -279,7 +275,7 @@ void BM_SearchFloorOnly(benchmark::State& state, FloorSearch search) {
 struct BareRun {
     int lookups = 1;
     HandOffThread* thread = nullptr;
-    FloorSearch search = nullptr;
+    BareAlbumSearch::Search search = nullptr;
 };
 
 // Runs the bare lookups over the link asked for, each with its own phone

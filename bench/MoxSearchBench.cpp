@@ -110,10 +110,9 @@ void BM_GetSearchResult(benchmark::State& state, int albums, int tracks) {
 // stream with a seek and a read per record, as the module's reader must
 // make them. Each is checked once against the module's result before the
 // timed loop.
-using FloorSearch = bool (*)(const std::string&, const std::string&,
-                             std::list<HbSMoxDef::AlbumInfo>*);
 
-void BM_SearchFloor(benchmark::State& state, FloorSearch search, int albums, int tracks) {
+void BM_SearchFloor(benchmark::State& state, BareAlbumSearch::Search search, int albums,
+                    int tracks) {
     const std::string toc = moxdb::makeTocTextOfTracks(tracks);
     if (storeDatabase(state, toc, albums, tracks) == 0) {
         return;

@@ -35,6 +35,10 @@
 
 class BareAlbumSearch {
 public:
+    // Either floor, for a benchmark that runs one or the other.
+    using Search = bool (*)(const std::string& path, const std::string& toc,
+                            std::list<HbSMoxDef::AlbumInfo>* albums);
+
     static bool search(const std::string& path, const std::string& toc,
                        std::list<HbSMoxDef::AlbumInfo>* albums);
     static bool searchThroughStream(const std::string& path, const std::string& toc,
