@@ -66,11 +66,11 @@
 #include "FacadeLookup.h"
 #include "HandOffThread.h"
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbSingletonFinalizer.h"
 #include "MoxDbWriter.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "RatioReporter.h"
-#include "private/MoxResultFile.h"
 
 namespace {
 
@@ -126,7 +126,7 @@ moxdb::Bytes fileBytes(const std::string& path) {
 }
 
 std::string floorFile() {
-    return MoxResultFile::DIRECTORY + "floor.dap3";
+    return HbFileSysHost::getResultDirectory() + "floor.dap3";
 }
 
 // The frames a lookup sends, as both sides must send them.
@@ -174,7 +174,7 @@ void BM_ModuleLookup(benchmark::State& state, bool unix) {
     std::list<HbSMoxDef::AlbumInfo> albums;
     if (!shared->module->lookup(shared->toc, &albums) || albums.size() != kAlbums) {
         state.SkipWithError("the lookup did not find every album");
-    } else if (checkExchange(state, modulePhoneLog(unix), MoxResultFile::FULL_PATH,
+    } else if (checkExchange(state, modulePhoneLog(unix), HbFileSysHost::getResultFilePath(),
                              *shared->small)) {
         for (auto _ : state) {
             if (!shared->module->lookup(shared->toc, &albums)) {
@@ -193,7 +193,7 @@ void BM_ModuleReception(benchmark::State& state, bool unix) {
     modulePhoneLog(unix).take();
     if (shared->module->receive(shared->toc) != 0) {
         state.SkipWithError("the 1 MiB answer was not received");
-    } else if (checkExchange(state, modulePhoneLog(unix), MoxResultFile::FULL_PATH,
+    } else if (checkExchange(state, modulePhoneLog(unix), HbFileSysHost::getResultFilePath(),
                              *shared->large)) {
         for (auto _ : state) {
             for (int i = 0; i < kLargeLookups; ++i) {
@@ -254,12 +254,12 @@ void BM_SearchFloorOnly(benchmark::State& state, BareAlbumSearch::Search search)
     std::list<HbSMoxDef::AlbumInfo> module;
     std::list<HbSMoxDef::AlbumInfo> albums;
     if (!shared->module->facade()->getSearchResult(shared->toc, &module) ||
-        !search(MoxResultFile::FULL_PATH, shared->toc, &albums) || albums.size() != kAlbums ||
-        !BareAlbumSearch::same(albums, module)) {
+        !search(HbFileSysHost::getResultFilePath(), shared->toc, &albums) ||
+        albums.size() != kAlbums || !BareAlbumSearch::same(albums, module)) {
         state.SkipWithError("the floor did not find the module's albums");
     } else {
         for (auto _ : state) {
-            if (!search(MoxResultFile::FULL_PATH, shared->toc, &albums)) {
+            if (!search(HbFileSysHost::getResultFilePath(), shared->toc, &albums)) {
                 state.SkipWithError("the floor's search failed");
                 break;
             }
@@ -466,7 +466,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     state.socketDirectory = directory;
-    HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true);
+    HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true);
     state.socketPhone.reset(
         new BareSocketPhone(*state.small, state.socketDirectory + "/phone.sock"));
     state.loopbackPhone.reset(new BareLoopbackPhone(*state.small));

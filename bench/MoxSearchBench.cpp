@@ -26,10 +26,10 @@
 #include "BareAlbumSearch.h"
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "MoxDbWriter.h"
 #include "RatioReporter.h"
 #include "private/MoxDapDatabase.h"
-#include "private/MoxResultFile.h"
 
 namespace {
 
@@ -60,9 +60,9 @@ ReadCounters readCounters() {
 // cannot be stored.
 size_t storeDatabase(benchmark::State& state, const std::string& toc, int albums, int tracks) {
     const moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeUniform(toc, albums, tracks);
-    HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true);
+    HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true);
     std::string error;
-    if (!cat.writeFile(MoxResultFile::FULL_PATH, &error)) {
+    if (!cat.writeFile(HbFileSysHost::getResultFilePath(), &error)) {
         state.SkipWithError(error.c_str());
         return 0;
     }
@@ -120,13 +120,13 @@ void BM_SearchFloor(benchmark::State& state, BareAlbumSearch::Search search, int
     std::list<HbSMoxDef::AlbumInfo> module;
     std::list<HbSMoxDef::AlbumInfo> result;
     if (!MoxDapDatabase::GetInstance()->getSearchResult(toc, &module) ||
-        !search(MoxResultFile::FULL_PATH, toc, &result) ||
+        !search(HbFileSysHost::getResultFilePath(), toc, &result) ||
         result.size() != static_cast<size_t>(albums) || !BareAlbumSearch::same(result, module)) {
         state.SkipWithError("the floor did not find the module's albums");
         return;
     }
     for (auto _ : state) {
-        const bool ok = search(MoxResultFile::FULL_PATH, toc, &result);
+        const bool ok = search(HbFileSysHost::getResultFilePath(), toc, &result);
         benchmark::DoNotOptimize(ok);
         benchmark::DoNotOptimize(result);
     }

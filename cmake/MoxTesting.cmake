@@ -10,15 +10,17 @@ set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
 add_subdirectory(${MOX_GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 include(GoogleTest)
 
-# mox_add_test(NAME SOURCES src... [LIBS lib...] [RESOURCE_LOCK name])
+# mox_add_test(NAME SOURCES src... [LIBS lib...])
 # One executable per test file. Every test case runs in its own process, and
 # the whole executable runs once more in one process (test NAME.WholeBinary,
 # label "whole"), which proves that each fixture leaves nothing armed or
 # registered behind. A test that truly needs a fresh process says so with
 # "FreshProcess" in its name; the whole run leaves it out.
 function(mox_add_test name)
-  cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;LIBS" ${ARGN})
-  add_executable(${name} ${ARG_SOURCES})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  # Each test process keeps the module's result directory in a folder of its
+  # own (tests/support/TestResultDir.cpp), so tests run in parallel.
+  add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:mox_test_result_dir>)
   mox_project_options(${name})
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} mox_test_support GTest::gmock GTest::gtest_main)
   target_compile_definitions(${name} PRIVATE MOX_TEST_TMP_DIR="${CMAKE_BINARY_DIR}/testtmp")
@@ -27,12 +29,8 @@ function(mox_add_test name)
   if(CMAKE_CROSSCOMPILING_EMULATOR)
     target_compile_definitions(${name} PRIVATE MOX_TEST_UNDER_EMULATOR=1)
   endif()
-  set(extra_properties)
-  if(ARG_RESOURCE_LOCK)
-    set(extra_properties RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
-  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
-                       PROPERTIES TIMEOUT 120 ${extra_properties})
+                       PROPERTIES TIMEOUT 120)
   add_test(NAME ${name}.WholeBinary COMMAND ${name} --gtest_filter=-*FreshProcess*)
-  set_tests_properties(${name}.WholeBinary PROPERTIES LABELS whole TIMEOUT 600 ${extra_properties})
+  set_tests_properties(${name}.WholeBinary PROPERTIES LABELS whole TIMEOUT 600)
 endfunction()

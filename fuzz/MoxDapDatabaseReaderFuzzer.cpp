@@ -14,9 +14,9 @@
 
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "moxdb/DbImageReader.h"
 #include "private/MoxDapDatabase.h"
-#include "private/MoxResultFile.h"
 
 namespace {
 
@@ -59,8 +59,8 @@ private:
 // Writes a new file each time: rewriting a truncated file would make the file
 // system flush it on close, which slows every run down.
 bool writeResultFile(const uint8_t* data, size_t size) {
-    std::remove(MoxResultFile::FULL_PATH.c_str());
-    FILE* file = std::fopen(MoxResultFile::FULL_PATH.c_str(), "wb");
+    std::remove(HbFileSysHost::getResultFilePath().c_str());
+    FILE* file = std::fopen(HbFileSysHost::getResultFilePath().c_str(), "wb");
     if (file == nullptr) {
         return false;
     }
@@ -166,7 +166,7 @@ void exerciseRenderings(MoxDapDatabase* db, const Input& input) {
 }
 
 bool setUp() {
-    HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true);
+    HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true);
     // Thousands of inputs a second: the reader's messages would drown the
     // fuzzer's own output.
     HbDbgOutput::SetSink([](const HbDbgRecord&) {});

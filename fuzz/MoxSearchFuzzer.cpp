@@ -19,13 +19,13 @@
 
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "private/MoxDapDatabase.h"
-#include "private/MoxResultFile.h"
 
 namespace {
 
 bool storeDatabase(const uint8_t* data, size_t size) {
-    FILE* file = std::fopen(MoxResultFile::FULL_PATH.c_str(), "wb");
+    FILE* file = std::fopen(HbFileSysHost::getResultFilePath().c_str(), "wb");
     if (file == nullptr) {
         return false;
     }
@@ -43,7 +43,7 @@ void check(bool condition, const char* what) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true);
+    HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true);
     // The reader reports every fault it meets; keep the fuzzer's output quiet.
     HbDbgOutput::SetSink([](const HbDbgRecord&) {});
     return 0;
@@ -60,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string toc(reinterpret_cast<const char*>(data + 1), tocLength);
     if (!storeDatabase(data + 1 + tocLength, size - 1 - tocLength)) {
         std::fprintf(stderr, "MoxSearchFuzzer: cannot write %s\n",
-                     MoxResultFile::FULL_PATH.c_str());
+                     HbFileSysHost::getResultFilePath().c_str());
         std::abort();
     }
 

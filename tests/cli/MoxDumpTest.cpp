@@ -12,10 +12,10 @@
 
 #include "CliRun.h"
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "TestDir.h"
 #include "moxdb/CatalogueBuilder.h"
 #include "moxdb/DbBytes.h"
-#include "private/MoxResultFile.h"
 
 namespace {
 
@@ -486,15 +486,15 @@ TEST_F(MoxDumpTest, Dump_ReadsTheGivenFileNotTheResultFile) {
     // Another database at the module's result path must not be shown.
     moxdb::CatalogueBuilder other = moxdb::CatalogueBuilder::makeSample();
     other.image().setVersion(0x10000000);
-    ASSERT_TRUE(HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true));
+    ASSERT_TRUE(HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true));
     std::string error;
-    ASSERT_TRUE(other.writeFile(MoxResultFile::FULL_PATH, &error)) << error;
+    ASSERT_TRUE(other.writeFile(HbFileSysHost::getResultFilePath(), &error)) << error;
     RunResult result = runMox(dir, {"dump", path});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(lines(result.out), expectedDump(k.cat, header, nullptr));
 
     // Nor is the result file needed at all.
-    std::remove(MoxResultFile::FULL_PATH.c_str());
+    std::remove(HbFileSysHost::getResultFilePath().c_str());
     result = runMox(dir, {"dump", path});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(lines(result.out), expectedDump(k.cat, header, nullptr));

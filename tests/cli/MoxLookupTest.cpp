@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -24,8 +27,8 @@
 #include "ChildProgram.h"
 #include "CliRun.h"
 #include "DiscImageFiles.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "TestDir.h"
-#include "private/MoxResultFile.h"
 
 extern char** environ;
 
@@ -422,21 +425,236 @@ TEST_F(MoxLookupTest, RemoteTcpAddress_IsRefused) {
     EXPECT_EQ(result.err, "mox lookup: link lost: the phone could not be reached\n");
 }
 
-TEST_F(MoxLookupTest, AnotherRunHoldsTheResultDirectory_SaysOnceThatItWaits) {
-    ASSERT_EQ(system(("mkdir -p " + MoxResultFile::DIRECTORY).c_str()), 0);
-    const int held = ::open(MoxResultFile::DIRECTORY.c_str(), O_RDONLY | O_DIRECTORY);
+// Two runs given the same directory on purpose (MOX_RESULT_DIR) take turns:
+// the second says once that it waits.
+TEST_F(MoxLookupTest, AnotherRunHoldsTheGivenResultDirectory_SaysOnceThatItWaits) {
+    const std::string shared = dir.file("shared") + "/";
+    ASSERT_EQ(::mkdir(shared.c_str(), 0700), 0);
+    const int held = ::open(shared.c_str(), O_RDONLY | O_DIRECTORY);
     ASSERT_GE(held, 0);
     ASSERT_EQ(::flock(held, LOCK_EX), 0);
     // The lookup waits on the lock; the test lets go once the lookup has
     // said so on its stderr.
-    ChildProgram lookup(kMox, {"lookup", "--toc", kDisc1});
+    ChildProgram lookup(kMox, {"lookup", "--toc", kDisc1}, {"MOX_RESULT_DIR=" + shared});
     const std::string waiting = "mox lookup: waiting for another run that uses ";
-    EXPECT_EQ(lookup.waitForLine(waiting), waiting + MoxResultFile::DIRECTORY);
+    EXPECT_EQ(lookup.waitForLine(waiting), waiting + shared);
     ::flock(held, LOCK_UN);
     ::close(held);
     EXPECT_EQ(lookup.wait(), 0);
-    EXPECT_EQ(lookup.err(), waiting + MoxResultFile::DIRECTORY + "\n");
+    EXPECT_EQ(lookup.err(), waiting + shared + "\n");
     EXPECT_NE(lookup.out().find("Northern Roads"), std::string::npos);
+}
+
+// Without MOX_RESULT_DIR each run keeps its answer in a private directory
+// (mode 0700) that it reports and removes when it ends.
+TEST_F(MoxLookupTest, Json_NoResultDirGiven_PrivateDirectoryReportedThenRemoved) {
+    unsetenv("MOX_RESULT_DIR");
+    const Json out = lookupJson({"--toc", kDisc1}, 0);
+    const std::string used = out.at("result_dir").get<std::string>();
+    ASSERT_FALSE(used.empty());
+    EXPECT_EQ(used.back(), '/');
+    EXPECT_EQ(used.front(), '/');
+    EXPECT_FALSE(std::filesystem::exists(used));
+    EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+}
+
+TEST_F(MoxLookupTest, Json_MoxResultDirGiven_AnswerKeptThereWithMode0700) {
+    const std::string given = dir.file("answers/mox") + "/";
+    setenv("MOX_RESULT_DIR", given.c_str(), 1);
+    const Json out = lookupJson({"--toc", kDisc1}, 0);
+    unsetenv("MOX_RESULT_DIR");
+    EXPECT_EQ(out.at("result_dir"), given);
+    EXPECT_EQ(TestDir::readFile(given + "dbupdateresponse.dap3").size(), 840u);
+    struct stat info;
+    ASSERT_EQ(::stat(given.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700u);
+}
+
+// A result directory that others can write is refused before the lookup
+// starts, in words; nothing is written in it.
+TEST_F(MoxLookupTest, MoxResultDirWritableByOthers_RefusedInWords) {
+    const std::string given = dir.file("open");
+    ASSERT_EQ(::mkdir(given.c_str(), 0700), 0);
+    ASSERT_EQ(::chmod(given.c_str(), 0777), 0);
+    setenv("MOX_RESULT_DIR", given.c_str(), 1);
+    const CliResult result = lookup({"--toc", kDisc1});
+    unsetenv("MOX_RESULT_DIR");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err,
+              "mox lookup: result directory " + given + " is writable by other users\n");
+    EXPECT_TRUE(std::filesystem::is_empty(given));
+}
+
+// A result file that is a link is refused by the host edition when the
+// module clears it; the lookup ends with that reason, the target untouched.
+TEST_F(MoxLookupTest, ResultFileIsASymbolicLink_TargetUntouchedRefusalInWords) {
+    const std::string given = dir.file("answers") + "/";
+    ASSERT_EQ(::mkdir(given.c_str(), 0700), 0);
+    const std::string victim = dir.file("victim.txt");
+    TestDir::writeFile(victim, {'k', 'e', 'e', 'p'});
+    ASSERT_EQ(::symlink(victim.c_str(), (given + "dbupdateresponse.dap3").c_str()), 0);
+    setenv("MOX_RESULT_DIR", given.c_str(), 1);
+    const CliResult result = lookup({"--toc", kDisc1});
+    unsetenv("MOX_RESULT_DIR");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "mox lookup: result file " + given + "dbupdateresponse.dap3 is a symbolic link\n");
+    EXPECT_EQ(TestDir::readFile(victim), (std::vector<unsigned char>{'k', 'e', 'e', 'p'}));
+}
+
+// mox search on the result file of a lookup that is still running reads it
+// and never writes it: the lookup's answer and albums come out whole.
+TEST_F(MoxLookupTest, SearchDuringARunningLookup_LookupsFileAndAlbumsUnchanged) {
+    const std::string given = dir.file("live") + "/";
+    ChildProgram running(kMox, {"lookup", "--toc", kDisc1, "--fault", "slow-chunks", "--verbose"},
+                         {"MOX_RESULT_DIR=" + given});
+    ASSERT_FALSE(running.waitForLine("mox-phone: -> 0x8011 notice").empty()) << running.err();
+    const CliResult search =
+        runCli(kMox, {"search", given + "dbupdateresponse.dap3", "--toc", kDisc1, "--json"}, dir);
+    EXPECT_TRUE(search.status == 0 || search.status == 1) << search.err;
+    EXPECT_EQ(running.wait(), 0) << running.err();
+    EXPECT_NE(running.out().find("Northern Roads"), std::string::npos);
+    EXPECT_EQ(TestDir::readFile(given + "dbupdateresponse.dap3").size(), 840u);
+}
+
+// The example program and two lookups at once, each with its own private
+// directory: all three get their albums.
+TEST_F(MoxLookupTest, ExampleAndTwoLookupsAtOnce_EachGetsItsAlbums) {
+    unsetenv("MOX_RESULT_DIR");
+    PhoneProcess phone("unix:" + dir.file("phone.sock"), {"--fault", "slow-chunks"});
+    ASSERT_FALSE(phone.endpoint().empty());
+    ChildProgram example(kExample, {kDisc1}, {"OST_LINKAPP_ENDPOINT=" + phone.endpoint()});
+    ChildProgram first(kMox, {"lookup", "--toc", kDisc1, "--fault", "slow-chunks"});
+    ChildProgram second(kMox,
+                        {"lookup", "--toc", "000096003B2E0079AE00B82E", "--fault", "slow-chunks"});
+    EXPECT_EQ(example.wait(), 0) << example.err();
+    EXPECT_EQ(first.wait(), 0) << first.err();
+    EXPECT_EQ(second.wait(), 0) << second.err();
+    EXPECT_EQ(example.out().rfind("Northern Roads (92%, 3 tracks)\n", 0), 0u) << example.out();
+    EXPECT_NE(first.out().find("Northern Roads"), std::string::npos);
+    EXPECT_NE(second.out().find("MOXS-0006"), std::string::npos) << second.out();
+}
+
+// --- Another user on the same machine ------------------------------------------------
+// Run as root, the test plays the attacker in a child that has switched to
+// another uid, in a sticky world-writable folder of its own (as /tmp is).
+// The victim's lookup ends with the reason in words, its file untouched.
+
+class MoxLookupAttackTest : public MoxLookupTest {
+protected:
+    static constexpr uid_t kAttacker = 65534;
+
+    void SetUp() override {
+        MoxLookupTest::SetUp();
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "needs root, to play another user";
+        }
+        char name[] = "/tmp/mox-attack-XXXXXX";
+        ASSERT_NE(::mkdtemp(name), nullptr);
+        sticky = name;
+        ASSERT_EQ(::chmod(sticky.c_str(), 01777), 0);
+        victimFile = dir.file("victim.txt");
+        TestDir::writeFile(victimFile, kVictimBytes);
+    }
+    void TearDown() override {
+        if (!sticky.empty()) {
+            TestDir::removeTree(sticky);
+        }
+    }
+
+    // Runs `action` in a child as the attacker; true when it succeeded.
+    static bool asAttacker(const std::function<bool()>& action) {
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            if (::setresgid(kAttacker, kAttacker, kAttacker) != 0 ||
+                ::setresuid(kAttacker, kAttacker, kAttacker) != 0) {
+                ::_exit(2);
+            }
+            ::_exit(action() ? 0 : 1);
+        }
+        int status = 0;
+        return pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
+               WEXITSTATUS(status) == 0;
+    }
+
+    // The victim's lookup with MOX_RESULT_DIR; it must fail with `reason`.
+    void expectRefused(const std::string& resultDir, const std::string& reason) {
+        setenv("MOX_RESULT_DIR", resultDir.c_str(), 1);
+        const CliResult result = lookup({"--toc", kDisc1});
+        unsetenv("MOX_RESULT_DIR");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "mox lookup: " + reason + "\n");
+        EXPECT_EQ(TestDir::readFile(victimFile), kVictimBytes);
+    }
+
+    const std::vector<unsigned char> kVictimBytes = {'r', 'o', 'o', 't', '\n'};
+    std::string sticky;
+    std::string victimFile;
+};
+
+TEST_F(MoxLookupAttackTest, PrecreatedDirectory_RefusedAsOwnedByAnotherUser) {
+    const std::string answers = sticky + "/answers";
+    ASSERT_TRUE(asAttacker([&] { return ::mkdir(answers.c_str(), 0755) == 0; }));
+    expectRefused(answers + "/", "result directory " + answers + " is owned by another user");
+    EXPECT_TRUE(std::filesystem::is_empty(answers));
+}
+
+TEST_F(MoxLookupAttackTest, SymbolicLinkToTheVictimsFile_VictimsFileUnchanged) {
+    const std::string answers = sticky + "/answers";
+    const std::string link = answers + "/dbupdateresponse.dap3";
+    ASSERT_TRUE(asAttacker([&] {
+        return ::mkdir(answers.c_str(), 0755) == 0 &&
+               ::symlink(victimFile.c_str(), link.c_str()) == 0;
+    }));
+    expectRefused(answers + "/", "result directory " + answers + " is owned by another user");
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+}
+
+TEST_F(MoxLookupAttackTest, HardLinkToTheVictimsFile_VictimsFileUnchanged) {
+    const std::string answers = sticky + "/answers";
+    const std::string link = answers + "/dbupdateresponse.dap3";
+    ASSERT_TRUE(asAttacker([&] { return ::mkdir(answers.c_str(), 0777) == 0; }));
+    // The kernel may forbid the attacker a link to root's file
+    // (protected_hardlinks); the link is then made for it.
+    if (!asAttacker([&] { return ::link(victimFile.c_str(), link.c_str()) == 0; })) {
+        ASSERT_EQ(::link(victimFile.c_str(), link.c_str()), 0);
+    }
+    expectRefused(answers + "/", "result directory " + answers + " is owned by another user");
+}
+
+// Even in a directory of the victim's own, a second hard link to the result
+// file makes it refused when the module opens it.
+TEST_F(MoxLookupAttackTest, HardLinkInTheVictimsOwnDirectory_RefusedWhenOpened) {
+    const std::string answers = dir.file("answers");
+    ASSERT_EQ(::mkdir(answers.c_str(), 0700), 0);
+    ASSERT_EQ(::link(victimFile.c_str(), (answers + "/dbupdateresponse.dap3").c_str()), 0);
+    expectRefused(answers + "/",
+                  "result file " + answers + "/dbupdateresponse.dap3 has 2 hard links");
+}
+
+TEST_F(MoxLookupAttackTest, SymbolicLinkInPlaceOfAParent_Refused) {
+    const std::string parent = sticky + "/home";
+    ASSERT_TRUE(asAttacker([&] { return ::symlink(dir.path().c_str(), parent.c_str()) == 0; }));
+    expectRefused(parent + "/answers/", "result directory " + parent + "/answers: parent " +
+                                            parent + " is a symbolic link owned by another user");
+    EXPECT_FALSE(std::filesystem::exists(dir.file("answers")));
+}
+
+TEST_F(MoxLookupAttackTest, WorldWritableDirectoryOfTheAttacker_Refused) {
+    const std::string answers = sticky + "/answers";
+    ASSERT_TRUE(asAttacker([&] {
+        return ::mkdir(answers.c_str(), 0777) == 0 && ::chmod(answers.c_str(), 0777) == 0;
+    }));
+    expectRefused(answers + "/", "result directory " + answers + " is owned by another user");
+}
+
+TEST_F(MoxLookupAttackTest, GroupWritableDirectoryOfTheVictim_Refused) {
+    const std::string answers = sticky + "/answers";
+    ASSERT_EQ(::mkdir(answers.c_str(), 0700), 0);
+    ASSERT_EQ(::chmod(answers.c_str(), 0770), 0);
+    expectRefused(answers + "/", "result directory " + answers + " is writable by other users");
 }
 
 // --- The example program -----------------------------------------------------------------------

@@ -3,9 +3,8 @@
 // and exit status are compared with what the search must give.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/file.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,12 +16,10 @@
 #include <vector>
 
 #include "CliRun.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "MoxDbWriter.h"
 #include "TestDir.h"
 #include "private/MoxLimits.h"
-#include "private/MoxResultFile.h"
-
-extern char** environ;
 
 using nlohmann::json;
 
@@ -32,8 +29,14 @@ using RunResult = CliResult;
 
 class MoxSearchTest : public ::testing::Test {
 protected:
-    // The module's debug output goes to stderr in every run.
-    MoxSearchTest() : dir("MoxSearchTest") { ::setenv("HB_DBG_OUTPUT", "stderr", 1); }
+    // The module's debug output goes to stderr in every run. MOX_RESULT_DIR
+    // names this test's result directory, which holds a "live" answer that
+    // no search may touch.
+    MoxSearchTest() : dir("MoxSearchTest") {
+        ::setenv("HB_DBG_OUTPUT", "stderr", 1);
+        ::setenv("MOX_RESULT_DIR", HbFileSysHost::getResultDirectory().c_str(), 1);
+    }
+    ~MoxSearchTest() override { ::unsetenv("MOX_RESULT_DIR"); }
 
     // Runs the mox binary with `args`.
     RunResult run(const std::vector<std::string>& args) { return runCli(MOX_CLI_PATH, args, dir); }
@@ -83,7 +86,7 @@ protected:
 
     // The result directory without its trailing slash.
     static std::string resultDir() {
-        std::string path = MoxResultFile::DIRECTORY;
+        std::string path = HbFileSysHost::getResultDirectory();
         while (path.size() > 1 && path.back() == '/') {
             path.pop_back();
         }
@@ -94,7 +97,7 @@ protected:
     // touched it.
     static void plantResultFile(const std::vector<unsigned char>& bytes) {
         std::filesystem::create_directories(resultDir());
-        TestDir::writeFile(MoxResultFile::FULL_PATH, bytes);
+        TestDir::writeFile(HbFileSysHost::getResultFilePath(), bytes);
     }
 
     static std::vector<std::string> idsOf(const json& albums) {
@@ -257,11 +260,45 @@ TEST_F(MoxSearchTest, Json_LoneSurrogateInTitle_StillValidJson) {
               "B");
 }
 
-TEST_F(MoxSearchTest, Json_CopiesFileToTheResultLocation) {
-    moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeSample();
-    const std::string file = write(cat);
-    runJson(file, "no such toc", 0);
-    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH), TestDir::readFile(file));
+// The search reads FILE and never writes it, nor the result file of the
+// directory that MOX_RESULT_DIR names, even when FILE is that very file.
+TEST_F(MoxSearchTest, Json_LiveResultFileItself_SearchedAndLeftUnchanged) {
+    const moxdb::Bytes live = moxdb::CatalogueBuilder::makeSample().build();
+    plantResultFile(std::vector<unsigned char>(live.begin(), live.end()));
+    const json out = runJson(HbFileSysHost::getResultFilePath(), "0000960046E6008D3600D386", 0);
+    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
+              std::vector<unsigned char>(live.begin(), live.end()));
+}
+
+TEST_F(MoxSearchTest, Json_LinkToTheLiveResultFile_SearchedAndBothLeftUnchanged) {
+    const moxdb::Bytes live = moxdb::CatalogueBuilder::makeSample().build();
+    plantResultFile(std::vector<unsigned char>(live.begin(), live.end()));
+    const std::string link = dir.file("link.dap3");
+    ASSERT_EQ(::symlink(HbFileSysHost::getResultFilePath().c_str(), link.c_str()), 0);
+    const json out = runJson(link, "0000960046E6008D3600D386", 0);
+    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
+              std::vector<unsigned char>(live.begin(), live.end()));
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+}
+
+// A pipe is read to its end (bounded as a file is) and searched.
+TEST_F(MoxSearchTest, Json_Fifo_ReadToTheEndAndSearched) {
+    const std::string fifo = dir.file("answer.fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const moxdb::Bytes bytes = moxdb::CatalogueBuilder::makeSample().build();
+    const std::string source = write(bytes);
+    const RunResult result = runCli(
+        "/bin/sh",
+        {"-c",
+         "cat \"$1\" > \"$2\" & exec \"$0\" search \"$2\" --toc 0000960046E6008D3600D386 --json",
+         MOX_CLI_PATH, source, fifo},
+        dir);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    const json out = json::parse(result.out);
+    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
 }
 
 TEST_F(MoxSearchTest, Records_SampleFirstAlbum_ExactTextForm) {
@@ -428,7 +465,7 @@ TEST_F(MoxSearchTest, InputLargerThanResultFileLimit_RefusedWithSizesResultFileU
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "mox search: " + file + ": 1048577 bytes, larger than the module " +
                               "accepts from the phone (1048576 bytes)\n");
-    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH),
+    EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
               (std::vector<unsigned char>{'o', 'l', 'd'}));
 }
 
@@ -443,18 +480,18 @@ TEST_F(MoxSearchTest, InputOfExactlyTheLimit_CopiedWholeAndSearched) {
     const std::string file = write(bytes);
     const json out = runJson(file, "0000960046E6008D3600D386", 0);
     EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
-    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH), TestDir::readFile(file));
 }
 
-TEST_F(MoxSearchTest, ResultDirectoryCannotBeCreated_SaysTheSystemsReason) {
+// The search never uses the directory that MOX_RESULT_DIR names: a file in
+// its place changes nothing.
+TEST_F(MoxSearchTest, ResultDirectoryIsAFile_SearchUsesItsOwnAndSucceeds) {
+    std::filesystem::create_directories(resultDir());
     TestDir::removeTree(resultDir());
     TestDir::writeFile(resultDir(), {'x'});
-    const RunResult result =
-        run({"search", write(moxdb::CatalogueBuilder::makeSample()), "--toc", "X"});
-    EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err,
-              "mox search: cannot create " + MoxResultFile::DIRECTORY + ": Not a directory\n");
+    const json out =
+        runJson(write(moxdb::CatalogueBuilder::makeSample()), "0000960046E6008D3600D386", 0);
+    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(TestDir::readFile(resultDir()), (std::vector<unsigned char>{'x'}));
 }
 
 // A file-size limit set by a shell (SIGXFSZ ignored) makes the copy fail.
@@ -466,8 +503,12 @@ TEST_F(MoxSearchTest, ResultFileWriteFails_SaysTheSystemsReason) {
                                     dir);
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err,
-              "mox search: " + MoxResultFile::FULL_PATH + ": write failed: File too large\n");
+    // The copy goes to the run's private result directory, whose name is
+    // made at run time.
+    const std::string suffix = "/dbupdateresponse.dap3: write failed: File too large\n";
+    EXPECT_EQ(result.err.rfind("mox search: /", 0), 0u) << result.err;
+    ASSERT_GT(result.err.size(), suffix.size());
+    EXPECT_EQ(result.err.substr(result.err.size() - suffix.size()), suffix);
 }
 
 TEST_F(MoxSearchTest, TocFollowedByAnOption_IsBadUsageNotATocText) {
@@ -481,7 +522,7 @@ TEST_F(MoxSearchTest, TocFollowedByAnOption_IsBadUsageNotATocText) {
                                0),
               0u)
         << result.err;
-    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH),
+    EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
               (std::vector<unsigned char>{'o', 'l', 'd'}));
 }
 
@@ -496,63 +537,19 @@ TEST_F(MoxSearchTest, UnknownSubcommand_NamesTheWord) {
               "Run with --help for more information.\n");
 }
 
-// A second run waits while another holds the result directory, says so once
-// on stderr, and touches the result file only once the other is done.
-TEST_F(MoxSearchTest, SecondRunWhileDirectoryLocked_WaitsSaysSoOnceThenSearches) {
+// A search takes no lock: another run that holds the directory named by
+// MOX_RESULT_DIR does not delay it, and its result file stays as it is.
+TEST_F(MoxSearchTest, ResultDirectoryLockedByAnotherRun_SearchesAtOnceWithoutANotice) {
     const std::string file = write(moxdb::CatalogueBuilder::makeSample());
     plantResultFile({'o', 'l', 'd'});
     const int held = ::open(resultDir().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ASSERT_GE(held, 0);
     ASSERT_EQ(::flock(held, LOCK_EX), 0);
-
-    int errPipe[2];
-    ASSERT_EQ(::pipe2(errPipe, O_CLOEXEC), 0);
-    const std::string outPath = dir.file("stdout");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
-    std::vector<std::string> args = {
-        MOX_CLI_PATH, "search", file, "--toc", "0000960046E6008D3600D386", "--json"};
-    std::vector<char*> argv;
-    for (std::string& arg : args) {
-        argv.push_back(&arg[0]);
-    }
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    ASSERT_EQ(posix_spawn(&pid, MOX_CLI_PATH, &actions, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(errPipe[1]);
-
-    // Blocks until the run has said that it waits.
-    std::string err;
-    char byte = 0;
-    while (err.find('\n') == std::string::npos && ::read(errPipe[0], &byte, 1) == 1) {
-        err += byte;
-    }
-    const std::string notice =
-        "mox search: waiting for another run that uses " + MoxResultFile::DIRECTORY + "\n";
-    EXPECT_EQ(err, notice);
-    int wstatus = 0;
-    EXPECT_EQ(::waitpid(pid, &wstatus, WNOHANG), 0);  // still waiting
-    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH),
-              (std::vector<unsigned char>{'o', 'l', 'd'}));
-
-    ::flock(held, LOCK_UN);
+    const json out = runJson(file, "0000960046E6008D3600D386", 0);
     ::close(held);
-    while (::read(errPipe[0], &byte, 1) == 1) {
-        err += byte;
-    }
-    ::close(errPipe[0]);
-    ASSERT_EQ(::waitpid(pid, &wstatus, 0), pid);
-    ASSERT_TRUE(WIFEXITED(wstatus));
-    EXPECT_EQ(WEXITSTATUS(wstatus), 0);
-    EXPECT_EQ(err, notice);  // said once
-    const json out = json::parse(TestDir::readFile(outPath));
-    EXPECT_EQ(out.at("ok"), true);
     EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
-    EXPECT_EQ(TestDir::readFile(MoxResultFile::FULL_PATH), TestDir::readFile(file));
+    EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
+              (std::vector<unsigned char>{'o', 'l', 'd'}));
 }
 
 }  // namespace

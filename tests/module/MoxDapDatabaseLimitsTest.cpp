@@ -24,11 +24,11 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "MoxDbWriter.h"
 #include "ReaderTestSupport.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxLimits.h"
-#include "private/MoxResultFile.h"
 
 using HbSMoxDef::AlbumInfo;
 using HbSMoxDef::TrackInfo;
@@ -170,14 +170,14 @@ struct SearchRun {
 class MoxDapDatabaseLimitsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true));
-        std::remove(MoxResultFile::FULL_PATH.c_str());
+        ASSERT_TRUE(HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true));
+        std::remove(HbFileSysHost::getResultFilePath().c_str());
         db = MoxDapDatabase::GetInstance();
     }
 
     void TearDown() override {
         db->init();
-        std::remove(MoxResultFile::FULL_PATH.c_str());
+        std::remove(HbFileSysHost::getResultFilePath().c_str());
     }
 
     // Writes the database as the result file; the image is gone before the

@@ -19,6 +19,7 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbString.h"
 #include "ProcessStats.h"
 #include "ReaderTestSupport.h"
@@ -26,7 +27,6 @@
 #include "moxdb/DbBytes.h"
 #include "moxdb/DbImageBuilder.h"
 #include "private/MoxDapDatabase.h"
-#include "private/MoxResultFile.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ using moxtest::writeResultFile;
 const char* const SOURCE = moxtest::kReaderSource;
 
 void removeResultFile() {
-    std::remove(MoxResultFile::FULL_PATH.c_str());
+    std::remove(HbFileSysHost::getResultFilePath().c_str());
 }
 
 bool isClosed(const MoxDapDatabase* db) {
@@ -437,7 +437,7 @@ TEST_F(MoxDapDatabaseReaderTest, DapFread_ShortRead_ReportsEofErrorAndKeepsDatab
 TEST_F(MoxDapDatabaseReaderTest, DapFread_StreamError_ReportsReadError) {
     Catalogue c = makeCatalogue();
     storeAndLoad(c.cat.build());
-    FILE* writeOnly = std::fopen(MoxResultFile::FULL_PATH.c_str(), "a");
+    FILE* writeOnly = std::fopen(HbFileSysHost::getResultFilePath().c_str(), "a");
     ASSERT_NE(writeOnly, nullptr);
     uint32_t word = 0;
     EXPECT_FALSE(db->dapFread(&word, 1, 4, writeOnly));  // reading a write-only stream fails

@@ -13,11 +13,11 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "MoxDbWriter.h"
 #include "ProcessStats.h"
 #include "ReaderTestSupport.h"
 #include "private/MoxDapDatabase.h"
-#include "private/MoxResultFile.h"
 
 using HbSMoxDef::AlbumInfo;
 using HbSMoxDef::TrackInfo;
@@ -74,14 +74,14 @@ bool readCounters(uint64_t* calls, uint64_t* bytes) {
 class MoxDapDatabaseSearchTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true));
-        std::remove(MoxResultFile::FULL_PATH.c_str());
+        ASSERT_TRUE(HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true));
+        std::remove(HbFileSysHost::getResultFilePath().c_str());
         db = MoxDapDatabase::GetInstance();
     }
 
     void TearDown() override {
         db->init();
-        std::remove(MoxResultFile::FULL_PATH.c_str());
+        std::remove(HbFileSysHost::getResultFilePath().c_str());
     }
 
     void store(const moxdb::CatalogueBuilder& cat) { store(cat.build()); }

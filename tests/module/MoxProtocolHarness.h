@@ -21,11 +21,11 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbObserver.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "TestDir.h"
 #include "moxdb/DbBytes.h"
 #include "private/MoxProtocol.h"
-#include "private/MoxResultFile.h"
 #include "private/MoxState.h"
 
 namespace moxtest {
@@ -211,7 +211,7 @@ inline void feed(const Bytes& frame) {
 }
 
 inline std::string resultDir() {
-    std::string dir = MoxResultFile::DIRECTORY;
+    std::string dir = HbFileSysHost::getResultDirectory();
     while (dir.size() > 1 && dir.back() == '/') {
         dir.pop_back();
     }
@@ -220,11 +220,11 @@ inline std::string resultDir() {
 
 inline bool resultFileExists() {
     std::error_code ignored;
-    return std::filesystem::is_regular_file(MoxResultFile::FULL_PATH, ignored);
+    return std::filesystem::is_regular_file(HbFileSysHost::getResultFilePath(), ignored);
 }
 
 inline Bytes resultFile() {
-    return TestDir::readFile(MoxResultFile::FULL_PATH);
+    return TestDir::readFile(HbFileSysHost::getResultFilePath());
 }
 
 // The result directory as a fresh run finds it: a directory without the file.
@@ -236,7 +236,7 @@ inline void resetResultPlace() {
     if (fs::exists(fs::symlink_status(dir, ignored)) && !fs::is_directory(dir, ignored)) {
         fs::remove(dir, ignored);
     }
-    fs::remove_all(MoxResultFile::FULL_PATH, ignored);
+    fs::remove_all(HbFileSysHost::getResultFilePath(), ignored);
     fs::create_directories(dir, ignored);
 }
 
@@ -250,8 +250,8 @@ inline void plantFileInPlaceOfResultDir() {
 // A directory where the result file should be: it can then not be opened.
 inline void plantDirectoryInPlaceOfResultFile() {
     std::error_code ignored;
-    std::filesystem::remove(MoxResultFile::FULL_PATH, ignored);
-    std::filesystem::create_directories(MoxResultFile::FULL_PATH);
+    std::filesystem::remove(HbFileSysHost::getResultFilePath(), ignored);
+    std::filesystem::create_directories(HbFileSysHost::getResultFilePath());
 }
 
 // Limits the size of any file this process writes (SIGXFSZ ignored, so the

@@ -20,13 +20,13 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbObserver.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "MoxDbWriter.h"
 #include "MoxProtocolHarness.h"
 #include "TestDir.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxProtocol.h"
-#include "private/MoxResultFile.h"
 #include "private/MoxState.h"
 
 namespace {

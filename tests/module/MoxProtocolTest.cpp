@@ -17,12 +17,12 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbObserver.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "MoxProtocolHarness.h"
 #include "TestDir.h"
 #include "private/MoxLimits.h"
 #include "private/MoxProtocol.h"
-#include "private/MoxResultFile.h"
 #include "private/MoxState.h"
 
 namespace {
@@ -255,7 +255,7 @@ TEST_F(MoxProtocolTest, SendCmdEventCdTocLookup_LookupParameters_GiveBytesTwoToS
 
 TEST_F(MoxProtocolTest,
        SendCmdEventCdTocLookup_Normally_EmptiesFileThenSearchingThenTimerThenFrame) {
-    TestDir::writeFile(MoxResultFile::FULL_PATH, text("old answer"));
+    TestDir::writeFile(HbFileSysHost::getResultFilePath(), text("old answer"));
     std::vector<bool> emptyAtFrame;
     recorder->onFrameHook = [&emptyAtFrame](const Bytes&) {
         emptyAtFrame.push_back(resultFileExists() && resultFile().empty());
@@ -865,7 +865,7 @@ TEST_F(MoxProtocolTest, WriteSearchResultFile_FlushFailsOnClose_CloseErrorReturn
 }
 
 TEST_F(MoxProtocolTest, ClearSearchResultFile_ExistingContent_TruncatesToZero) {
-    TestDir::writeFile(MoxResultFile::FULL_PATH, text("previous answer"));
+    TestDir::writeFile(HbFileSysHost::getResultFilePath(), text("previous answer"));
     EXPECT_TRUE(protocol->clearSearchResultFile());
     EXPECT_TRUE(resultFileExists());
     EXPECT_TRUE(resultFile().empty());

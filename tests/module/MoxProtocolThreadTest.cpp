@@ -19,13 +19,13 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbObserver.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "MoxProtocolHarness.h"
 #include "TestDir.h"
 #include "TestEvent.h"
 #include "TimerCallGate.h"
 #include "private/MoxProtocol.h"
-#include "private/MoxResultFile.h"
 #include "private/MoxState.h"
 
 namespace {

@@ -11,6 +11,7 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbDispatcher.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "ModuleReset.h"
 #include "NotificationLog.h"
@@ -20,7 +21,6 @@
 #include "private/Mox.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxProtocol.h"
-#include "private/MoxResultFile.h"
 #include "private/MoxSearchInfo.h"
 #include "private/MoxState.h"
 
@@ -422,7 +422,7 @@ TEST_F(MoxTest, GetSearchResult_WhenComplete_ReturnsWhatTheAlbumSearchReturns) {
     cat.addToc(toc, album, 1);
     std::string error;
     ASSERT_TRUE(MoxProtocol::GetInstance()->clearSearchResultFile());
-    ASSERT_TRUE(cat.writeFile(MoxResultFile::FULL_PATH, &error)) << error;
+    ASSERT_TRUE(cat.writeFile(HbFileSysHost::getResultFilePath(), &error)) << error;
     MoxState::GetInstance()->setResultState(0);
 
     std::list<HbSMoxDef::AlbumInfo> viaUnit;

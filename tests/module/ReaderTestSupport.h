@@ -14,8 +14,8 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "moxdb/DbBytes.h"
-#include "private/MoxResultFile.h"
 
 namespace moxtest {
 
@@ -53,10 +53,10 @@ inline Msgs take(DbgCapture& capture) {
 // Replaces the result file with a new one (a truncated and rewritten file
 // would be flushed on close, which slows the cut and damage loops down).
 inline void writeResultFile(const moxdb::Bytes& bytes) {
-    ASSERT_TRUE(HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true));
-    std::remove(MoxResultFile::FULL_PATH.c_str());
-    std::ofstream out(MoxResultFile::FULL_PATH, std::ios::binary | std::ios::trunc);
-    ASSERT_TRUE(out.good()) << MoxResultFile::FULL_PATH;
+    ASSERT_TRUE(HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true));
+    std::remove(HbFileSysHost::getResultFilePath().c_str());
+    std::ofstream out(HbFileSysHost::getResultFilePath(), std::ios::binary | std::ios::trunc);
+    ASSERT_TRUE(out.good()) << HbFileSysHost::getResultFilePath();
     out.write(reinterpret_cast<const char*>(bytes.data()),
               static_cast<std::streamsize>(bytes.size()));
     out.close();

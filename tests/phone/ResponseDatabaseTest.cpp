@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "PhoneTestSupport.h"
 #include "TestDir.h"
 #include "moxdb/DbRecords.h"
 #include "private/MoxDapDatabase.h"
-#include "private/MoxResultFile.h"
 
 using HbSMoxDef::AlbumInfo;
 using HbSMoxDef::TrackInfo;
@@ -46,9 +46,9 @@ class ResponseDatabaseTest : public ::testing::Test {
 protected:
     void SetUp() override {
         catalogue = phonetest::sampleCatalogue();
-        HbFileSys::CreateDirectory(MoxResultFile::DIRECTORY.c_str(), true);
+        HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true);
     }
-    void TearDown() override { std::remove(MoxResultFile::FULL_PATH.c_str()); }
+    void TearDown() override { std::remove(HbFileSysHost::getResultFilePath().c_str()); }
 
     const moxphone::CatalogueDisc& disc(size_t index) const { return catalogue->discs().at(index); }
     Bytes build(size_t index) const {
@@ -57,7 +57,7 @@ protected:
 
     // Stores `db` as the module's result file and runs its album search.
     std::list<AlbumInfo> search(const Bytes& db, const std::string& toc) {
-        TestDir::writeFile(MoxResultFile::FULL_PATH, db);
+        TestDir::writeFile(HbFileSysHost::getResultFilePath(), db);
         std::list<AlbumInfo> albums;
         EXPECT_TRUE(MoxDapDatabase::GetInstance()->getSearchResult(toc, &albums));
         return albums;

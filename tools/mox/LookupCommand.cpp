@@ -14,9 +14,16 @@
 // of the phone (which nothing follows), or an error (20) that no cancel
 // follows.
 //
+// The module keeps the phone's answer in the result directory that the host
+// edition gives this process (HbFileSysHost.h): MOX_RESULT_DIR, or else a
+// private directory removed when the run ends. A directory given on purpose
+// may be shared: the run then takes the directory's lock, and waits (saying
+// so once) while another run holds it. A directory or result file that the
+// host edition refuses ends the run with the refusal in words.
+//
 // Output: a table per album (as mox search prints it), or with --json one
-// object {"ok", "state", "states", "albums", "log"}. On a terminal, a progress
-// line on stderr (not with --json).
+// object {"ok", "state", "states", "albums", "log", "result_dir"}. On a
+// terminal, a progress line on stderr (not with --json).
 // Exit status: 0 ok with at least one album; 1 the lookup failed, the search
 // failed or found nothing (one line on stderr says which); 2 bad usage.
 #include <unistd.h>
@@ -37,13 +44,14 @@
 #include "BuiltinPhone.h"
 #include "Commands.h"
 #include "HbFramework/HbDbgOutput.h"
+#include "HbFramework/HbFileSys.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbSingletonFinalizer.h"
 #include "HbSMox.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "ResultDirLock.h"
 #include "TocSource.h"
 #include "TocSourceOptions.h"
-#include "private/MoxResultFile.h"
 
 namespace {
 
@@ -300,6 +308,9 @@ public:
                 text.pop_back();
             }
             std::lock_guard<std::mutex> lock(mMutex);
+            if (mRefusal.empty() && record.file == HbFileSysHost::SOURCE) {
+                mRefusal = text;
+            }
             mLines.push_back(text);
         });
     }
@@ -308,10 +319,16 @@ public:
         std::lock_guard<std::mutex> lock(mMutex);
         return mLines;
     }
+    // The host edition's first refusal of the result directory or file, "" if none.
+    std::string refusal() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mRefusal;
+    }
 
 private:
     mutable std::mutex mMutex;
     std::vector<std::string> mLines;
+    std::string mRefusal;
     HbDbgOutput::Sink mPrevious;
 };
 
@@ -366,6 +383,28 @@ LookupOutcome lookUp(const LookupOptions& options, const std::string& toc, Looku
     return outcome;
 }
 
+// A result directory given on purpose (MOX_RESULT_DIR) may be another run's
+// too: it is checked, made when missing and locked for the whole lookup. A
+// private one needs none of that. False with a one-line reason.
+bool lockSharedResultDirectory(const std::string& resultDir, std::unique_ptr<ResultDirLock>* lock,
+                               std::string* why) {
+    if (HbFileSysHost::getResultDirectoryOrigin() == HbFileSysHost::en_ORIGIN_PRIVATE) {
+        return true;
+    }
+    if (!HbFileSysHost::checkDirectory(resultDir, why)) {
+        return false;
+    }
+    if (!makeResultDirectory(resultDir, why)) {
+        return false;
+    }
+    lock->reset(new ResultDirLock(resultDir, std::cerr, PREFIX));
+    if (!(*lock)->locked()) {
+        *why = (*lock)->error();
+        return false;
+    }
+    return true;
+}
+
 int runLookup(const LookupOptions& options) {
     std::string toc = options.toc;
     std::string why;
@@ -395,13 +434,14 @@ int runLookup(const LookupOptions& options) {
         OstLinkAppHost::setEndpoint(options.phone);
     }
 
-    if (!makeResultDirectory(MoxResultFile::DIRECTORY, &why)) {
-        std::cerr << PREFIX << why << "\n";
+    const std::string resultDir = HbFileSysHost::getResultDirectory();
+    if (resultDir.empty()) {
+        std::cerr << PREFIX << "cannot make a private result directory\n";
         return EXIT_FAILED;
     }
-    ResultDirLock lock(MoxResultFile::DIRECTORY, std::cerr, PREFIX);
-    if (!lock.locked()) {
-        std::cerr << PREFIX << lock.error() << "\n";
+    std::unique_ptr<ResultDirLock> lock;
+    if (!lockSharedResultDirectory(resultDir, &lock, &why)) {
+        std::cerr << PREFIX << why << "\n";
         return EXIT_FAILED;
     }
     const bool progress = !options.json && isatty(STDERR_FILENO) != 0;
@@ -413,6 +453,9 @@ int runLookup(const LookupOptions& options) {
         std::fprintf(stderr, "\r\033[K");
     }
 
+    if (!log.refusal().empty()) {
+        outcome.why = log.refusal();
+    }
     const bool ok = outcome.state == 0 && outcome.found;
     if (options.json) {
         Json out = Json::object();
@@ -421,6 +464,7 @@ int runLookup(const LookupOptions& options) {
         out["states"] = watch.states();
         out["albums"] = albumsToJson(outcome.albums);
         out["log"] = log.lines();
+        out["result_dir"] = resultDir;
         std::cout << out.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
     } else if (ok) {
         printAlbumTable(outcome.albums, std::cout);
@@ -458,7 +502,7 @@ Command addLookupCommand(CLI::App& app) {
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
     lookup->add_flag("--json", options->json,
-                     "print one JSON object: ok, state, states, albums, log");
+                     "print one JSON object: ok, state, states, albums, log, result_dir");
     lookup->add_option("--timeout", options->timeoutSeconds, "bound on the whole wait, seconds")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();

@@ -57,10 +57,15 @@ bool makeResultDirectory(const std::string& directory, std::string* why) {
         path.pop_back();
     }
     std::error_code error;
-    std::filesystem::create_directories(path, error);
+    const bool made = std::filesystem::create_directories(path, error);
     if (error) {
         *why = "cannot create " + directory + ": " + error.message();
         return false;
+    }
+    // A directory made here is the user's alone, as the module makes it.
+    if (made) {
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all,
+                                     std::filesystem::perm_options::replace, error);
     }
     return true;
 }

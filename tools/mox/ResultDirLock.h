@@ -1,14 +1,14 @@
-// Exclusive lock on the module's result directory for one run of a mox
-// subcommand that stores the result file and reads it back (mox search,
-// mox lookup). Two such runs at the same time would share the one result
-// file: one would read what the other is rewriting.
+// Exclusive lock on a result directory that two runs were given on purpose
+// (MOX_RESULT_DIR), for one run of mox lookup, which stores the result file
+// and reads it back. Two such runs at the same time would share the one
+// result file: one would read what the other is rewriting.
 //
 // The lock is an flock(2) on the directory itself, held from construction to
 // destruction; the system releases it when the process ends, however it ends.
 // A run that finds the directory locked waits for the other one and says so
 // once, on the stream it was given.
 //
-//   ResultDirLock lock(MoxResultFile::DIRECTORY, std::cerr, "mox search: ");
+//   ResultDirLock lock(HbFileSysHost::getResultDirectory(), std::cerr, "mox lookup: ");
 //   if (!lock.locked()) { std::cerr << lock.error() << "\n"; return 2; }
 //   ... store the file, search it ...
 #ifndef MOX_TOOLS_RESULTDIRLOCK_H
@@ -39,8 +39,9 @@ private:
     std::string mError;
 };
 
-// Creates `directory` (the result directory) and its missing parents; false
-// with "cannot create <directory>: <reason>" otherwise.
+// Creates `directory` (the result directory, mode 0700 when made here) and
+// its missing parents; false with "cannot create <directory>: <reason>"
+// otherwise.
 bool makeResultDirectory(const std::string& directory, std::string* why);
 
 #endif  // MOX_TOOLS_RESULTDIRLOCK_H

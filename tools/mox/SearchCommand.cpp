@@ -1,15 +1,15 @@
 // mox search FILE --toc TEXT [--json | --records]: runs the module's album
 // search on a stored response database.
 //
-// FILE is copied, in pieces of 64 KiB, to the module's result file
-// (MoxResultFile::FULL_PATH, its directory created when missing) and
-// MoxDapDatabase::getSearchResult runs on it with TEXT as the disc's TOC
-// text. A FILE larger than the module's result-file limit
-// (MoxLimits::RESULT_FILE_MAX) is refused: the phone could not deliver it.
-// The result directory is locked for the whole copy and search, so that two
-// runs never share the result file; a run that has to wait says so once on
-// stderr. What the search left in the album list is printed, also after a
-// failure:
+// FILE is only read, never written: it is copied, in pieces of 64 KiB, to the
+// result file of a private result directory of this process (made for the
+// run, removed when it ends, whatever MOX_RESULT_DIR says), and
+// MoxDapDatabase::getSearchResult runs on that copy with TEXT as the disc's
+// TOC text. So FILE may be any run's live result file, a link to one, a pipe
+// or a file that is still being written. A FILE larger than the module's
+// result-file limit (MoxLimits::RESULT_FILE_MAX) is refused: the phone could
+// not deliver it. What the search left in the album list is printed, also
+// after a failure:
 //   (default)  a readable table per album, control characters of the
 //              database's strings escaped (\xNN, "\\" for a backslash); the
 //              module's debug messages go to the debug output (stderr unless
@@ -43,11 +43,10 @@
 #include "AlbumOutput.h"
 #include "Commands.h"
 #include "HbFramework/HbDbgOutput.h"
-#include "ResultDirLock.h"
+#include "HbFramework/HbFileSysHost.h"
 #include "TextEscape.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxLimits.h"
-#include "private/MoxResultFile.h"
 
 namespace {
 
@@ -76,12 +75,16 @@ std::string systemReason() {
 }
 
 // True when `path` is a regular file that the module would accept as its
-// result file; otherwise false with a one-line reason.
+// result file, or a pipe (bounded while it is read); otherwise false with a
+// one-line reason.
 bool checkInput(const std::string& path, std::string* why) {
     struct stat info;
     if (::stat(path.c_str(), &info) != 0) {
         *why = path + ": " + systemReason();
         return false;
+    }
+    if (S_ISFIFO(info.st_mode)) {
+        return true;
     }
     if (!S_ISREG(info.st_mode)) {
         *why = path + ": not a regular file";
@@ -98,7 +101,8 @@ bool checkInput(const std::string& path, std::string* why) {
 
 // Copies `input` to `output` a piece at a time, at most RESULT_FILE_MAX
 // bytes (the input may grow while it is read).
-bool copyPieces(FILE* input, const std::string& inputPath, FILE* output, std::string* why) {
+bool copyPieces(FILE* input, const std::string& inputPath, FILE* output,
+                const std::string& outputPath, std::string* why) {
     std::vector<char> piece(COPY_PIECE);
     uint64_t copied = 0;
     size_t got = 0;
@@ -110,7 +114,7 @@ bool copyPieces(FILE* input, const std::string& inputPath, FILE* output, std::st
             return false;
         }
         if (std::fwrite(piece.data(), 1, got, output) != got) {
-            *why = MoxResultFile::FULL_PATH + ": write failed: " + systemReason();
+            *why = outputPath + ": write failed: " + systemReason();
             return false;
         }
     }
@@ -121,23 +125,30 @@ bool copyPieces(FILE* input, const std::string& inputPath, FILE* output, std::st
     return true;
 }
 
-// Stores the file at `path` as the module's result file.
+// Stores the file at `path` as the result file of this run's private result
+// directory; FILE itself is opened for reading only.
 bool storeResultFile(const std::string& path, std::string* why) {
+    const std::string directory = HbFileSysHost::usePrivateResultDirectory();
+    if (directory.empty()) {
+        *why = "cannot make a private result directory: " + systemReason();
+        return false;
+    }
+    const std::string resultPath = directory + HbFileSysHost::RESULT_FILE_NAME;
     FILE* input = std::fopen(path.c_str(), "rb");
     if (input == nullptr) {
         *why = path + ": " + systemReason();
         return false;
     }
-    FILE* output = std::fopen(MoxResultFile::FULL_PATH.c_str(), "wb");
+    FILE* output = std::fopen(resultPath.c_str(), "wbx");
     if (output == nullptr) {
-        *why = MoxResultFile::FULL_PATH + ": " + systemReason();
+        *why = resultPath + ": " + systemReason();
         std::fclose(input);
         return false;
     }
-    bool stored = copyPieces(input, path, output, why);
+    bool stored = copyPieces(input, path, output, resultPath, why);
     std::fclose(input);
     if (std::fclose(output) != 0 && stored) {
-        *why = MoxResultFile::FULL_PATH + ": write failed: " + systemReason();
+        *why = resultPath + ": write failed: " + systemReason();
         stored = false;
     }
     return stored;
@@ -145,13 +156,8 @@ bool storeResultFile(const std::string& path, std::string* why) {
 
 int runSearch(const SearchOptions& options) {
     std::string why;
-    if (!checkInput(options.file, &why) || !makeResultDirectory(MoxResultFile::DIRECTORY, &why)) {
+    if (!checkInput(options.file, &why)) {
         std::cerr << PREFIX << why << "\n";
-        return EXIT_BAD_INPUT;
-    }
-    const ResultDirLock lock(MoxResultFile::DIRECTORY, std::cerr, PREFIX);
-    if (!lock.locked()) {
-        std::cerr << PREFIX << lock.error() << "\n";
         return EXIT_BAD_INPUT;
     }
     if (!storeResultFile(options.file, &why)) {

@@ -8,8 +8,7 @@
 
 class MoxResultFile {
 public:
-    // The directory, with its trailing slash ("/temp/Infotainment/HbSDK/MOX/"
-    // on the head unit; a build may move it, see MOX_RESULT_DIR).
+    // The directory, with its trailing slash: "/temp/Infotainment/HbSDK/MOX/".
     static const std::string DIRECTORY;
     // "dbupdateresponse.dap3", never configurable.
     static const std::string FILE_NAME;
