@@ -15,7 +15,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
 
-steps=${MOX_STEPS:-"format host asan tsan valgrind armhf fuzz bench release package"}
+steps=${MOX_STEPS:-"format host asan tsan valgrind armhf target fuzz bench release package"}
 
 # The Debian packages that one step needs.
 step_packages() {
@@ -23,11 +23,11 @@ step_packages() {
     format) echo "git $MOX_FORMAT_PACKAGES" ;;
     host | asan | tsan | bench | release) echo "$MOX_HOST_PACKAGES" ;;
     valgrind) echo "$MOX_HOST_PACKAGES $MOX_VALGRIND_PACKAGES" ;;
-    armhf) echo "$MOX_HOST_PACKAGES $MOX_ARM_PACKAGES" ;;
+    armhf | target) echo "$MOX_HOST_PACKAGES $MOX_ARM_PACKAGES" ;;
     fuzz) echo "$MOX_HOST_PACKAGES $MOX_CLANG_PACKAGES" ;;
     package) echo "$MOX_HOST_PACKAGES $MOX_PACKAGE_PACKAGES" ;;
     *)
-      echo "unknown step '$1' (steps: format host asan tsan valgrind armhf fuzz bench release package)" >&2
+      echo "unknown step '$1' (steps: format host asan tsan valgrind armhf target fuzz bench release package)" >&2
       return 1
       ;;
   esac
@@ -115,6 +115,21 @@ step_bench() {
   build/bench/bench/MoxFootprint --link loopback
 }
 
+# The head unit's library: cross-built, optimised and stripped, it names the
+# head unit's own result directory, byte for byte.
+step_target() {
+  stamp "configure + build: target"
+  cmake --preset target >/dev/null
+  cmake --build --preset target -j "$jobs" --target mox
+  local lib=build/target/src/libmox.so
+  readelf -h "$lib" | grep -q "Machine: *ARM$"
+  if ! strings -a "$lib" | grep -qxF "/temp/Infotainment/HbSDK/MOX/"; then
+    echo "$lib does not hold the result directory /temp/Infotainment/HbSDK/MOX/" >&2
+    return 1
+  fi
+  echo "$lib (ARM, stripped) holds /temp/Infotainment/HbSDK/MOX/"
+}
+
 step_release() {
   stamp "configure + build: release"
   cmake --preset release >/dev/null
@@ -199,14 +214,9 @@ step_package() {
   cmake --build --preset package -j "$jobs"
   rm -f build/package/*.deb
   cpack --preset package >/dev/null
-  local deb version multiarch result_dir result_base result_base_existed
+  local deb version multiarch
   version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/package/CMakeCache.txt)
   multiarch=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
-  # The module's result directory, and the first two levels of it, which the
-  # lookups below create unless they exist.
-  result_dir=$(sed -n 's/^MOX_RESULT_DIR:STRING=//p' build/package/CMakeCache.txt)
-  result_base=/$(echo "${result_dir#/}" | cut -d/ -f1-2)
-  if [ -e "$result_base" ]; then result_base_existed=yes; else result_base_existed=no; fi
   package_names=""
   for deb in build/package/*.deb; do
     package_names="$package_names $(dpkg-deb -f "$deb" Package)"
@@ -260,9 +270,11 @@ EOF
   done
   kill -TERM "$phone"
   wait "$phone"
-  rm -f "${result_dir}dbupdateresponse.dap3"
-  if [ "$result_base_existed" = no ]; then
-    rm -rf "$result_base"
+  # Every lookup kept its answer in a private directory and removed it: no
+  # package leaves a directory that other users share.
+  if [ -e /tmp/Infotainment ] || [ -e /temp ]; then
+    echo "a lookup left a shared result directory behind" >&2
+    return 1
   fi
 
   stamp "checking the installed file lists"
@@ -321,6 +333,7 @@ for step in $steps; do
       bash scripts/check-lib-size.sh build/armhf/src/libmox.so
       armhf_sysroot_check build/armhf
       ;;
+    target) step_target ;;
     fuzz) step_fuzz ;;
     bench) step_bench ;;
     release) step_release ;;
