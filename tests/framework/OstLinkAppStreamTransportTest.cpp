@@ -2,6 +2,8 @@
 // a real socket inside the test.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <string>
 #include <thread>
@@ -12,6 +14,7 @@
 #include "DbgCapture.h"
 #include "LinkTestServer.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
+#include "OstLinkApp/OstLinkAppHost.h"
 #include "OstLinkAppUnixTransport.h"
 #include "TestDir.h"
 #include "ThreadName.h"
@@ -314,4 +317,85 @@ TEST_F(OstLinkAppStreamTransportTest, Send_FrameAtTheLimit_ArrivesWhole) {
     ASSERT_TRUE(complete);
     EXPECT_EQ((Bytes{0x00, 0x10, 0x00, 0x00, 0x03}), Bytes(received.begin(), received.begin() + 5));
     EXPECT_EQ(frame, Bytes(received.begin() + 5, received.end()));
+}
+
+// --- A phone that does not greet, or does not read -------------------------------------
+
+TEST_F(OstLinkAppStreamTransportTest, PhoneSilentAfterConnecting_LinkEndsAfterTheGreetingTime) {
+    OstLinkAppHost::setLinkTimes(100, 0);
+    const auto started = std::chrono::steady_clock::now();
+    ASSERT_TRUE(transport.open());
+    ASSERT_TRUE(server.accept());
+    ASSERT_TRUE(posts.waitForCount(1));
+    const auto waited = std::chrono::steady_clock::now() - started;
+    OstLinkAppHost::setLinkTimes(0, 0);
+    EXPECT_EQ(Texts{"601 [00] @OstLinkAppRx"}, posts.entries());
+    EXPECT_EQ(Texts{"the phone at " + name +
+                    " did not send its device info and status within 100 ms, closing the link\n"},
+              errorTexts());
+    EXPECT_GE(waited, std::chrono::milliseconds(100));
+    EXPECT_LT(waited, std::chrono::seconds(5));
+    EXPECT_TRUE(server.waitForEof());
+}
+
+TEST_F(OstLinkAppStreamTransportTest, PhoneGreetsInTime_LinkStaysUpPastTheGreetingTime) {
+    OstLinkAppHost::setLinkTimes(100, 0);
+    ASSERT_TRUE(transport.open());
+    ASSERT_TRUE(server.accept());
+    ASSERT_TRUE(server.sendBytes(envelope(1, {0x01, 'P'})));
+    ASSERT_TRUE(server.sendBytes(envelope(2, {0x02})));
+    ASSERT_TRUE(posts.waitForCount(2));
+    // A frame sent well after the greeting time still arrives.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const uint8 frame[] = {0x00, 0x01, 0x01};
+    EXPECT_TRUE(transport.send(frame, sizeof(frame)));
+    Bytes received;
+    EXPECT_TRUE(server.readExactly(8, received));
+    OstLinkAppHost::setLinkTimes(0, 0);
+    EXPECT_TRUE(transport.isOpen());
+    EXPECT_TRUE(errorTexts().empty());
+}
+
+// Sends return at once whatever the phone does; what the socket does not
+// take waits in the queue, and a queue that does not move ends the link.
+TEST_F(OstLinkAppStreamTransportTest, PhoneNeverReads_SendsReturnAtOnceLinkEndsAfterTheStallTime) {
+    OstLinkAppHost::setLinkTimes(0, 200);
+    connectLink();
+    const Bytes frame(256 * 1024, 0x42);
+    auto slowest = std::chrono::steady_clock::duration::zero();
+    for (int i = 0; i < 8; ++i) {
+        const auto started = std::chrono::steady_clock::now();
+        transport.send(frame.data(), static_cast<uint32>(frame.size()));
+        slowest = std::max(slowest, std::chrono::steady_clock::now() - started);
+    }
+    ASSERT_TRUE(posts.waitForCount(2));
+    OstLinkAppHost::setLinkTimes(0, 0);
+    EXPECT_LT(slowest, std::chrono::milliseconds(100));
+    EXPECT_EQ((Texts{"601 [01] @OstLinkAppRx", "601 [00] @OstLinkAppRx"}), posts.entries());
+    const Texts logged = errorTexts();
+    ASSERT_FALSE(logged.empty());
+    const std::string lost = "link lost on " + name + ": the phone read nothing for 200 ms, ";
+    EXPECT_EQ(lost, logged.back().substr(0, lost.size())) << logged.back();
+    EXPECT_FALSE(transport.isOpen());
+}
+
+TEST_F(OstLinkAppStreamTransportTest, QueueOverflow_SendRefusedAndTheLinkEnds) {
+    OstLinkAppHost::setLinkTimes(0, 60000);
+    connectLink();
+    const Bytes frame(OstLinkAppEnvelope::MAX_PAYLOAD_SIZE, 0x42);
+    int accepted = 0;
+    while (accepted < 16 && transport.send(frame.data(), static_cast<uint32>(frame.size()))) {
+        ++accepted;
+    }
+    ASSERT_TRUE(posts.waitForCount(2));
+    OstLinkAppHost::setLinkTimes(0, 0);
+    // Four of the largest envelopes fit in the queue, plus what the socket took.
+    EXPECT_GE(accepted, 4);
+    EXPECT_LT(accepted, 16);
+    const Texts logged = errorTexts();
+    ASSERT_EQ(2u, logged.size());
+    EXPECT_EQ("send queue of " + name + " full, frame of 1048575 bytes dropped\n", logged[0]);
+    const std::string lost = "link lost on " + name + ": the phone reads nothing, ";
+    EXPECT_EQ(lost, logged[1].substr(0, lost.size())) << logged[1];
+    EXPECT_FALSE(transport.send(frame.data(), 3));
 }

@@ -1,4 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -8,6 +11,7 @@
 #include "DbgCapture.h"
 #include "LinkTestServer.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
+#include "OstLinkApp/OstLinkAppHost.h"
 #include "OstLinkAppUnixTransport.h"
 #include "TestDir.h"
 #include "ThreadName.h"
@@ -94,4 +98,104 @@ TEST(OstLinkAppUnixTransportTest, Open_PathTooLongForASocketAddress_FailsWithout
               texts(capture));
     EXPECT_TRUE(posts.entries().empty());
     EXPECT_FALSE(transport.close());
+}
+
+// --- A socket of another user -----------------------------------------------------------
+// Run as root, the test starts a phone that runs as another uid (65534) and
+// listens where the link connects: its peer credentials give it away.
+
+namespace {
+
+class OtherUserPhone {
+public:
+    // Listens on `path` as uid 65534; accepts one link and greets it with
+    // device status 2, then holds it until destroyed.
+    explicit OtherUserPhone(const std::string& path) {
+        int ready[2];
+        if (::pipe(ready) != 0 || ::pipe(mHold) != 0) {
+            return;
+        }
+        mPid = ::fork();
+        if (mPid == 0) {
+            ::close(ready[0]);
+            ::close(mHold[1]);
+            serve(path, ready[1], mHold[0]);
+        }
+        ::close(ready[1]);
+        ::close(mHold[0]);
+        char byte = 0;
+        mListening = ::read(ready[0], &byte, 1) == 1;
+        ::close(ready[0]);
+    }
+    ~OtherUserPhone() {
+        ::close(mHold[1]);
+        int status = 0;
+        if (mPid > 0) {
+            ::waitpid(mPid, &status, 0);
+        }
+    }
+    bool listening() const { return mListening; }
+
+private:
+    [[noreturn]] static void serve(const std::string& path, int ready, int hold) {
+        if (::setresgid(65534, 65534, 65534) != 0 || ::setresuid(65534, 65534, 65534) != 0) {
+            ::_exit(2);
+        }
+        LinkTestServer server;
+        if (!server.listenUnix(path) || ::write(ready, "r", 1) != 1 || !server.accept()) {
+            ::_exit(3);
+        }
+        server.sendBytes(OstLinkAppEnvelope::encode(2, (const uint8*)"\x02", 1));
+        char byte = 0;
+        (void)!::read(hold, &byte, 1);
+        ::_exit(0);
+    }
+
+    pid_t mPid = -1;
+    int mHold[2] = {-1, -1};
+    bool mListening = false;
+};
+
+}  // namespace
+
+TEST(OstLinkAppUnixTransportTest, PhoneOfAnotherUser_RefusedWithTheReason) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root, to run a phone as another user";
+    }
+    DbgCapture capture;
+    TestDir dir("unix-transport");
+    ASSERT_EQ(::chmod(dir.path().c_str(), 0777), 0);
+    const std::string path = dir.file("phone.sock");
+    OtherUserPhone phone(path);
+    ASSERT_TRUE(phone.listening());
+    CallLog posts;
+    OstLinkAppUnixTransport transport(path, recorder(posts));
+    ASSERT_TRUE(transport.open());
+    ASSERT_TRUE(posts.waitForCount(1));
+    EXPECT_EQ(Texts{"601 [00] @OstLinkAppRx"}, posts.entries());
+    EXPECT_EQ(Texts{"refused the phone at unix:" + path +
+                    ": it runs as uid 65534, not as this user (uid 0)\n"},
+              texts(capture));
+    EXPECT_FALSE(transport.isOpen());
+}
+
+TEST(OstLinkAppUnixTransportTest, PhoneOfAnotherUser_AllowedExplicitly_Links) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root, to run a phone as another user";
+    }
+    DbgCapture capture;
+    TestDir dir("unix-transport");
+    ASSERT_EQ(::chmod(dir.path().c_str(), 0777), 0);
+    const std::string path = dir.file("phone.sock");
+    OtherUserPhone phone(path);
+    ASSERT_TRUE(phone.listening());
+    OstLinkAppHost::setAllowOtherUsers(true);
+    CallLog posts;
+    OstLinkAppUnixTransport transport(path, recorder(posts));
+    ASSERT_TRUE(transport.open());
+    ASSERT_TRUE(posts.waitForCount(1));
+    OstLinkAppHost::setAllowOtherUsers(false);
+    EXPECT_EQ(Texts{"601 [02] @OstLinkAppRx"}, posts.entries());
+    EXPECT_TRUE(texts(capture).empty());
+    transport.close();
 }

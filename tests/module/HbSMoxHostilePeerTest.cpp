@@ -119,6 +119,7 @@ protected:
     }
     // The barrier leaves the worker's box before the module is reset.
     void TearDown() override {
+        OstLinkAppHost::setLinkTimes(0, 0);
         facade->Terminate();
         barrier.reset();
         FacadeTest::TearDown();
@@ -210,6 +211,78 @@ TEST_F(HbSMoxHostilePeerTest, FloodOf100000Frames_QueuesAtMost4000AndKeepsWorkin
 #endif
     // The same connection still carries a lookup, and so does the next one.
     lookUp();
+    nextConnectionSucceeds();
+}
+
+// A phone that floods notices and never reads the module's answers (one
+// request for the database each): the module's sends never wait, they
+// queue, and once the queue has not moved for the stall time the link ends
+// as a lost link. Neither the worker nor the timer manager blocks, the
+// lookup ends, and the next connection works.
+TEST_F(HbSMoxHostilePeerTest, PhoneThatNeverReads_LinkEndsAfterTheStallTimeNothingBlocks) {
+    const uint32 kStallMs = 200;
+    OstLinkAppHost::setLinkTimes(0, kStallMs);
+    // Only the transport's lines are kept: the module logs something for
+    // many of the notices, and keeping that would measure the test.
+    std::shared_ptr<std::vector<std::string>> lines = std::make_shared<std::vector<std::string>>();
+    std::shared_ptr<std::mutex> linesMutex = std::make_shared<std::mutex>();
+    HbDbgOutput::Sink previous =
+        HbDbgOutput::SetSink([lines, linesMutex](const HbDbgRecord& record) {
+            if (record.file == "platform/host/src/OstLinkAppStreamTransport.cpp") {
+                std::lock_guard<std::mutex> lock(*linesMutex);
+                lines->push_back(record.text);
+            }
+        });
+    linkUp();
+    searchAndAnnounce(databaseOfSize(0));
+    // Batches of notices until the module ends the link (the phone's send
+    // then fails), whatever share of them the worker's full box drops.
+    const size_t kBatch = 20000;
+    const size_t kBatches = 100;
+    const Bytes one = RawPhone::envelope(3, moxtest::notice(1000));
+    Bytes flood;
+    for (size_t i = 0; i < kBatch; ++i) {
+        flood.insert(flood.end(), one.begin(), one.end());
+    }
+    const ProcessStats::Snapshot before = ProcessStats::take();
+    resetMemoryPeak();
+    const auto started = std::chrono::steady_clock::now();
+    size_t batches = 0;
+    while (batches < kBatches && phone.send(flood)) {
+        ++batches;
+    }
+    ASSERT_LT(batches, kBatches) << "the module took every notice and never ended the link";
+    ASSERT_TRUE(appLog.waitForValue(1, 0));
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    ASSERT_TRUE(barrier->drain());  // the worker is not stuck in a send
+    const uint64_t peak = ProcessStats::statusKiB("VmHWM:");
+    std::printf(
+        "never-reading phone: link lost after %.2f s; VmRSS before %llu KiB, peak %llu KiB\n",
+        seconds, static_cast<unsigned long long>(before.residentKiB),
+        static_cast<unsigned long long>(peak));
+    EXPECT_LT(seconds, 30.0);
+    const std::string lost = "link lost on " + phone.endpoint() + ": the phone read nothing for " +
+                             std::to_string(kStallMs) + " ms, ";
+    bool logged = false;
+    {
+        std::lock_guard<std::mutex> lock(*linesMutex);
+        for (const std::string& text : *lines) {
+            logged = logged || text.rfind(lost, 0) == 0;
+        }
+    }
+    HbDbgOutput::SetSink(previous);
+    EXPECT_TRUE(logged) << "no line starting with: " << lost;
+#if MOX_MEMORY_FIGURES_MEANINGFUL
+    // At most the send queue (4 MiB), the reader's largest envelope and the
+    // worker's 4000 queued notices.
+    EXPECT_LT(peak, before.residentKiB + 8 * 1024);
+#endif
+    // The module has given the lookup up; the timer manager is free to run.
+    HbLTimerMng::GetTimerMng()->AdvanceClock(10000);
+    ASSERT_TRUE(appLog.waitForValue(2, 100));
+    EXPECT_EQ(facade->getSearchStatus(), 100);
+    OstLinkAppHost::setLinkTimes(0, 0);
     nextConnectionSucceeds();
 }
 

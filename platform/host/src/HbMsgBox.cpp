@@ -50,7 +50,24 @@ void HbMsgBox::SetUnregistWaitHook(std::function<void()> hook) {
     mUnregistWaitHook = std::move(hook);
 }
 
+namespace {
+thread_local int32 tLastPostResult = en_ERROR_NONE;
+}  // namespace
+
+int32 HbMsgBox::LastPostResultOnThisThread() {
+    return tLastPostResult;
+}
+
+void HbMsgBox::ForgetLastPostResultOnThisThread() {
+    tLastPostResult = en_ERROR_NONE;
+}
+
 int32 HbMsgBox::Post(int32 id, uint32 msgId, EN_MSG_ID kind, const void* data, uint32 size) {
+    tLastPostResult = PostLocked(id, msgId, kind, data, size);
+    return tLastPostResult;
+}
+
+int32 HbMsgBox::PostLocked(int32 id, uint32 msgId, EN_MSG_ID kind, const void* data, uint32 size) {
     if (size != 0 && data == nullptr) {
         return en_ERROR_PARAM;
     }

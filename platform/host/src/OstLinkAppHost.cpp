@@ -4,6 +4,9 @@
 #include <mutex>
 
 constexpr uint32 OstLinkAppHost::MAX_ENVELOPE_LENGTH;
+constexpr uint32 OstLinkAppHost::GREETING_MS;
+constexpr uint32 OstLinkAppHost::SEND_QUEUE_LIMIT;
+constexpr uint32 OstLinkAppHost::SEND_STALL_MS;
 
 namespace {
 
@@ -15,6 +18,9 @@ struct HostSettings {
     std::mutex mutex;
     std::string endpoint;  // the setter's; empty when unset
     bool allowRemote = false;
+    bool allowOtherUsers = false;
+    uint32 greetingMs = 0;           // 0: GREETING_MS
+    uint32 sendStallMs = 0;          // 0: SEND_STALL_MS
     OstLinkAppPeer* peer = nullptr;  // not owned
 };
 
@@ -54,6 +60,38 @@ void OstLinkAppHost::setAllowRemote(bool allow) {
 bool OstLinkAppHost::getAllowRemote() {
     std::lock_guard<std::mutex> lock(settings().mutex);
     return settings().allowRemote;
+}
+
+void OstLinkAppHost::setLinkTimes(uint32 greetingMs, uint32 sendStallMs) {
+    std::lock_guard<std::mutex> lock(settings().mutex);
+    settings().greetingMs = greetingMs;
+    settings().sendStallMs = sendStallMs;
+}
+
+uint32 OstLinkAppHost::getGreetingMs() {
+    std::lock_guard<std::mutex> lock(settings().mutex);
+    return settings().greetingMs != 0 ? settings().greetingMs : GREETING_MS;
+}
+
+uint32 OstLinkAppHost::getSendStallMs() {
+    std::lock_guard<std::mutex> lock(settings().mutex);
+    return settings().sendStallMs != 0 ? settings().sendStallMs : SEND_STALL_MS;
+}
+
+void OstLinkAppHost::setAllowOtherUsers(bool allow) {
+    std::lock_guard<std::mutex> lock(settings().mutex);
+    settings().allowOtherUsers = allow;
+}
+
+bool OstLinkAppHost::getAllowOtherUsers() {
+    {
+        std::lock_guard<std::mutex> lock(settings().mutex);
+        if (settings().allowOtherUsers) {
+            return true;
+        }
+    }
+    const char* fromEnvironment = std::getenv("OST_LINKAPP_ALLOW_OTHER_USERS");
+    return fromEnvironment != nullptr && std::string(fromEnvironment) == "1";
 }
 
 void OstLinkAppHost::setLoopbackPeer(OstLinkAppPeer* peer) {

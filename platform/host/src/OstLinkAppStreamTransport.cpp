@@ -14,7 +14,9 @@
 #include <vector>
 
 #include "HbFramework/HbDbgOutput.h"
+#include "HbFramework/HbMsgBox.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
+#include "OstLinkApp/OstLinkAppHost.h"
 
 namespace {
 
@@ -26,6 +28,17 @@ const size_t kReadChunk = 16u * 1024u;
 std::string errorText(int error) {
     char buffer[128];
     return strerror_r(error, buffer, sizeof(buffer));
+}
+
+using Clock = std::chrono::steady_clock;
+
+// Milliseconds from now to `deadline`, rounded up, at least 0.
+int msUntil(Clock::time_point deadline, Clock::time_point now) {
+    if (deadline <= now) {
+        return 0;
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - now);
+    return static_cast<int>((left.count() + 999) / 1000);
 }
 
 }  // namespace
@@ -42,8 +55,16 @@ OstLinkAppStreamTransport::OstLinkAppStreamTransport(const std::string& name, Po
       mClosing(false),
       mSocket(-1),
       mConnected(false),
+      mQueue(),
+      mQueueMoved(),
+      mSendFailure(),
       mEnvelopes(),
-      mEnded(false) {}
+      mEnded(false),
+      mSawDeviceInfo(false),
+      mSawDeviceStatus(false),
+      mGreetingDeadline(),
+      mGreetingMs(0),
+      mSendStallMs(0) {}
 
 OstLinkAppStreamTransport::~OstLinkAppStreamTransport() {
     close();
@@ -149,18 +170,72 @@ bool OstLinkAppStreamTransport::send(const uint8* frame, uint32 size) {
     const std::vector<uint8> envelope =
         OstLinkAppEnvelope::encode(OstLinkAppEnvelope::en_TYPE_COMMAND, frame, size);
     std::lock_guard<std::mutex> sendLock(mSendMutex);
-    if (!mConnected || mSocket < 0) {
+    if (!mConnected || mSocket < 0 || !mSendFailure.empty()) {
         HbDbgOutput::DbgPrint(kSource, "send", __LINE__, en_TAG_ERROR,
                               "link not open, frame of %u bytes dropped\n", size);
         return false;
     }
+    if (mQueue.size() + envelope.size() > OstLinkAppHost::SEND_QUEUE_LIMIT) {
+        mSendFailure =
+            "the phone reads nothing, " + std::to_string(mQueue.size()) + " bytes wait to be sent";
+        nudgeReader();
+        HbDbgOutput::DbgPrint(kSource, "send", __LINE__, en_TAG_ERROR,
+                              "send queue of %s full, frame of %u bytes dropped\n",
+                              getName().c_str(), size);
+        return false;
+    }
+    const bool wasEmpty = mQueue.empty();
+    mQueue.insert(mQueue.end(), envelope.begin(), envelope.end());
+    if (wasEmpty) {
+        mQueueMoved = Clock::now();
+    }
     int error = 0;
-    if (!writeAll(envelope.data(), envelope.size(), error)) {
+    if (!flushQueueLocked(error)) {
+        mSendFailure = "send failed: " + errorText(error);
+        nudgeReader();
         HbDbgOutput::DbgPrint(kSource, "send", __LINE__, en_TAG_ERROR,
                               "send failed on %s: %s, frame of %u bytes dropped\n",
                               getName().c_str(), errorText(error).c_str(), size);
         return false;
     }
+    if (!mQueue.empty() && wasEmpty) {
+        nudgeReader();  // the reader now waits until the socket takes the rest
+    }
+    return true;
+}
+
+bool OstLinkAppStreamTransport::flushQueueLocked(int& error) {
+    size_t done = 0;
+    while (done < mQueue.size()) {
+        const ssize_t sent = ::send(mSocket, mQueue.data() + done, mQueue.size() - done,
+                                    MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && errno == EINTR) {
+            continue;
+        }
+        if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            break;
+        }
+        if (sent < 0) {
+            error = errno;
+            return false;
+        }
+        done += static_cast<size_t>(sent);
+    }
+    if (done > 0) {
+        mQueue.erase(mQueue.begin(), mQueue.begin() + static_cast<std::ptrdiff_t>(done));
+        mQueueMoved = Clock::now();
+    }
+    return true;
+}
+
+void OstLinkAppStreamTransport::nudgeReader() const {
+    const uint64_t one = 1;
+    (void)!::write(mWakeFd, &one, sizeof(one));
+}
+
+bool OstLinkAppStreamTransport::checkPeer(int socket, std::string& error) const {
+    (void)socket;
+    (void)error;
     return true;
 }
 
@@ -179,7 +254,11 @@ bool OstLinkAppStreamTransport::connectPeer() {
                     "cannot connect to " + getName() + ": " + errorText(errno) + "\n");
             return false;
         }
-        const EN_WAIT wait = waitFor(POLLOUT);
+        short revents = 0;
+        EN_WAIT wait = en_WAIT_NUDGED;
+        while (wait == en_WAIT_NUDGED) {
+            wait = waitFor(POLLOUT, -1, &revents);
+        }
         if (wait == en_WAIT_WOKEN) {
             return false;
         }
@@ -194,10 +273,17 @@ bool OstLinkAppStreamTransport::connectPeer() {
             return false;
         }
     }
+    std::string refusal;
+    if (!checkPeer(mSocket, refusal)) {
+        endLink("connectPeer", __LINE__,
+                "refused the phone at " + getName() + ": " + refusal + "\n");
+        return false;
+    }
+    mGreetingMs = OstLinkAppHost::getGreetingMs();
+    mSendStallMs = OstLinkAppHost::getSendStallMs();
+    mGreetingDeadline = Clock::now() + std::chrono::milliseconds(mGreetingMs);
+    // The socket stays non-blocking: no send ever waits on the phone.
     std::lock_guard<std::mutex> sendLock(mSendMutex);
-    // Sends block from here on; the reader itself only reads after poll().
-    const int flags = ::fcntl(mSocket, F_GETFL);
-    ::fcntl(mSocket, F_SETFL, flags & ~O_NONBLOCK);
     mConnected = true;
     return true;
 }
@@ -207,9 +293,35 @@ void OstLinkAppStreamTransport::readLoop() {
     const OstLinkAppEnvelopeReader::Handler handler =
         [this](uint8 type, const uint8* payload, uint32 size) { deliver(type, payload, size); };
     for (;;) {
-        const EN_WAIT wait = waitFor(POLLIN);
+        int timeoutMs = -1;
+        const std::string broken = checkDeadlines(&timeoutMs);
+        if (!broken.empty()) {
+            endLink("readLoop", __LINE__, broken + "\n");
+            return;
+        }
+        bool pending = false;
+        {
+            std::lock_guard<std::mutex> sendLock(mSendMutex);
+            pending = !mQueue.empty();
+        }
+        short revents = 0;
+        const EN_WAIT wait =
+            waitFor(static_cast<short>(POLLIN | (pending ? POLLOUT : 0)), timeoutMs, &revents);
         if (wait == en_WAIT_WOKEN) {
             return;
+        }
+        if (wait == en_WAIT_NUDGED || wait == en_WAIT_TIMEOUT) {
+            continue;
+        }
+        if (wait == en_WAIT_READY && (revents & POLLOUT) != 0) {
+            std::lock_guard<std::mutex> sendLock(mSendMutex);
+            int error = 0;
+            if (!flushQueueLocked(error) && mSendFailure.empty()) {
+                mSendFailure = "send failed: " + errorText(error);
+            }
+        }
+        if (wait == en_WAIT_READY && (revents & (POLLIN | POLLHUP | POLLERR)) == 0) {
+            continue;
         }
         const ssize_t count =
             (wait == en_WAIT_READY) ? ::recv(mSocket, buffer.data(), buffer.size(), 0) : -1;
@@ -244,22 +356,62 @@ void OstLinkAppStreamTransport::readLoop() {
     }
 }
 
-OstLinkAppStreamTransport::EN_WAIT OstLinkAppStreamTransport::waitFor(short events) {
+std::string OstLinkAppStreamTransport::checkDeadlines(int* timeoutMs) {
+    const Clock::time_point now = Clock::now();
+    *timeoutMs = -1;
+    if (!mSawDeviceInfo || !mSawDeviceStatus) {
+        if (now >= mGreetingDeadline) {
+            return "the phone at " + getName() +
+                   " did not send its device info and status within " +
+                   std::to_string(mGreetingMs) + " ms, closing the link";
+        }
+        *timeoutMs = msUntil(mGreetingDeadline, now);
+    }
+    std::lock_guard<std::mutex> sendLock(mSendMutex);
+    if (!mSendFailure.empty()) {
+        return "link lost on " + getName() + ": " + mSendFailure;
+    }
+    if (mQueue.empty()) {
+        return std::string();
+    }
+    const Clock::time_point stalled = mQueueMoved + std::chrono::milliseconds(mSendStallMs);
+    if (now >= stalled) {
+        return "link lost on " + getName() + ": the phone read nothing for " +
+               std::to_string(mSendStallMs) + " ms, " + std::to_string(mQueue.size()) +
+               " bytes unsent";
+    }
+    const int untilStalled = msUntil(stalled, now);
+    if (*timeoutMs < 0 || untilStalled < *timeoutMs) {
+        *timeoutMs = untilStalled;
+    }
+    return std::string();
+}
+
+OstLinkAppStreamTransport::EN_WAIT OstLinkAppStreamTransport::waitFor(short events, int timeoutMs,
+                                                                      short* revents) {
     pollfd fds[2];
     fds[0] = pollfd{mSocket, events, 0};
     fds[1] = pollfd{mWakeFd, POLLIN, 0};
+    int ready = 0;
     for (;;) {
-        if (::poll(fds, 2, -1) >= 0) {
+        ready = ::poll(fds, 2, timeoutMs);
+        if (ready >= 0) {
             break;
         }
         if (errno != EINTR) {
             return en_WAIT_FAILED;
         }
     }
+    *revents = fds[0].revents;
     if (fds[1].revents != 0) {
-        return en_WAIT_WOKEN;
+        uint64_t count = 0;
+        (void)!::read(mWakeFd, &count, sizeof(count));
+        if (!mayPost()) {
+            return en_WAIT_WOKEN;
+        }
+        return fds[0].revents != 0 ? en_WAIT_READY : en_WAIT_NUDGED;
     }
-    return en_WAIT_READY;
+    return ready == 0 ? en_WAIT_TIMEOUT : en_WAIT_READY;
 }
 
 // The phone's "no device" ends the link: it is the report of the end, so it
@@ -268,6 +420,8 @@ void OstLinkAppStreamTransport::deliver(uint8 type, const uint8* payload, uint32
     if (mEnded) {
         return;
     }
+    mSawDeviceInfo = mSawDeviceInfo || type == OstLinkAppEnvelope::en_TYPE_DEVICE_INFO;
+    mSawDeviceStatus = mSawDeviceStatus || type == OstLinkAppEnvelope::en_TYPE_DEVICE_STATUS;
     if (!isNoDevice(type, payload, size)) {
         if (mayPost()) {
             postMessage(type, payload, size);
@@ -297,7 +451,34 @@ void OstLinkAppStreamTransport::endLink(const char* function, int line, const st
     }
     logError(function, line, reason);
     shutDownSocket();
-    postLinkLost();
+    reportEnd();
+}
+
+// The end of the link must reach the unit even when a flood has filled its
+// box: the report is posted again, every REPORT_RETRY_MS, while the box
+// refuses it for being full, until it is taken, close() begins, or
+// REPORT_TRIES posts have been refused (then it is logged).
+void OstLinkAppStreamTransport::reportEnd() {
+    for (uint32 tries = 1;; ++tries) {
+        HbMsgBox::ForgetLastPostResultOnThisThread();
+        postLinkLost();
+        if (HbMsgBox::LastPostResultOnThisThread() != en_ERROR_MSGBOX_FULL) {
+            return;
+        }
+        pollfd wake = {mWakeFd, POLLIN, 0};
+        if (::poll(&wake, 1, REPORT_RETRY_MS) > 0) {
+            uint64_t count = 0;
+            (void)!::read(mWakeFd, &count, sizeof(count));
+        }
+        if (!mayPost()) {
+            return;  // close() has begun: nobody waits for the report any more
+        }
+        if (tries == REPORT_TRIES) {
+            logError("reportEnd", __LINE__,
+                     "the end of the link on " + getName() + " could not be reported: box full\n");
+            return;
+        }
+    }
 }
 
 // Shuts down first: a send blocked on the socket then fails and frees
@@ -316,20 +497,4 @@ bool OstLinkAppStreamTransport::mayPost() {
 void OstLinkAppStreamTransport::logError(const char* function, int line,
                                          const std::string& text) const {
     HbDbgOutput::DbgPrint(kSource, function, line, en_TAG_ERROR, "%s", text.c_str());
-}
-
-bool OstLinkAppStreamTransport::writeAll(const uint8* data, size_t size, int& error) {
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t sent = ::send(mSocket, data + done, size - done, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) {
-            continue;
-        }
-        if (sent < 0) {
-            error = errno;
-            return false;
-        }
-        done += static_cast<size_t>(sent);
-    }
-    return true;
 }

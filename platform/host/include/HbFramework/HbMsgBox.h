@@ -62,6 +62,13 @@ public:
     uint32 Capacity() const { return mCapacity; }
     uint32 Count();
 
+    // Host only: the result of the last Post() made on the calling thread
+    // (en_ERROR_NONE before any). A poster that cannot read the result of
+    // its post (through a handler that swallows it) asks here whether the
+    // box refused it.
+    static int32 LastPostResultOnThisThread();
+    static void ForgetLastPostResultOnThisThread();
+
     // Worker side: runs messages until Close(). Called on the worker thread.
     void Run();
     // Stops Run() after the handler that runs now; queued messages are dropped.
@@ -72,6 +79,9 @@ public:
     void SetUnregistWaitHook(std::function<void()> hook);
 
 private:
+    // Post() without recording its result; takes the box's lock.
+    int32 PostLocked(int32 id, uint32 msgId, EN_MSG_ID kind, const void* data, uint32 size);
+
     struct Message {
         int32 id;
         uint32 msgId;

@@ -7,7 +7,17 @@
 // - "tcp:HOST:PORT": TCP; HOST is "localhost" or a numeric address ("[::1]"
 //   for IPv6) and must be a loopback address (127.0.0.0/8, ::1) unless
 //   setAllowRemote(true). Host names are not looked up.
+// - on "unix:", the process at the other end must run as this user
+//   (SO_PEERCRED) unless setAllowOtherUsers(true) or the environment variable
+//   OST_LINKAPP_ALLOW_OTHER_USERS=1 allows any user: a socket that another
+//   user bound first must not feed or freeze this user's lookups.
 // An endpoint that cannot be used is logged and reported as the device gone.
+// On a stream, the phone must greet (device info and device status) within
+// GREETING_MS of the connection, and must read what the module sends: sends
+// never wait, they queue at most SEND_QUEUE_LIMIT bytes, and a queue that
+// overflows or does not move for SEND_STALL_MS ends the link. Both times run
+// on the real clock, whatever HB_TIMER_SCALE says (a phone process needs
+// real time to answer); tests may shorten them with setLinkTimes().
 // On a stream every message is a 32-bit big-endian length N, then N bytes:
 // one type byte (0x01 device info, 0x02 device status, 0x03 command) and its
 // payload.
@@ -72,6 +82,13 @@ class OstLinkAppHost {
 public:
     // Largest envelope length accepted (type byte and payload), 1 MiB.
     static constexpr uint32 MAX_ENVELOPE_LENGTH = 1024u * 1024u;
+    // Time for the phone's device info and device status after connecting.
+    static constexpr uint32 GREETING_MS = 5000;
+    // Bytes of command envelopes that may wait for a phone that reads slowly:
+    // four of the largest envelopes.
+    static constexpr uint32 SEND_QUEUE_LIMIT = 4u * (MAX_ENVELOPE_LENGTH + 4u);
+    // Time a non-empty send queue may go without the phone reading any of it.
+    static constexpr uint32 SEND_STALL_MS = 5000;
 
     // An empty text removes the setting.
     static void setEndpoint(const std::string& endpoint);
@@ -79,6 +96,15 @@ public:
     static std::string getEndpoint();
     static void setAllowRemote(bool allow);
     static bool getAllowRemote();
+    // Host only, for tests: the greeting and stall times of links opened
+    // later; 0 puts the default back.
+    static void setLinkTimes(uint32 greetingMs, uint32 sendStallMs);
+    static uint32 getGreetingMs();
+    static uint32 getSendStallMs();
+    // Allows a phone on a Unix socket that runs as another user.
+    static void setAllowOtherUsers(bool allow);
+    // The setter's choice, or OST_LINKAPP_ALLOW_OTHER_USERS=1.
+    static bool getAllowOtherUsers();
     // Not owned; must outlive every link that uses it. Null removes it (a
     // loopback link then cannot be opened).
     static void setLoopbackPeer(OstLinkAppPeer* peer);
