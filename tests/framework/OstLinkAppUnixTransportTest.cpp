@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -158,17 +159,26 @@ private:
 
 }  // namespace
 
-TEST(OstLinkAppUnixTransportTest, PhoneOfAnotherUser_RefusedWithTheReason) {
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "needs root, to run a phone as another user";
+class OstLinkAppUnixTransportOtherUserTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "needs root, to run a phone as another user";
+        }
+        ASSERT_EQ(::chmod(dir.path().c_str(), 0777), 0);
+        phone.reset(new OtherUserPhone(path));
+        ASSERT_TRUE(phone->listening());
     }
+    void TearDown() override { OstLinkAppHost::setAllowOtherUsers(false); }
+
     DbgCapture capture;
-    TestDir dir("unix-transport");
-    ASSERT_EQ(::chmod(dir.path().c_str(), 0777), 0);
+    TestDir dir{"unix-transport"};
     const std::string path = dir.file("phone.sock");
-    OtherUserPhone phone(path);
-    ASSERT_TRUE(phone.listening());
+    std::unique_ptr<OtherUserPhone> phone;
     CallLog posts;
+};
+
+TEST_F(OstLinkAppUnixTransportOtherUserTest, Open_PhoneOfAnotherUser_RefusedWithTheReason) {
     OstLinkAppUnixTransport transport(path, recorder(posts));
     ASSERT_TRUE(transport.open());
     ASSERT_TRUE(posts.waitForCount(1));
@@ -179,22 +189,11 @@ TEST(OstLinkAppUnixTransportTest, PhoneOfAnotherUser_RefusedWithTheReason) {
     EXPECT_FALSE(transport.isOpen());
 }
 
-TEST(OstLinkAppUnixTransportTest, PhoneOfAnotherUser_AllowedExplicitly_Links) {
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "needs root, to run a phone as another user";
-    }
-    DbgCapture capture;
-    TestDir dir("unix-transport");
-    ASSERT_EQ(::chmod(dir.path().c_str(), 0777), 0);
-    const std::string path = dir.file("phone.sock");
-    OtherUserPhone phone(path);
-    ASSERT_TRUE(phone.listening());
+TEST_F(OstLinkAppUnixTransportOtherUserTest, Open_PhoneOfAnotherUserAllowedExplicitly_Links) {
     OstLinkAppHost::setAllowOtherUsers(true);
-    CallLog posts;
     OstLinkAppUnixTransport transport(path, recorder(posts));
     ASSERT_TRUE(transport.open());
     ASSERT_TRUE(posts.waitForCount(1));
-    OstLinkAppHost::setAllowOtherUsers(false);
     EXPECT_EQ(Texts{"601 [02] @OstLinkAppRx"}, posts.entries());
     EXPECT_TRUE(texts(capture).empty());
     transport.close();
