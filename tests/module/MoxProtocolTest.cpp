@@ -560,6 +560,45 @@ TEST_F(MoxProtocolTest, Chunk_EachAcceptedChunk_GivesAFreshWait) {
     EXPECT_EQ(Texts({"state 4", "state 104", "frame 0f ff"}), recorder->events());
 }
 
+// What the module trusts its phone with, kept as the contract has it: a
+// chunk whose index is the expected one is taken in any state.
+TEST_F(MoxProtocolTest, Chunk_BeforeAnyLookupWithTheExpectedIndex_CompletesAnAnswer) {
+    feed(chunk(0, 1, text("unasked")));
+    EXPECT_EQ(text("unasked"), resultFile());
+    EXPECT_EQ(Texts({"state 0"}), recorder->events());
+    EXPECT_TRUE(dbg.texts().empty());
+}
+
+TEST_F(MoxProtocolTest, Chunk_LateAfterAnErrorWithTheExpectedIndex_CompletesTheAnswer) {
+    startTransfer();
+    feed(chunk(1, 2, text("early")));
+    EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff"}), recorder->events());
+    recorder->clear();
+    feed(chunk(0, 1, text("late")));
+    EXPECT_EQ(text("late"), resultFile());
+    EXPECT_EQ(Texts({"state 0"}), recorder->events());
+    EXPECT_EQ(0u, armed());
+}
+
+// Each chunk gives a fresh wait: a phone that sends the most chunks a frame
+// can count (65,535), each just before the wait runs out, keeps the lookup
+// in 103 for 65,535 periods, and the answer still completes.
+TEST_F(MoxProtocolTest, Chunk_65535ChunksEachJustInTime_KeepTheLookupSearchingThenComplete) {
+    startTransfer();
+    const uint16 count = 65535;
+    const Bytes empty;
+    for (uint32 index = 0; index + 1 < count; ++index) {
+        advance(9999);
+        feed(chunk(static_cast<uint16>(index), count, empty));
+        ASSERT_EQ(103u, state->getResultState()) << "after chunk " << index;
+    }
+    advance(9999);
+    feed(chunk(static_cast<uint16>(count - 1), count, text("end")));
+    EXPECT_EQ(0u, state->getResultState());
+    EXPECT_EQ(text("end"), resultFile());
+    EXPECT_TRUE(dbg.texts().empty());
+}
+
 TEST_F(MoxProtocolTest, Chunk_Index1WhenExpecting0_IndexErrorAndFileStaysEmpty) {
     startTransfer();
     feed(chunk(1, 3, text("second")));
