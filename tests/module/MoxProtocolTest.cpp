@@ -561,8 +561,9 @@ TEST_F(MoxProtocolTest, Chunk_EachAcceptedChunk_GivesAFreshWait) {
 }
 
 // What the module trusts its phone with, kept as the contract has it: a
-// chunk whose index is the expected one is taken in any state.
-TEST_F(MoxProtocolTest, Chunk_BeforeAnyLookupWithTheExpectedIndex_CompletesAnAnswer) {
+// chunk whose index is the expected one is taken in any state. (Before any
+// lookup means in a fresh process: the expected index outlives a lookup.)
+TEST_F(MoxProtocolTest, Chunk_BeforeAnyLookupInAFreshProcess_TheExpectedIndexCompletesAnAnswer) {
     feed(chunk(0, 1, text("unasked")));
     EXPECT_EQ(text("unasked"), resultFile());
     EXPECT_EQ(Texts({"state 0"}), recorder->events());
