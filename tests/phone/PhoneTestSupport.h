@@ -164,7 +164,8 @@ inline Message commandMessage(const Bytes& frame) {
 
 // ---- A transport and a scheduler for sessions ----
 
-// Records every send and hang-up of a session. Once `gone` is set, sends fail.
+// Records every send and hang-up of a session. Once `gone` is set, sends
+// fail; while `room` is false, the transport says it has no room.
 class RecordingTransport : public moxphone::PhoneSession::Transport {
 public:
     bool send(const Bytes& bytes) override {
@@ -179,6 +180,10 @@ public:
         return true;
     }
     void hangUp() override { ++hangUps; }
+    bool hasRoom() const override {
+        ++roomAsked;
+        return room;
+    }
 
     // Everything sent, as one stream.
     Bytes stream() const {
@@ -208,6 +213,8 @@ public:
     int sendCalls = 0;
     int hangUps = 0;
     bool gone = false;
+    bool room = true;
+    mutable int roomAsked = 0;
     std::function<void(const Bytes&)> onSend;
 };
 
