@@ -64,15 +64,7 @@ protected:
         }
         return out;
     }
-    std::vector<std::string> logLines() const {
-        std::vector<std::string> lines;
-        std::istringstream in(logText.str());
-        std::string line;
-        while (std::getline(in, line)) {
-            lines.push_back(line);
-        }
-        return lines;
-    }
+    std::vector<std::string> logLines() const { return linesOf(logText.str()); }
 
     // Disc 2 of the sample: the first disc of the two-disc album, 4 tracks.
     static inline const std::string kDiscToc = "000096004EB600A0BE00ECEA013916";
