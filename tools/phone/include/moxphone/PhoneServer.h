@@ -18,10 +18,13 @@
 //   uid, as the kernel reports the peer) are served, unless allowUid() or
 //   allowOtherUsers() says otherwise; others are closed at once.
 // - At most Limits::maxConnections (64) are served at once; a module that
-//   comes when that many are open is closed at once.
-// - Each connection runs on its own (see PhoneConnection.h): one poll loop
-//   serves them all without ever waiting on one module, and a module that
-//   is idle, reads nothing or lets its answers pile up is dropped.
+//   comes when that many are open is closed at once. The listen backlog is
+//   the system's largest (SOMAXCONN), so a crowd is answered, not refused
+//   by the kernel.
+// - Each connection is served apart from the others (see
+//   PhoneConnection.h): one poll loop serves them all without ever waiting
+//   on one module, and a module that is idle, reads nothing or lets its
+//   answers pile up is dropped.
 //
 // run() and everything else but requestStop() and the counters belong to
 // one thread.
@@ -53,6 +56,8 @@ namespace moxphone {
 
 class PhoneServer {
 public:
+    // What the server takes on: how many connections at once, and what
+    // each one may cost before it is dropped.
     struct Limits {
         static constexpr size_t kMaxConnections = 64;
 
