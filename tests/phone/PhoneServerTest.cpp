@@ -1,8 +1,10 @@
 // The simulator on sockets, driven by a raw test client: a whole lookup over
-// a Unix socket and over TCP, one connection after another, a client that
-// hangs up at each step, loopback-only TCP unless allowed, the socket file's
-// life, and stopping with a client connected. The client waits on reads
-// (with a generous receive timeout against a hanging server), never on time.
+// a Unix socket and over TCP, connections side by side, a client that hangs
+// up at each step, clients that sleep, read nothing, flood or come over the
+// limit, malformed frames in the log, loopback-only TCP unless allowed, the
+// socket file's life, and stopping with a client connected. The client waits
+// on reads (with a generous receive timeout against a hanging server), never
+// on time.
 #include "moxphone/PhoneServer.h"
 
 #include <gtest/gtest.h>
@@ -15,6 +17,7 @@
 
 #include <arpa/inet.h>
 
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -26,6 +29,7 @@
 #include "TestDir.h"
 #include "moxphone/ResponseDatabase.h"
 
+using moxphone::Envelope;
 using moxphone::PhoneOptions;
 using moxphone::PhoneServer;
 using namespace phonetest;
@@ -110,6 +114,19 @@ public:
         }
         return false;
     }
+    // Sends `bytes` again and again, never reading, until the server has
+    // closed the connection; false if that does not happen before the send
+    // timeout.
+    bool sendUntilGone(const Bytes& bytes) {
+        const timeval timeout = {20, 0};
+        ::setsockopt(mFd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
+        while (true) {
+            const ssize_t sent = ::send(mFd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            if (sent < 0) {
+                return errno == EPIPE || errno == ECONNRESET;
+            }
+        }
+    }
     // Bytes read but not taken as whole messages.
     const Bytes& buffered() const { return mBuffer; }
     void close() {
@@ -146,8 +163,9 @@ protected:
     ~PhoneServerTest() override { stop(); }
 
     // A server on `endpoint`, running on its own thread.
-    void start(const std::string& endpoint, const PhoneOptions& options) {
-        server.reset(new PhoneServer(options, log));
+    void start(const std::string& endpoint, const PhoneOptions& options,
+               const PhoneServer::Limits& limits = PhoneServer::Limits()) {
+        server.reset(new PhoneServer(options, log, limits));
         std::string error;
         ASSERT_TRUE(server->listen(endpoint, false, &error)) << error;
         thread = std::thread([this] { server->run(); });
@@ -164,6 +182,40 @@ protected:
         }
     }
     std::string socketPath() const { return dir.file("phone.sock"); }
+    // The lines of the log that start with `prefix`; once the server has stopped.
+    size_t logLinesStartingWith(const std::string& prefix) const {
+        size_t count = 0;
+        for (const std::string& line : linesOf(logText.str())) {
+            count += line.compare(0, prefix.size(), prefix) == 0 ? 1 : 0;
+        }
+        return count;
+    }
+    // A server that sends chunks of 16 bytes, and a client that has sent it
+    // lookups and requests for the database without reading any answer
+    // until its socket took no more.
+    std::unique_ptr<RawClient> clientThatReadsNothing() {
+        PhoneOptions options = optionsWith(sampleCatalogue());
+        options.chunkSize = 16;
+        start("unix:" + socketPath(), options);
+        std::unique_ptr<RawClient> raw = greeted();
+        Bytes requests = command(lookupFrame(kDiscToc));
+        const Bytes more = command(kGetCdMetaInfo);
+        requests.insert(requests.end(), more.begin(), more.end());
+        EXPECT_TRUE(raw->sendUntilFull(requests));
+        return raw;
+    }
+    // A whole lookup of kDiscToc by `raw`, which has read the greeting: the
+    // frames as they came, and the database they should hold.
+    void expectWholeLookup(RawClient& raw) {
+        raw.sendCommand(lookupFrame(kDiscToc));
+        raw.sendCommand(kGetCdMetaInfo);
+        const auto catalogue = sampleCatalogue();
+        const Bytes db =
+            moxphone::ResponseDatabase::build(*catalogue, *catalogue->findDisc(kDiscToc));
+        EXPECT_EQ((std::vector<Bytes>{header(0x8010), notice(static_cast<uint32_t>(db.size())),
+                                      chunk(0, 1, static_cast<uint32_t>(db.size()), db)}),
+                  raw.readFrames(3));
+    }
     std::unique_ptr<RawClient> client() { return RawClient::unixAt(socketPath()); }
     // A client that has read the device info and status.
     std::unique_ptr<RawClient> greeted() {
@@ -223,7 +275,7 @@ TEST_F(PhoneServerTest, Unix_RequestsSplitAcrossWrites_AnsweredAsWhole) {
 TEST_F(PhoneServerTest, Unix_ConnectionsOneAfterAnother_EachGreetedAfresh) {
     startUnix();
     std::unique_ptr<RawClient> first = greeted();
-    std::unique_ptr<RawClient> second = client();  // waits in the backlog
+    std::unique_ptr<RawClient> second = client();  // served beside the first
     first->sendCommand(kEcho);
     EXPECT_EQ(std::vector<Bytes>{header(0xFFFF)}, first->readFrames(1));
     first->close();
@@ -332,6 +384,97 @@ TEST_F(PhoneServerTest, Log_ListeningConnectionsAndTheEnd) {
         "mox-phone: the connection is closed\n"
         "mox-phone: stopped\n";
     EXPECT_EQ(text.size() - end.size(), text.rfind(end)) << text;
+}
+
+// ---- Many clients ----
+
+TEST_F(PhoneServerTest, SleepingClient_AnotherClientsLookupIsServedMeanwhile) {
+    startUnix();
+    std::unique_ptr<RawClient> sleeper = client();  // reads nothing, sends nothing
+    std::unique_ptr<RawClient> other = greeted();
+    expectWholeLookup(*other);
+    std::unique_ptr<RawClient> third = greeted();
+    expectWholeLookup(*third);
+    EXPECT_EQ(3u, server->connections());
+}
+
+TEST_F(PhoneServerTest, ClientThatReadsNothing_AnotherClientsLookupIsServedMeanwhile) {
+    std::unique_ptr<RawClient> stuck = clientThatReadsNothing();
+    std::unique_ptr<RawClient> other = greeted();
+    other->sendCommand(kEcho);
+    EXPECT_EQ(std::vector<Bytes>{header(0xFFFF)}, other->readFrames(1));
+}
+
+TEST_F(PhoneServerTest, ClientsOverTheLimit_ClosedAtOnceWithOneLogLineEach) {
+    PhoneServer::Limits limits;
+    limits.maxConnections = 2;
+    start("unix:" + socketPath(), optionsWith(sampleCatalogue()), limits);
+    std::unique_ptr<RawClient> first = greeted();
+    std::unique_ptr<RawClient> second = greeted();
+    for (int i = 0; i < 2; ++i) {
+        std::unique_ptr<RawClient> over = client();
+        EXPECT_TRUE(over->readUntilEnd());
+        EXPECT_TRUE(over->buffered().empty());  // not even the device info
+    }
+    first->close();  // a place is free again
+    std::unique_ptr<RawClient> next = greeted();
+    expectWholeLookup(*next);
+    stop();
+    EXPECT_EQ(3u, server->connections());
+    EXPECT_EQ(2u, server->refusals());
+    EXPECT_EQ(2u, logLinesStartingWith("mox-phone: refused a client: 2 connections are open, the "
+                                       "most this phone serves at once"))
+        << logText.str();
+}
+
+TEST_F(PhoneServerTest, IdleClient_DroppedAfterTheIdleTimeWithOneLogLine) {
+    PhoneServer::Limits limits;
+    limits.connection.idleMs = 100;
+    start("unix:" + socketPath(), optionsWith(sampleCatalogue()), limits);
+    const auto connected = std::chrono::steady_clock::now();
+    std::unique_ptr<RawClient> idle = greeted();
+    EXPECT_TRUE(idle->readUntilEnd());
+    EXPECT_GE(std::chrono::steady_clock::now() - connected, std::chrono::milliseconds(100));
+    stop();
+    EXPECT_EQ(1u, logLinesStartingWith("mox-phone: the module has been idle for 0.1 s (nothing "
+                                       "received or sent); dropping the connection"))
+        << logText.str();
+}
+
+TEST_F(PhoneServerTest, ClientThatFloodsAndReadsNothing_DroppedWhenItsQueueWouldOverflow) {
+    PhoneServer::Limits limits;
+    limits.connection.maxQueuedBytes = 64 * 1024;
+    start("unix:" + socketPath(), optionsWith(sampleCatalogue()), limits);
+    std::unique_ptr<RawClient> flood = greeted();
+    Bytes echoes;
+    for (int i = 0; i < 1000; ++i) {
+        const Bytes one = command(kEcho);
+        echoes.insert(echoes.end(), one.begin(), one.end());
+    }
+    // Its answers, 13 bytes for each 7 of requests, pile up on the server.
+    EXPECT_TRUE(flood->sendUntilGone(echoes));
+    stop();
+    EXPECT_EQ(1u, logLinesStartingWith("mox-phone: the module reads too little: "))
+        << logText.str().substr(0, 2000);
+    EXPECT_EQ(1u, server->connections());
+}
+
+TEST_F(PhoneServerTest, MalformedFrames_EachLoggedInOneShortLine) {
+    startUnix();
+    std::unique_ptr<RawClient> raw = greeted();
+    // 16 envelopes of the largest size, each a connect followed by junk.
+    Bytes frame(Envelope::kMaxLength - 1, 0x5A);
+    frame[0] = 0x00;
+    frame[1] = 0x01;
+    for (int i = 0; i < 16; ++i) {
+        raw->sendCommand(frame);
+        EXPECT_EQ(std::vector<Bytes>{header(0x8001, 400)}, raw->readFrames(1));
+    }
+    stop();
+    EXPECT_EQ(16u, logLinesStartingWith("mox-phone: malformed connect: the frame must be the 3 "
+                                        "bytes 00 01 01, not 00 01 5A"));
+    // Before, each line held the whole frame in hex: 48 MiB for these 16 MiB.
+    EXPECT_LT(logText.str().size(), 16u * 1024);
 }
 
 // ---- TCP ----
@@ -449,14 +592,7 @@ TEST_F(PhoneServerTest, Stop_WithAClientConnected_RunReturnsAndTheClientSeesTheE
 }
 
 TEST_F(PhoneServerTest, Stop_WhileASendWaitsForAModuleThatReadsNothing_NoSendTimeout) {
-    PhoneOptions options = optionsWith(sampleCatalogue());
-    options.chunkSize = 16;
-    start("unix:" + socketPath(), options);
-    std::unique_ptr<RawClient> raw = greeted();
-    Bytes requests = command(lookupFrame(kDiscToc));
-    const Bytes more = command(kGetCdMetaInfo);
-    requests.insert(requests.end(), more.begin(), more.end());
-    ASSERT_TRUE(raw->sendUntilFull(requests));
+    std::unique_ptr<RawClient> raw = clientThatReadsNothing();
     stop();
     // Before, a blocked send ended only on the 10 s send timeout.
     EXPECT_EQ(std::string::npos, logText.str().find("has read nothing"));

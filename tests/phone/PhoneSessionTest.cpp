@@ -64,15 +64,7 @@ protected:
         }
         return out;
     }
-    std::vector<std::string> logLines() const {
-        std::vector<std::string> lines;
-        std::istringstream in(logText.str());
-        std::string line;
-        while (std::getline(in, line)) {
-            lines.push_back(line);
-        }
-        return lines;
-    }
+    std::vector<std::string> logLines() const { return linesOf(logText.str()); }
 
     // Disc 2 of the sample: the first disc of the two-disc album, 4 tracks.
     static inline const std::string kDiscToc = "000096004EB600A0BE00ECEA013916";
@@ -319,6 +311,49 @@ TEST_F(PhoneSessionTest, Connect_TwoBytes_Status400AndTheReasonLogged) {
                   "01; answered with status 400",
                   "mox-phone: -> 0x8001 connect answer status 400 (8 bytes)"}),
               logLines());
+}
+
+TEST_F(PhoneSessionTest, Connect_MebibyteFrame_LogShowsTheFirst32BytesAndTheSize) {
+    startWith({});
+    Bytes frame(1024 * 1024, 0xAA);
+    frame[0] = 0x00;
+    frame[1] = 0x01;
+    receive(frame);
+    EXPECT_EQ((std::vector<Bytes>{header(0x8001, 400)}), transport.frames());
+    std::string shown = "00 01";
+    for (int i = 2; i < 32; ++i) {
+        shown += " AA";
+    }
+    EXPECT_EQ((std::vector<std::string>{
+                  "mox-phone: <- 0x0001 connect (1048576 bytes)",
+                  "mox-phone: malformed connect: the frame must be the 3 bytes 00 01 01, not " +
+                      shown + " ... (1048576 bytes); answered with status 400",
+                  "mox-phone: -> 0x8001 connect answer status 400 (8 bytes)"}),
+              logLines());
+    // Three short lines, not the 3 MiB that the whole frame in hex would take.
+    EXPECT_LT(logText.str().size(), 512u);
+}
+
+TEST_F(PhoneSessionTest, Echo_FrameOf32And33Bytes_AllShownUpTo32ThenCut) {
+    startWith({});
+    Bytes frame(32, 0x01);
+    frame[0] = 0x7F;
+    frame[1] = 0xFF;
+    receive(frame);
+    frame.push_back(0x02);
+    receive(frame);
+    const std::vector<std::string> lines = logLines();
+    ASSERT_EQ(6u, lines.size());
+    std::string shown = "7F FF";
+    for (int i = 2; i < 32; ++i) {
+        shown += " 01";
+    }
+    EXPECT_EQ("mox-phone: malformed echo request: the frame must be the 2 bytes 7F FF, not " +
+                  shown + "; answered with status 400",
+              lines[1]);
+    EXPECT_EQ("mox-phone: malformed echo request: the frame must be the 2 bytes 7F FF, not " +
+                  shown + " ... (33 bytes); answered with status 400",
+              lines[4]);
 }
 
 TEST_F(PhoneSessionTest, Connect_WrongThirdByte_Status400) {
@@ -594,6 +629,67 @@ TEST_F(PhoneSessionTest, TransferFault_DatabaseFitsOneChunk_SplitInTwo) {
                   " bytes in 2 chunks of at most " + std::to_string(half) +
                   " bytes (split in two for the fault)",
               logLines().at(1));
+}
+
+// ---- A transport without room ----
+
+TEST_F(PhoneSessionTest, NoRoomAfterTheFirstChunk_TheRestWaitsForResume) {
+    startWith({}, 300);
+    lookedUp();
+    const std::vector<Bytes> all = chunks(database(), 300);
+    ASSERT_GE(all.size(), 3u);
+    transport.onSend = [this](const Bytes&) { transport.room = false; };
+    receive(kGetCdMetaInfo);
+    EXPECT_EQ(std::vector<Bytes>{all[0]}, transport.frames());
+    session->resume();  // still no room: nothing more
+    EXPECT_EQ(std::vector<Bytes>{all[0]}, transport.frames());
+    transport.room = true;
+    transport.onSend = nullptr;
+    session->resume();
+    EXPECT_EQ(all, transport.frames());
+    session->resume();  // the transfer is over: nothing again
+    EXPECT_EQ(all, transport.frames());
+}
+
+TEST_F(PhoneSessionTest, NoRoom_CancelWhileWaiting_ResumeSendsNothing) {
+    startWith({}, 300);
+    lookedUp();
+    transport.room = false;
+    receive(kGetCdMetaInfo);
+    EXPECT_TRUE(transport.frames().empty());
+    receive(kCancel);
+    EXPECT_EQ(std::vector<Bytes>{header(0x8FFF)}, transport.frames());
+    transport.room = true;
+    session->resume();
+    EXPECT_EQ(std::vector<Bytes>{header(0x8FFF)}, transport.frames());
+}
+
+TEST_F(PhoneSessionTest, NoRoomWithSlowChunks_ADueChunkWaitsThenGoesAtOnceAndTheNextIsDelayed) {
+    startWith({"slow-chunks=1000"}, 300);
+    lookedUp();
+    const std::vector<Bytes> all = chunks(database(), 300);
+    ASSERT_GE(all.size(), 3u);
+    receive(kGetCdMetaInfo);
+    transport.room = false;
+    scheduler.advance(1000);
+    EXPECT_TRUE(transport.frames().empty());
+    EXPECT_EQ(0u, scheduler.pending());
+    transport.room = true;
+    session->resume();
+    EXPECT_EQ(std::vector<Bytes>{all[0]}, transport.frames());
+    scheduler.advance(999);
+    EXPECT_EQ(1u, transport.frames().size());
+    scheduler.advance(1);
+    EXPECT_EQ(std::vector<Bytes>(all.begin(), all.begin() + 2), transport.frames());
+}
+
+TEST_F(PhoneSessionTest, AnswersToRequests_SentWhateverTheRoom) {
+    startWith({});
+    transport.room = false;
+    receive(kConnect);
+    receive(kEcho);
+    EXPECT_EQ((std::vector<Bytes>{header(0x8001), header(0xFFFF)}), transport.frames());
+    EXPECT_EQ(0, transport.roomAsked);
 }
 
 // ---- Slow chunks ----

@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -140,6 +141,27 @@ inline std::vector<Message> splitEnvelopes(const Bytes& stream, Bytes* rest = nu
     return messages;
 }
 
+// The command frames of a stream, in order; whatever else it holds is left out.
+inline std::vector<Bytes> commandFrames(const Bytes& stream) {
+    std::vector<Bytes> frames;
+    for (const Message& message : splitEnvelopes(stream)) {
+        if (message.type == 0x03) {
+            frames.push_back(message.payload);
+        }
+    }
+    return frames;
+}
+
+// The lines of a log, without their ends.
+inline std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
 inline Message deviceInfo(uint8_t os, const std::string& name) {
     Message message;
     message.type = 0x01;
@@ -164,7 +186,8 @@ inline Message commandMessage(const Bytes& frame) {
 
 // ---- A transport and a scheduler for sessions ----
 
-// Records every send and hang-up of a session. Once `gone` is set, sends fail.
+// Records every send and hang-up of a session. Once `gone` is set, sends
+// fail; while `room` is false, the transport says it has no room.
 class RecordingTransport : public moxphone::PhoneSession::Transport {
 public:
     bool send(const Bytes& bytes) override {
@@ -179,6 +202,10 @@ public:
         return true;
     }
     void hangUp() override { ++hangUps; }
+    bool hasRoom() const override {
+        ++roomAsked;
+        return room;
+    }
 
     // Everything sent, as one stream.
     Bytes stream() const {
@@ -190,15 +217,7 @@ public:
     }
     std::vector<Message> messages() const { return splitEnvelopes(stream()); }
     // The command frames sent, in order.
-    std::vector<Bytes> frames() const {
-        std::vector<Bytes> out;
-        for (const Message& message : messages()) {
-            if (message.type == 0x03) {
-                out.push_back(message.payload);
-            }
-        }
-        return out;
-    }
+    std::vector<Bytes> frames() const { return commandFrames(stream()); }
     void clear() {
         sends.clear();
         sendCalls = 0;
@@ -208,6 +227,8 @@ public:
     int sendCalls = 0;
     int hangUps = 0;
     bool gone = false;
+    bool room = true;
+    mutable int roomAsked = 0;
     std::function<void(const Bytes&)> onSend;
 };
 

@@ -1,6 +1,9 @@
 // mox-phone: the phone application simulator. Listens on a Unix or TCP
 // endpoint and answers the module's lookups from a catalogue, with faults.
+#include <sys/types.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <iostream>
 #include <memory>
@@ -10,6 +13,7 @@
 #include "moxphone/Catalogue.h"
 #include "moxphone/Endpoint.h"
 #include "moxphone/Faults.h"
+#include "moxphone/PhoneConnection.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
 #include "moxphone/PhoneServer.h"
@@ -21,6 +25,21 @@ enum ExitCode { kOk = 0, kFailed = 1, kBadUsage = 2 };
 int usageError(const std::string& reason) {
     std::cerr << "mox-phone: " << reason << "\n";
     return kBadUsage;
+}
+
+// A user ID as --allow-uid takes it: decimal digits, 0 to 4294967294
+// ((uid_t)-1 names no user).
+bool parseUid(const std::string& text, uid_t* uid) {
+    if (text.empty() || text.size() > 10 ||
+        !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+        return false;
+    }
+    const unsigned long long value = std::stoull(text);
+    if (value >= 4294967295ULL) {
+        return false;
+    }
+    *uid = static_cast<uid_t>(value);
+    return true;
 }
 
 }  // namespace
@@ -35,10 +54,14 @@ int main(int argc, char** argv) {
     uint32_t notFoundStatus = moxphone::PhoneOptions::kDefaultNotFoundStatus;
     std::string os = "android";
     std::vector<std::string> faultTexts;
+    std::vector<std::string> allowedUids;
+    bool allowOtherUsers = false;
     bool quiet = false;
     bool allowRemote = false;
     bool listFaults = false;
-    app.add_option("--listen", listen, "Endpoint: unix:PATH or tcp:127.0.0.1:PORT");
+    app.add_option("--listen", listen,
+                   "Endpoint: unix:PATH or tcp:127.0.0.1:PORT; up to 64 modules are served at "
+                   "once, each dropped after 30 s without traffic");
     app.add_option("--catalog", catalogPath, "Catalogue JSON file (default: the bundled sample)");
     app.add_option("--chunk-size", chunkSize, "Payload bytes per database chunk (default 4096)");
     app.add_option("--not-found-status", notFoundStatus,
@@ -47,6 +70,12 @@ int main(int argc, char** argv) {
     app.add_option("--fault", faultTexts, "Fault NAME or NAME=VALUE; repeatable (--list-faults)");
     app.add_flag("--quiet", quiet, "Log nothing");
     app.add_flag("--allow-remote", allowRemote, "Allow a TCP address that is not a loopback one");
+    app.add_option("--allow-uid", allowedUids,
+                   "On a unix: endpoint, serve the processes of this user ID too (only those of "
+                   "the user running mox-phone otherwise); repeatable")
+        ->type_name("UID");
+    app.add_flag("--allow-other-users", allowOtherUsers,
+                 "On a unix: endpoint, serve the processes of every user");
     app.add_flag("--list-faults", listFaults, "List the faults and what each leads to, then exit");
     app.set_version_flag("--version", std::string("mox-phone ") + MOX_VERSION);
     try {
@@ -70,6 +99,19 @@ int main(int argc, char** argv) {
     moxphone::Endpoint endpoint;
     if (!moxphone::Endpoint::parse(listen, &endpoint, &error)) {
         return usageError(error);
+    }
+    std::vector<uid_t> uids;
+    for (const std::string& text : allowedUids) {
+        uid_t uid = 0;
+        if (!parseUid(text, &uid)) {
+            return usageError("--allow-uid takes a numeric user ID, not '" + text + "'");
+        }
+        uids.push_back(uid);
+    }
+    if ((!uids.empty() || allowOtherUsers) && endpoint.kind() != moxphone::Endpoint::Kind::kUnix) {
+        return usageError(
+            "--allow-uid and --allow-other-users are for unix: endpoints (on TCP every local "
+            "user can connect)");
     }
 
     moxphone::PhoneOptions options;
@@ -98,7 +140,16 @@ int main(int argc, char** argv) {
     }
 
     moxphone::PhoneLog log(quiet ? nullptr : &std::cerr);
-    moxphone::PhoneServer server(options, log);
+    // The idle time follows the phone's delays under HB_TIMER_SCALE.
+    moxphone::PhoneServer::Limits limits;
+    limits.connection = moxphone::PhoneConnection::Limits::scaledBy(options.timeScale);
+    moxphone::PhoneServer server(options, log, limits);
+    for (const uid_t uid : uids) {
+        server.allowUid(uid);
+    }
+    if (allowOtherUsers) {
+        server.allowOtherUsers();
+    }
     // A module that hangs up is seen as a failed send, not a signal.
     std::signal(SIGPIPE, SIG_IGN);
     // Before the socket exists: a signal that comes once it does always

@@ -1,4 +1,4 @@
-// Sockets, the accept loop and one connection at a time.
+// Sockets, the access rules and the poll loop that serves every connection.
 #include "moxphone/PhoneServer.h"
 
 #include <arpa/inet.h>
@@ -15,6 +15,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -22,8 +23,10 @@ namespace moxphone {
 
 namespace {
 
-constexpr int kBacklog = 8;
-constexpr size_t kReadSize = 64 * 1024;
+// The kernel caps it at its own maximum (net.core.somaxconn).
+constexpr int kBacklog = SOMAXCONN;
+// How long accepting pauses after it failed for want of descriptors or memory.
+constexpr std::chrono::seconds kAcceptPause(1);
 
 std::string errorText(int code) {
     return std::strerror(code);
@@ -85,7 +88,11 @@ uint16_t boundPort(int fd) {
 }  // namespace
 
 PhoneServer::PhoneServer(const PhoneOptions& options, PhoneLog& log)
+    : PhoneServer(options, log, Limits()) {}
+
+PhoneServer::PhoneServer(const PhoneOptions& options, PhoneLog& log, const Limits& limits)
     : mOptions(options),
+      mLimits(limits),
       mLog(log),
       mListenFd(-1),
       mStopRead(-1),
@@ -93,7 +100,8 @@ PhoneServer::PhoneServer(const PhoneOptions& options, PhoneLog& log)
       mSignalFd(-1),
       mStop(false),
       mConnections(0),
-      mClientFd(-1),
+      mRefusals(0),
+      mAnyUser(false),
       mSocketDevice(0),
       mSocketInode(0) {
     int fds[2];
@@ -104,6 +112,7 @@ PhoneServer::PhoneServer(const PhoneOptions& options, PhoneLog& log)
 }
 
 PhoneServer::~PhoneServer() {
+    mOpen.clear();
     closeListener();
     if (mStopRead >= 0) {
         ::close(mStopRead);
@@ -168,7 +177,7 @@ bool PhoneServer::listenUnix(const Endpoint& endpoint, std::string* error) {
         }
         ::unlink(path.c_str());  // left by a server that is gone
     }
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) {
         return fail(error, "cannot create a Unix socket: " + errorText(errno));
     }
@@ -209,7 +218,7 @@ bool PhoneServer::listenTcp(const Endpoint& endpoint, bool allowRemote, std::str
                                " is not a loopback address; listening there needs allow-remote "
                                "(--allow-remote)");
     }
-    const int fd = ::socket(first.ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(first.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const int on = 1;
     const bool ok = fd >= 0 && ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) == 0 &&
                     ::bind(fd, first.ai_addr, first.ai_addrlen) == 0 && ::listen(fd, kBacklog) == 0;
@@ -226,30 +235,64 @@ bool PhoneServer::listenTcp(const Endpoint& endpoint, bool allowRemote, std::str
     return true;
 }
 
+void PhoneServer::allowUid(uid_t uid) {
+    mUids.insert(uid);
+}
+
+void PhoneServer::allowOtherUsers() {
+    mAnyUser = true;
+}
+
 void PhoneServer::run() {
     if (mListenFd < 0) {
         return;
     }
     mLog.line("listening on " + mEndpoint.text());
+    std::vector<pollfd> fds;
     while (!stopRequested()) {
-        const Wake wake = waitFor(mListenFd, POLLIN, -1);
-        if (wake == Wake::kFailed) {
-            mLog.line("waiting for a connection failed: " + errorText(errno));
+        // The listener comes before the connections: a poll that reports a
+        // new connection has then seen the ends of those that came before
+        // it too, and they are handled first, in the order they happened.
+        // poll() skips an entry whose descriptor is negative.
+        const bool accepting = std::chrono::steady_clock::now() >= mAcceptPausedUntil;
+        fds.assign({{mStopRead, POLLIN, 0},
+                    {mSignalFd, POLLIN, 0},
+                    {accepting ? mListenFd : -1, POLLIN, 0}});
+        for (const std::unique_ptr<PhoneConnection>& connection : mOpen) {
+            fds.push_back({connection->fd(), connection->events(), 0});
+        }
+        const int ready = ::poll(fds.data(), fds.size(), timeoutMs());
+        if (ready < 0 && errno != EINTR) {
+            mLog.line("waiting for the modules failed: " + errorText(errno));
             break;
         }
-        if (wake == Wake::kStop) {
+        if (fds[1].revents != 0) {
+            signalfd_siginfo taken;
+            const ssize_t ignored = ::read(mSignalFd, &taken, sizeof(taken));
+            (void)ignored;
+            requestStop();
+        }
+        if (fds[0].revents != 0 || fds[1].revents != 0) {
             break;
         }
-        if (wake != Wake::kReady) {
-            continue;
+        for (size_t i = 0; ready > 0 && i < mOpen.size(); ++i) {
+            if (fds[3 + i].revents != 0) {
+                mOpen[i]->handle(fds[3 + i].revents);
+            }
         }
-        const int fd = ::accept4(mListenFd, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd >= 0) {
-            serve(fd);
-        } else if (errno != EINTR && errno != EAGAIN && errno != ECONNABORTED) {
-            mLog.line("accepting a connection failed: " + errorText(errno));
+        for (const std::unique_ptr<PhoneConnection>& connection : mOpen) {
+            connection->runDue();
+        }
+        removeFinished();
+        if (fds[2].revents != 0) {
+            acceptOne();
+            removeFinished();
         }
     }
+    for (const std::unique_ptr<PhoneConnection>& connection : mOpen) {
+        connection->drop("stopping: the connection is dropped");
+    }
+    mOpen.clear();
     mLog.line("stopped");
     closeListener();
 }
@@ -263,126 +306,88 @@ void PhoneServer::requestStop() {
     }
 }
 
-PhoneServer::Wake PhoneServer::waitFor(int fd, short events, int timeoutMs) {
-    // poll() skips an entry whose descriptor is negative.
-    pollfd fds[3] = {{mStopRead, POLLIN, 0}, {mSignalFd, POLLIN, 0}, {fd, events, 0}};
-    const int ready = ::poll(fds, 3, timeoutMs);
-    if (ready < 0) {
-        return errno == EINTR ? Wake::kInterrupted : Wake::kFailed;
+// One connection per round of the loop: before the next one is taken, the
+// loop has seen what the open connections did until then (a module that
+// hung up has freed its place), and a crowd at the door never holds up the
+// modules being served for more than one accept.
+void PhoneServer::acceptOne() {
+    const int fd = ::accept4(mListenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (fd >= 0) {
+        admit(fd);
+        return;
     }
-    if (ready == 0) {
-        return Wake::kTimeout;
+    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        mLog.line("accepting a connection failed: " + errorText(errno) +
+                  "; no new connection for a second");
+        mAcceptPausedUntil = std::chrono::steady_clock::now() + kAcceptPause;
+    } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR && errno != ECONNABORTED) {
+        mLog.line("accepting a connection failed: " + errorText(errno));
     }
-    if (fds[1].revents != 0) {
-        signalfd_siginfo taken;
-        const ssize_t ignored = ::read(mSignalFd, &taken, sizeof(taken));
-        (void)ignored;
-        requestStop();
-    }
-    if (fds[0].revents != 0 || fds[1].revents != 0) {
-        return Wake::kStop;
-    }
-    return Wake::kReady;
 }
 
-void PhoneServer::serve(int fd) {
+void PhoneServer::admit(int fd) {
+    std::string refusal;
+    if (mEndpoint.kind() == Endpoint::Kind::kUnix && !peerAllowed(fd, &refusal)) {
+        mLog.line(refusal);
+        ::close(fd);
+        ++mRefusals;
+        return;
+    }
+    if (mOpen.size() >= mLimits.maxConnections) {
+        mLog.line("refused a client: " + std::to_string(mOpen.size()) +
+                  " connections are open, the most this phone serves at once");
+        ::close(fd);
+        ++mRefusals;
+        return;
+    }
     // Each answer goes out at once, not after the module's acknowledgement
     // of the previous one (Nagle); fails harmlessly on a Unix socket.
     const int on = 1;
     ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    mClientFd = fd;
+    mOpen.push_back(std::make_unique<PhoneConnection>(fd, mOptions, mLimits.connection, mLog));
     mLog.line("the module connected (connection " + std::to_string(++mConnections) + ")");
-    PhoneSession session(mOptions, *this, mScheduler, mLog);
-    session.open();
-    while (session.isOpen() && !stopRequested()) {
-        const Wake wake = waitFor(fd, POLLIN, mScheduler.timeoutMs());
-        if (wake == Wake::kFailed) {
-            mLog.line("waiting for the module failed: " + errorText(errno));
-            break;
-        }
-        if (wake == Wake::kStop) {
-            break;
-        }
-        if (wake == Wake::kReady && !readFrom(fd, session)) {
-            break;
-        }
-        mScheduler.runDue();
-    }
-    if (stopRequested()) {
-        mLog.line("stopping: the connection is dropped");
-    }
-    session.close();
-    mScheduler.cancelAll();
-    mClientFd = -1;
-    ::close(fd);
+    mOpen.back()->open();
 }
 
-bool PhoneServer::readFrom(int fd, PhoneSession& session) {
-    uint8_t buffer[kReadSize];
-    const ssize_t got = ::recv(fd, buffer, sizeof(buffer), 0);
-    if (got > 0) {
-        session.receiveBytes(buffer, static_cast<size_t>(got));
+bool PhoneServer::peerAllowed(int fd, std::string* refusal) const {
+    ucred peer;
+    socklen_t size = sizeof(peer);
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+        *refusal = "refused a client whose user cannot be told: " + errorText(errno);
+        return false;
+    }
+    if (mAnyUser || peer.uid == ::geteuid() || mUids.count(peer.uid) != 0) {
         return true;
     }
-    if (got < 0 && (errno == EINTR || errno == EAGAIN)) {
-        return true;
-    }
-    if (got == 0) {
-        mLog.line("the module hung up");
-    } else if (errno == ECONNRESET) {
-        mLog.line("the module hung up (connection reset)");
-    } else {
-        mLog.line("reading from the module failed: " + errorText(errno));
-    }
+    *refusal = "refused a client of uid " + std::to_string(peer.uid) + ": not this user's";
     return false;
 }
 
-// Sends without blocking and waits for room in between, so that a stop
-// ends even a send to a module that reads nothing.
-bool PhoneServer::send(const Bytes& bytes) {
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t sent = ::send(mClientFd, bytes.data() + done, bytes.size() - done,
-                                    MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent > 0) {
-            done += static_cast<size_t>(sent);
-            continue;
+int PhoneServer::timeoutMs() const {
+    int timeout = -1;
+    for (const std::unique_ptr<PhoneConnection>& connection : mOpen) {
+        const int next = connection->timeoutMs();
+        if (next >= 0 && (timeout < 0 || next < timeout)) {
+            timeout = next;
         }
-        if (sent < 0 && errno == EINTR) {
-            continue;
-        }
-        if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            if (!waitForRoom()) {
-                return false;
-            }
-            continue;
-        }
-        if (sent < 0 && errno != EPIPE && errno != ECONNRESET) {
-            mLog.line("sending to the module failed: " + errorText(errno));
-        }
-        return false;
     }
-    return true;
+    const auto now = std::chrono::steady_clock::now();
+    if (now < mAcceptPausedUntil) {
+        const auto pause = std::chrono::ceil<std::chrono::milliseconds>(mAcceptPausedUntil - now);
+        const int untilAccepting = static_cast<int>(pause.count());
+        if (timeout < 0 || untilAccepting < timeout) {
+            timeout = untilAccepting;
+        }
+    }
+    return timeout;
 }
 
-bool PhoneServer::waitForRoom() {
-    Wake wake = Wake::kInterrupted;
-    while (wake == Wake::kInterrupted) {
-        wake = waitFor(mClientFd, POLLOUT, kSendTimeoutSeconds * 1000);
-    }
-    if (wake == Wake::kTimeout) {
-        mLog.line("the module has read nothing for " + std::to_string(kSendTimeoutSeconds) +
-                  " s; dropping the connection");
-    } else if (wake == Wake::kFailed) {
-        mLog.line("sending to the module failed: " + errorText(errno));
-    }
-    return wake == Wake::kReady;
-}
-
-void PhoneServer::hangUp() {
-    if (mClientFd >= 0) {
-        ::shutdown(mClientFd, SHUT_RDWR);
-    }
+void PhoneServer::removeFinished() {
+    mOpen.erase(std::remove_if(mOpen.begin(), mOpen.end(),
+                               [](const std::unique_ptr<PhoneConnection>& connection) {
+                                   return connection->finished();
+                               }),
+                mOpen.end());
 }
 
 void PhoneServer::closeListener() {

@@ -34,15 +34,21 @@ std::string sizeText(size_t bytes) {
     return " (" + std::to_string(bytes) + (bytes == 1 ? " byte)" : " bytes)");
 }
 
+// The bytes in hex for the log: at most the first kMaxLoggedFrameBytes, then
+// the whole size, so that a line stays short whatever a module sends.
 std::string hexBytes(const Bytes& bytes) {
     static const char kDigits[] = "0123456789ABCDEF";
+    const size_t shown = std::min(bytes.size(), PhoneSession::kMaxLoggedFrameBytes);
     std::string text;
-    for (uint8_t byte : bytes) {
+    for (size_t i = 0; i < shown; ++i) {
         if (!text.empty()) {
             text += ' ';
         }
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0x0F];
+        text += kDigits[bytes[i] >> 4];
+        text += kDigits[bytes[i] & 0x0F];
+    }
+    if (shown < bytes.size()) {
+        text += " ..." + sizeText(bytes.size());
     }
     return text;
 }
@@ -74,7 +80,8 @@ PhoneSession::PhoneSession(const PhoneOptions& options, Transport& transport, Sc
       mLog(log),
       mOpen(false),
       mHaveDatabase(false),
-      mNextStep(0) {}
+      mNextStep(0),
+      mWaitingForRoom(false) {}
 
 void PhoneSession::open() {
     mOpen = true;
@@ -155,6 +162,18 @@ void PhoneSession::close() {
     stopTransfer();
     mHaveDatabase = false;
     mLog.line("the connection is closed");
+}
+
+void PhoneSession::resume() {
+    if (!mWaitingForRoom) {
+        return;
+    }
+    mWaitingForRoom = false;
+    if (mOptions.faults.has(FaultKind::kSlowChunks)) {
+        runStep();  // its delay has passed; it schedules the next one
+        return;
+    }
+    sendSteps();
 }
 
 // ---- Requests ----
@@ -491,13 +510,23 @@ void PhoneSession::startSteps() {
                             [this] { runStep(); });
         return;
     }
-    while (mOpen && mNextStep < mSteps.size()) {
+    sendSteps();
+}
+
+// One step after another, until the end of the transfer, a hang-up or a
+// transport without room.
+void PhoneSession::sendSteps() {
+    while (mOpen && !mWaitingForRoom && mNextStep < mSteps.size()) {
         runStep();
     }
 }
 
 void PhoneSession::runStep() {
     if (!mOpen || mNextStep >= mSteps.size()) {
+        return;
+    }
+    if (!mTransport.hasRoom()) {
+        mWaitingForRoom = true;  // resume() sends this step
         return;
     }
     const Step step = mSteps[mNextStep++];
@@ -521,6 +550,7 @@ void PhoneSession::stopTransfer() {
     mScheduler.cancelAll();
     mSteps.clear();
     mNextStep = 0;
+    mWaitingForRoom = false;
 }
 
 // ---- Output ----

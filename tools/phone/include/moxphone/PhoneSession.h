@@ -18,11 +18,14 @@
 // A malformed request is logged and answered (request ID + 0x8000) with the
 // status 400; a request for the database before a lookup found one, with 400
 // too. The faults of the options change the answers (see Faults.h). Every
-// frame received and sent is logged, one line each.
+// frame received and sent is logged, one line each; a malformed frame shows
+// at most its first kMaxLoggedFrameBytes bytes, whatever its size.
 //
 // The owner feeds what it reads (receiveBytes for a stream, receiveFrame for
 // single frames) and tells the session when the module's end has gone
-// (close). A session is not thread-safe: its owner calls it, and runs the
+// (close). A transport that queues what it sends says when it holds too
+// much (hasRoom): the chunks of a transfer then wait until the owner calls
+// resume(). A session is not thread-safe: its owner calls it, and runs the
 // scheduler's tasks, under one lock or on one thread.
 #ifndef MOXPHONE_PHONESESSION_H
 #define MOXPHONE_PHONESESSION_H
@@ -50,7 +53,15 @@ public:
         virtual bool send(const Bytes& bytes) = 0;
         // The phone ends the connection.
         virtual void hangUp() = 0;
+        // False while the transport holds so many unsent bytes that the
+        // next chunk of a transfer should wait; the owner calls resume()
+        // once there is room again. A transport that sends at once always
+        // has room.
+        virtual bool hasRoom() const { return true; }
     };
+
+    // A malformed frame's log line shows this many of its bytes at most.
+    static constexpr size_t kMaxLoggedFrameBytes = 32;
 
     // `options` must be valid (PhoneOptions::validate); the session keeps a
     // copy. `transport`, `scheduler` and `log` must outlive the session.
@@ -68,6 +79,8 @@ public:
     void receiveFrame(const uint8_t* frame, size_t size);
     // The module's end has gone: nothing more is sent, pending sends are dropped.
     void close();
+    // The transport has room again: a transfer that waited for it goes on.
+    void resume();
     // True from open() until close(), a hang-up, or a failed send.
     bool isOpen() const { return mOpen; }
 
@@ -96,6 +109,7 @@ private:
                    const Bytes& database, size_t begin, size_t size) const;
     Step faultyStep(const Bytes& database, size_t chunkSize, uint16_t count) const;
     void startSteps();
+    void sendSteps();
     void runStep();
     void stopTransfer();
 
@@ -115,6 +129,7 @@ private:
     Bytes mDatabase;
     std::vector<Step> mSteps;  // the transfer in progress
     size_t mNextStep;
+    bool mWaitingForRoom;  // the transfer stopped at mNextStep until resume()
 };
 
 }  // namespace moxphone
