@@ -28,6 +28,8 @@
 #include "CliRun.h"
 #include "DiscImageFiles.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "MeasuredRun.h"
+#include "RawPhone.h"
 #include "TestDir.h"
 
 extern char** environ;
@@ -655,6 +657,125 @@ TEST_F(MoxLookupAttackTest, GroupWritableDirectoryOfTheVictim_Refused) {
     ASSERT_EQ(::mkdir(answers.c_str(), 0700), 0);
     ASSERT_EQ(::chmod(answers.c_str(), 0770), 0);
     expectRefused(answers + "/", "result directory " + answers + " is writable by other users");
+}
+
+// --- A phone that plays foul, byte by byte ------------------------------------------------
+// The test plays the phone itself (RawPhone) at the socket that mox lookup
+// connects to, and measures the lookup's time and memory.
+
+// A frame from the phone: command ID and status, chunk index and count 0.
+RawPhone::Bytes phoneFrame(uint16_t command, uint16_t status) {
+    return {static_cast<unsigned char>(command >> 8),
+            static_cast<unsigned char>(command),
+            static_cast<unsigned char>(status >> 8),
+            static_cast<unsigned char>(status),
+            0,
+            0,
+            0,
+            0};
+}
+
+class MoxLookupRawPhoneTest : public MoxLookupTest {
+protected:
+    // Starts `mox lookup --json` against the test's phone; `extra` follows.
+    std::unique_ptr<MeasuredRun> start(const std::vector<std::string>& extra = {}) {
+        std::vector<std::string> args = {"lookup",         "--toc",  kDisc1,      "--phone",
+                                         phone.endpoint(), "--json", "--timeout", "30"};
+        args.insert(args.end(), extra.begin(), extra.end());
+        // The module's timers at their own length: a flood takes longer than
+        // a scaled command timer.
+        return std::unique_ptr<MeasuredRun>(
+            new MeasuredRun(kMox, args, dir, {"HB_TIMER_SCALE=" + timerScale}));
+    }
+
+    // Opens the application and answers the module's connect: the link is up.
+    void link() {
+        ASSERT_TRUE(phone.acceptAndOpen("raw"));
+        ASSERT_EQ(phone.readFrame().at(1), 0x01);  // connect
+        ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+    }
+
+    // Opens the application and sends `frames` frames of an unknown command,
+    // each one debug message of the module, then leaves the module waiting
+    // for the answer to its connect. The module's mailbox drops what it has
+    // no room for, so the frames go in bursts of 1000, each followed by an
+    // "application open": the connect that it brings says the burst has been
+    // handled.
+    void flood(size_t frames) {
+        const size_t kBurst = 1000;
+        ASSERT_TRUE(phone.acceptAndOpen("raw"));
+        ASSERT_EQ(phone.readFrame().at(1), 0x01);  // connect
+        const RawPhone::Bytes one = RawPhone::envelope(3, phoneFrame(0x7777, 0));
+        RawPhone::Bytes burst;
+        for (size_t i = 0; i < kBurst; ++i) {
+            burst.insert(burst.end(), one.begin(), one.end());
+        }
+        const RawPhone::Bytes open = RawPhone::envelope(2, {2});
+        burst.insert(burst.end(), open.begin(), open.end());
+        for (size_t sent = 0; sent < frames; sent += kBurst) {
+            ASSERT_TRUE(phone.send(burst)) << sent;
+            ASSERT_EQ(phone.readFrame().at(1), 0x01) << sent;  // connect again
+        }
+    }
+
+    static Json jsonOf(const MeasuredRun::Result& result) {
+        if (!Json::accept(result.out)) {
+            ADD_FAILURE() << "not one JSON object: " << result.out << "\n" << result.err;
+            return Json::object();
+        }
+        return Json::parse(result.out);
+    }
+
+    std::string timerScale = "0.02";
+    RawPhone phone{dir.file("raw.sock")};
+};
+
+// Every frame of an unknown command is one debug message of the module; the
+// lookup keeps the first 1000 and counts the rest, so its memory stays flat.
+TEST_F(MoxLookupRawPhoneTest, FloodOfUnknownFrames_LogKeepsTheFirst1000AndCountsTheRest) {
+    const size_t kFlood = 300000;
+    timerScale = "1";
+    std::unique_ptr<MeasuredRun> run = start();
+    flood(kFlood);
+    ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+    ASSERT_EQ(phone.readFrame().at(1), 0x10);  // the lookup
+    ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8010, 404)));
+    const MeasuredRun::Result result = run->finish(60);
+    std::printf("flood of %zu frames: %.2f s, peak resident %ld KiB\n", kFlood, result.seconds,
+                result.peakResidentKiB);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    const Json out = jsonOf(result);
+    EXPECT_EQ(out.value("states", States{}), (States{101, 102, 103, 404}));
+    const std::vector<std::string> log = out.value("log", std::vector<std::string>{});
+    ASSERT_EQ(log.size(), 1001u);
+    EXPECT_EQ(log.front(), "receive unknown cmdID=0x7777");
+    EXPECT_EQ(log[999], "receive unknown cmdID=0x7777");
+    EXPECT_EQ(log.back(), std::to_string(kFlood - 1000) + " more messages left out");
+    EXPECT_LT(result.peakResidentKiB, 32 * 1024) << "peak resident KiB";
+    EXPECT_LT(result.seconds, 30.0);
+}
+
+// The host edition's refusal of the result file comes after the log is
+// full; it is still the reason the lookup gives.
+TEST_F(MoxLookupRawPhoneTest, RefusalAfterTheLogIsFull_IsStillTheReason) {
+    const std::string given = dir.file("answers") + "/";
+    ASSERT_EQ(::mkdir(given.c_str(), 0700), 0);
+    ASSERT_EQ(::symlink(dir.file("elsewhere").c_str(), (given + "dbupdateresponse.dap3").c_str()),
+              0);
+    std::unique_ptr<MeasuredRun> run(
+        new MeasuredRun(kMox, {"lookup", "--toc", kDisc1, "--phone", phone.endpoint(), "--json"},
+                        dir, {"HB_TIMER_SCALE=1", "MOX_RESULT_DIR=" + given}));
+    flood(2000);
+    ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+    const MeasuredRun::Result result = run->finish(30);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "mox lookup: result file " + given + "dbupdateresponse.dap3 is a symbolic link\n");
+    const std::vector<std::string> log = jsonOf(result).value("log", std::vector<std::string>{});
+    ASSERT_EQ(log.size(), 1001u);
+    EXPECT_EQ(log[999], "receive unknown cmdID=0x7777");
+    EXPECT_FALSE(std::filesystem::exists(dir.file("elsewhere")));
 }
 
 // --- The example program -----------------------------------------------------------------------

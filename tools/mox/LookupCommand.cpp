@@ -23,13 +23,17 @@
 //
 // Output: a table per album (as mox search prints it), or with --json one
 // object {"ok", "state", "states", "albums", "log", "result_dir"}. On a
-// terminal, a progress line on stderr (not with --json).
+// terminal, a progress line on stderr (not with --json). The log holds the
+// module's first 1000 debug messages; when there were more, its last line is
+// "N more messages left out", so a phone that makes the module log without end
+// cannot make the lookup grow without end.
 // Exit status: 0 ok with at least one album; 1 the lookup failed, the search
 // failed or found nothing (one line on stderr says which); 2 bad usage.
 #include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -295,31 +299,52 @@ private:
 };
 
 // The module's debug messages, in order, each without its final line feed.
+// A phone can make the module log without end (every unknown frame is one
+// message), so only the first kLogLinesKept messages are kept and the rest
+// are counted; lines() then ends with one line saying how many were left out.
 class LogCapture {
 public:
+    static const size_t kLogLinesKept = 1000;
+
     // With `echo`, every message also goes to stderr as it comes.
     explicit LogCapture(bool echo) {
         mPrevious = HbDbgOutput::SetSink([this, echo](const HbDbgRecord& record) {
             if (echo) {
                 std::cerr << HbDbgOutput::Render(record);
             }
+            std::lock_guard<std::mutex> lock(mMutex);
+            const bool refusal = mRefusal.empty() && record.file == HbFileSysHost::SOURCE;
+            const bool kept = mLines.size() < kLogLinesKept;
+            if (!kept) {
+                ++mLeftOut;
+            }
+            if (!kept && !refusal) {
+                return;
+            }
             std::string text = record.text;
             if (!text.empty() && text.back() == '\n') {
                 text.pop_back();
             }
-            std::lock_guard<std::mutex> lock(mMutex);
-            if (mRefusal.empty() && record.file == HbFileSysHost::SOURCE) {
+            if (refusal) {
                 mRefusal = text;
             }
-            mLines.push_back(text);
+            if (kept) {
+                mLines.push_back(text);
+            }
         });
     }
     ~LogCapture() { HbDbgOutput::SetSink(mPrevious); }
+    // The kept messages, then "N more messages left out" when there were more.
     std::vector<std::string> lines() const {
         std::lock_guard<std::mutex> lock(mMutex);
-        return mLines;
+        std::vector<std::string> lines = mLines;
+        if (mLeftOut > 0) {
+            lines.push_back(std::to_string(mLeftOut) + " more messages left out");
+        }
+        return lines;
     }
-    // The host edition's first refusal of the result directory or file, "" if none.
+    // The host edition's first refusal of the result directory or file, "" if
+    // none; taken even when the log was already full.
     std::string refusal() const {
         std::lock_guard<std::mutex> lock(mMutex);
         return mRefusal;
@@ -327,7 +352,8 @@ public:
 
 private:
     mutable std::mutex mMutex;
-    std::vector<std::string> mLines;
+    std::vector<std::string> mLines;  // at most kLogLinesKept
+    uint64_t mLeftOut = 0;
     std::string mRefusal;
     HbDbgOutput::Sink mPrevious;
 };
