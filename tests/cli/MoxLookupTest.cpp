@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -756,6 +757,35 @@ TEST_F(MoxLookupRawPhoneTest, FloodOfUnknownFrames_LogKeepsTheFirst1000AndCounts
     EXPECT_LT(result.seconds, 30.0);
 }
 
+// Answers that move the state between connected and searching without end:
+// the JSON keeps the first 1000 states and counts the rest. 2400 frames fit
+// the module's mailbox at once.
+TEST_F(MoxLookupRawPhoneTest, EndlessStateChanges_JsonKeepsTheFirst1000States) {
+    std::unique_ptr<MeasuredRun> run = start();
+    link();
+    ASSERT_EQ(phone.readFrame().at(1), 0x10);  // the lookup
+    RawPhone::Bytes answers;
+    for (int i = 0; i < 1200; ++i) {
+        for (const uint16_t command : {0x8001, 0x8010}) {
+            const RawPhone::Bytes one = RawPhone::envelope(3, phoneFrame(command, 0));
+            answers.insert(answers.end(), one.begin(), one.end());
+        }
+    }
+    const RawPhone::Bytes last = RawPhone::envelope(3, phoneFrame(0x8010, 404));
+    answers.insert(answers.end(), last.begin(), last.end());
+    ASSERT_TRUE(phone.send(answers));
+    const MeasuredRun::Result result = run->finish(60);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    const Json out = jsonOf(result);
+    EXPECT_EQ(out.value("state", -1), 404);
+    const States states = out.value("states", States{});
+    ASSERT_EQ(states.size(), 1000u);
+    EXPECT_EQ(States(states.begin(), states.begin() + 5), (States{101, 102, 103, 102, 103}));
+    EXPECT_EQ(out.value("states_left_out", 0), 3 + 2400 + 1 - 1000);
+    EXPECT_LT(result.seconds, 30.0);
+}
+
 // The host edition's refusal of the result file comes after the log is
 // full; it is still the reason the lookup gives.
 TEST_F(MoxLookupRawPhoneTest, RefusalAfterTheLogIsFull_IsStillTheReason) {
@@ -776,6 +806,107 @@ TEST_F(MoxLookupRawPhoneTest, RefusalAfterTheLogIsFull_IsStillTheReason) {
     ASSERT_EQ(log.size(), 1001u);
     EXPECT_EQ(log[999], "receive unknown cmdID=0x7777");
     EXPECT_FALSE(std::filesystem::exists(dir.file("elsewhere")));
+}
+
+// --- A lost link ends the wait at any point ---------------------------------------------
+// The phone goes, by saying its application closed or by hanging up: before
+// the link is up, between the link and the search (the module then drops the
+// search, and no state follows it), and during the search. The lookup and
+// the example program end at once with "link lost", far inside their bounds.
+
+enum class LinkPoint { BEFORE_LINK, BEFORE_SEARCH, DURING_SEARCH };
+enum class LossWay { APP_CLOSED, HANG_UP };
+
+class MoxLinkLossTest : public MoxLookupRawPhoneTest,
+                        public ::testing::WithParamInterface<std::tuple<LinkPoint, LossWay>> {
+protected:
+    // Plays the phone up to the chosen point, then goes the chosen way.
+    void playUntilLost() {
+        const LinkPoint point = std::get<0>(GetParam());
+        const bool hangUp = std::get<1>(GetParam()) == LossWay::HANG_UP;
+        const RawPhone::Bytes closed = RawPhone::envelope(2, {3});
+        ASSERT_TRUE(phone.acceptAndOpen("raw"));
+        ASSERT_EQ(phone.readFrame().at(1), 0x01);  // connect
+        RawPhone::Bytes last;
+        if (point == LinkPoint::BEFORE_SEARCH) {
+            // The answer and the loss in one write: the link comes up and
+            // goes before the lookup can ask for the search.
+            last = RawPhone::envelope(3, phoneFrame(0x8001, 0));
+        } else if (point == LinkPoint::DURING_SEARCH) {
+            ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+            ASSERT_EQ(phone.readFrame().at(1), 0x10);  // the lookup
+        }
+        if (!hangUp) {
+            last.insert(last.end(), closed.begin(), closed.end());
+        }
+        ASSERT_TRUE(last.empty() || phone.send(last));
+        if (hangUp) {
+            phone.hangUp();
+        }
+    }
+};
+
+TEST_P(MoxLinkLossTest, Lookup_EndsAtOnceWithLinkLost) {
+    std::unique_ptr<MeasuredRun> run = start();
+    playUntilLost();
+    const MeasuredRun::Result result = run->finish(60);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: link lost\n");
+    EXPECT_LT(result.seconds, 5.0) << "the lookup's bound is 30 s";
+    const Json out = jsonOf(result);
+    EXPECT_EQ(out.value("state", -1), 100);
+    const States states = out.value("states", States{});
+    switch (std::get<0>(GetParam())) {
+        case LinkPoint::BEFORE_LINK:
+            EXPECT_EQ(states, (States{101, 20, 100}));
+            break;
+        case LinkPoint::BEFORE_SEARCH:
+            // The module either had the search before the loss (103), or
+            // dropped it (or never got to it) for want of a link.
+            EXPECT_TRUE(states == (States{101, 102, 20, 100}) ||
+                        states == (States{101, 102, 103, 20, 100}))
+                << ::testing::PrintToString(states);
+            break;
+        case LinkPoint::DURING_SEARCH:
+            EXPECT_EQ(states, (States{101, 102, 103, 20, 100}));
+            break;
+    }
+}
+
+TEST_P(MoxLinkLossTest, ExampleProgram_EndsAtOnceWithLinkLost) {
+    MeasuredRun run(kExample, {kDisc1}, dir,
+                    {"OST_LINKAPP_ENDPOINT=" + phone.endpoint(), "HB_DBG_OUTPUT=off"});
+    playUntilLost();
+    const MeasuredRun::Result result = run.finish(90);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "link lost\n");
+    EXPECT_LT(result.seconds, 5.0) << "the example's bound is 60 s";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryPoint, MoxLinkLossTest,
+    ::testing::Combine(::testing::Values(LinkPoint::BEFORE_LINK, LinkPoint::BEFORE_SEARCH,
+                                         LinkPoint::DURING_SEARCH),
+                       ::testing::Values(LossWay::APP_CLOSED, LossWay::HANG_UP)),
+    [](const ::testing::TestParamInfo<std::tuple<LinkPoint, LossWay>>& info) {
+        const LinkPoint point = std::get<0>(info.param);
+        const std::string name = point == LinkPoint::BEFORE_LINK     ? "BeforeTheLink"
+                                 : point == LinkPoint::BEFORE_SEARCH ? "BeforeTheSearch"
+                                                                     : "DuringTheSearch";
+        return name + (std::get<1>(info.param) == LossWay::HANG_UP ? "_HangUp" : "_AppClosed");
+    });
+
+// Nothing listens at the socket: the connection fails at once, and so does
+// the example (notification 3 says there is no device).
+TEST_F(MoxLookupTest, ExampleProgram_NoPhoneToReach_EndsAtOnceWithLinkLost) {
+    MeasuredRun run(kExample, {kDisc1}, dir,
+                    {"OST_LINKAPP_ENDPOINT=unix:" + dir.file("nobody.sock"), "HB_DBG_OUTPUT=off"});
+    const MeasuredRun::Result result = run.finish(90);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "link lost\n");
+    EXPECT_LT(result.seconds, 5.0) << "the example's bound is 60 s";
 }
 
 // --- The example program -----------------------------------------------------------------------
