@@ -521,6 +521,30 @@ TEST_F(MoxLookupTest, SearchDuringARunningLookup_LookupsFileAndAlbumsUnchanged) 
     EXPECT_EQ(TestDir::readFile(given + "dbupdateresponse.dap3").size(), 840u);
 }
 
+// Below a file-size limit (ulimit -f) the module's write of the answer fails
+// like any other write: the module reports it and gives up the answer, and
+// the lookup fails with that reason instead of dying of SIGXFSZ (153).
+TEST_F(MoxLookupTest, FileSizeLimitBelowTheAnswer_ModuleReportsTheWriteAndLookupFails) {
+    const std::string given = dir.file("limited") + "/";
+    // dash counts ulimit -f in blocks of 512 bytes; the answer has 840.
+    ChildProgram limited("/bin/sh",
+                         {"-c", "ulimit -f 1 && exec \"$0\" \"$@\"", kMox, "lookup", "--toc",
+                          kDisc1, "--json", "--timeout", "30"},
+                         {"MOX_RESULT_DIR=" + given});
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(limited.wait(), 1) << limited.err();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(limited.err(), "mox lookup: error: search result file close error.\n");
+    ASSERT_TRUE(Json::accept(limited.out())) << limited.out();
+    const Json out = Json::parse(limited.out());
+    EXPECT_EQ(out.value("ok", true), false);
+    // The error, then the cancel that the module sends with it, answered.
+    EXPECT_EQ(out.value("states", States{}), (States{101, 102, 103, 20, 104, 100}));
+    EXPECT_EQ(out.value("log", std::vector<std::string>{}),
+              (std::vector<std::string>{"search result file close error."}));
+    EXPECT_EQ(TestDir::readFile(given + "dbupdateresponse.dap3").size(), 512u);
+}
+
 // The example program and two lookups at once, each with its own private
 // directory: all three get their albums.
 TEST_F(MoxLookupTest, ExampleAndTwoLookupsAtOnce_EachGetsItsAlbums) {

@@ -88,6 +88,8 @@ struct LookupOptions {
 class LogCapture {
 public:
     static const size_t kLogLinesKept = 1000;
+    // How the module's messages about storing the answer begin.
+    const std::string kStoreErrorStart = "search result file ";
 
     // With `echo`, every message also goes to stderr as it comes.
     explicit LogCapture(bool echo) {
@@ -97,11 +99,14 @@ public:
             }
             std::lock_guard<std::mutex> lock(mMutex);
             const bool refusal = mRefusal.empty() && record.file == HbFileSysHost::SOURCE;
+            const bool storeError =
+                mStoreError.empty() &&
+                record.text.compare(0, kStoreErrorStart.size(), kStoreErrorStart) == 0;
             const bool kept = mLines.size() < kLogLinesKept;
             if (!kept) {
                 ++mLeftOut;
             }
-            if (!kept && !refusal) {
+            if (!kept && !refusal && !storeError) {
                 return;
             }
             std::string text = record.text;
@@ -110,6 +115,9 @@ public:
             }
             if (refusal) {
                 mRefusal = text;
+            }
+            if (storeError) {
+                mStoreError = text;
             }
             if (kept) {
                 mLines.push_back(text);
@@ -132,12 +140,19 @@ public:
         std::lock_guard<std::mutex> lock(mMutex);
         return mRefusal;
     }
+    // The module's first failure to store the phone's answer ("search result
+    // file write error.", its size limit, ...), "" if none.
+    std::string storeError() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mStoreError;
+    }
 
 private:
     mutable std::mutex mMutex;
     std::vector<std::string> mLines;  // at most kLogLinesKept
     uint64_t mLeftOut = 0;
     std::string mRefusal;
+    std::string mStoreError;
     HbDbgOutput::Sink mPrevious;
 };
 
@@ -265,6 +280,10 @@ int runLookup(const LookupOptions& options) {
 
     if (!log.refusal().empty()) {
         outcome.why = log.refusal();
+    } else if (outcome.state != 0 && !log.storeError().empty()) {
+        // A disk that is full or a file-size limit (SIGXFSZ is ignored) makes
+        // the module fail its write; that is the cause, not the phone.
+        outcome.why = "error: " + log.storeError();
     }
     const bool ok = outcome.state == 0 && outcome.found;
     if (options.json) {
