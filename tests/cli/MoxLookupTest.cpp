@@ -187,6 +187,18 @@ TEST_F(MoxLookupTest, CdrdaoImage_LooksUpTheDiscItDescribes) {
     EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
 }
 
+// The sheet is refused before libcdio reads it (which writes into freed
+// memory on it), and before any phone is asked.
+TEST_F(MoxLookupTest, CueSheetTrackNumbersNotFrom1_RefusedBeforeTheLookup) {
+    const std::string cue = DiscImageFiles::writeMisnumberedBinCue(dir.path(), "a");
+    const CliResult result = lookup({"--cue", cue});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox lookup: " + cue +
+                              ": TRACK 99 where track 1 should be (track numbers start at 1 and "
+                              "rise by 1)\n");
+}
+
 TEST_F(MoxLookupTest, MissingCueSheet_IsBadUsage) {
     const CliResult result = lookup({"--cue", dir.file("none.cue")});
     EXPECT_EQ(result.status, 2);
@@ -413,6 +425,17 @@ TEST_F(MoxLookupTest, CatalogueThatDoesNotLoad_IsBadUsage) {
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err.rfind("mox lookup: " + dir.file("bad.json") + ": ", 0), 0u) << result.err;
+}
+
+TEST_F(MoxLookupTest, CatalogueThatIsAFifo_IsBadUsageAtOnce) {
+    const std::string fifo = dir.file("catalog.json");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    MeasuredRun run(kMox, {"lookup", "--toc", kDisc1, "--catalog", fifo}, dir);
+    const MeasuredRun::Result result = run.finish(30);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox lookup: " + fifo + ": not a regular file\n");
+    EXPECT_LT(result.seconds, 5.0);
 }
 
 TEST_F(MoxLookupTest, NoPhoneAtTheSocket_FailsWithLinkLost) {
