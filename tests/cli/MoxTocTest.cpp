@@ -310,6 +310,44 @@ TEST_F(MoxTocTest, Refuses_WhenCdrdaoTocIsAFifo) {
                         dir.file("disc.toc") + ": not a regular file");
 }
 
+// libcue takes a quoted name across a line break; the reason that names the
+// file stays on one line, the break written as \x0a.
+TEST_F(MoxTocTest, Refuses_WhenANamedFileHoldsALineBreak_ReasonOnOneLine) {
+    const std::string cue = dir.file("break.cue");
+    DiscImageFiles::writeText(cue,
+                              "FILE \"a.w\nav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\n");
+    expectRefusedAtOnce({"--cue", cue}, dir.file("a.w\\x0aav") + ": No such file or directory");
+}
+
+// libcdio divides by zero on a cdrdao track without a mode, or of mode
+// MODE2, MODE2_FORM1 or MODE2_FORM2, whose file has no length given (found
+// by TocSheetFuzzer); such files are refused before libcdio reads them.
+TEST_F(MoxTocTest, Refuses_WhenCdrdaoTrackHasNoModeOrOneLibcdioCannotSize) {
+    DiscImageFiles::writeSparse(dir.file("a.bin"), 23520);
+    const std::string toc = dir.file("modes.toc");
+    for (const std::string mode : {"", "MODE2", "MODE2_FORM1", "MODE2_FORM2"}) {
+        DiscImageFiles::writeText(toc, "CD_DA\nTRACK " + mode + "\nFILE \"a.bin\" 0\n");
+        expectRefusedAtOnce({"--image", toc},
+                            toc + ": TRACK " + (mode.empty() ? "without a mode" : mode) +
+                                ": not a track mode that is read (AUDIO, MODE1, MODE1_RAW, "
+                                "MODE2_FORM_MIX, MODE2_RAW)");
+    }
+}
+
+// libcue stops reading at a NUL byte and libcdio reads on (found by
+// TocSheetFuzzer: "TRACK\0..." is a track without a mode to libcdio).
+TEST_F(MoxTocTest, Refuses_WhenSheetHoldsANulByte) {
+    DiscImageFiles::writeSparse(dir.file("a.bin"), 23520);
+    const std::string toc = dir.file("nul.toc");
+    const std::string tocText("CD_DA\nTRACK\0 AUDIO\nFILE \"a.bin\" 0\n", 31);
+    TestDir::writeFile(toc, std::vector<unsigned char>(tocText.begin(), tocText.end()));
+    expectRefusedAtOnce({"--image", toc}, toc + ": not a text file (NUL byte at offset 11)");
+    const std::string cue = dir.file("nul.cue");
+    const std::string cueText("FILE \"a.bin\" BINARY\nTRACK 01 AUDIO\nINDEX 01 00:00:00\n\0", 54);
+    TestDir::writeFile(cue, std::vector<unsigned char>(cueText.begin(), cueText.end()));
+    expectRefusedAtOnce({"--cue", cue}, cue + ": not a text file (NUL byte at offset 53)");
+}
+
 TEST_F(MoxTocTest, Refuses_WhenCueSheetMissing) {
     const std::string cue = dir.file("missing.cue");
     expectRefused({"--cue", cue}, cue + ": No such file or directory");

@@ -16,6 +16,7 @@ add_library(mox_toc STATIC
   ${MOX_TOC_DIR}/DiscLayout.cpp
   ${MOX_TOC_DIR}/SheetText.cpp
   ${MOX_TOC_DIR}/StderrCapture.cpp
+  ${MOX_TOC_DIR}/TextEscape.cpp
   ${MOX_TOC_DIR}/TocInput.cpp
   ${MOX_TOC_DIR}/TocSource.cpp
   ${MOX_TOC_DIR}/TocSourceOptions.cpp)

@@ -110,11 +110,11 @@ int trackNumber(const std::string& rest) {
     return word.size() - digits > 2 ? -1 : std::stoi(word.substr(digits));
 }
 
-// A word of the sheet for a message: "without a number" when empty, at most
-// 16 characters, anything but printable ASCII as '?'.
-std::string shown(const std::string& word) {
+// A word of the sheet for a message: `ifEmpty` when empty, at most 16
+// characters, anything but printable ASCII as '?'.
+std::string shown(const std::string& word, const char* ifEmpty) {
     if (word.empty()) {
-        return "without a number";
+        return ifEmpty;
     }
     std::string text = word.substr(0, 16);
     for (char& c : text) {
@@ -155,6 +155,11 @@ bool SheetText::read(const std::string& path, std::string* text, std::string* wh
     if (text->size() > kMaxBytes) {
         *why =
             path + ": larger than " + std::to_string(kMaxBytes) + " bytes, too large for a sheet";
+        return false;
+    }
+    const size_t nul = text->find('\0');
+    if (nul != std::string::npos) {
+        *why = path + ": not a text file (NUL byte at offset " + std::to_string(nul) + ")";
         return false;
     }
     return true;
@@ -203,11 +208,34 @@ bool SheetText::checkTrackNumbers(const std::string& sheetPath, const std::strin
         }
         if (trackNumber(rest) != expected) {
             *why = sheetPath + ": " + keyword + " " +
-                   shown(rest.substr(0, rest.find_first_of(BLANKS))) + " where track " +
-                   std::to_string(expected) + " should be (track numbers start at 1 and rise by 1)";
+                   shown(rest.substr(0, rest.find_first_of(BLANKS)), "without a number") +
+                   " where track " + std::to_string(expected) +
+                   " should be (track numbers start at 1 and rise by 1)";
             return false;
         }
         ++expected;
+    }
+    return true;
+}
+
+bool SheetText::checkTrackModes(const std::string& tocPath, const std::string& text,
+                                std::string* why) {
+    static const char* const MODES[] = {"AUDIO", "MODE1", "MODE1_RAW", "MODE2_FORM_MIX",
+                                        "MODE2_RAW"};
+    std::string rest;
+    for (const std::string& line : linesOf(text)) {
+        const std::string keyword = keywordOf(line, &rest);
+        if (!isKeyword(keyword, "TRACK")) {
+            continue;
+        }
+        const std::string mode = rest.substr(0, rest.find_first_of(BLANKS));
+        if (std::none_of(std::begin(MODES), std::end(MODES),
+                         [&mode](const char* known) { return mode == known; })) {
+            *why = tocPath + ": " + keyword + " " + shown(mode, "without a mode") +
+                   ": not a track mode that is read (AUDIO, MODE1, MODE1_RAW, MODE2_FORM_MIX, "
+                   "MODE2_RAW)";
+            return false;
+        }
     }
     return true;
 }

@@ -21,8 +21,9 @@ public:
     static constexpr size_t kMaxBytes = 1024 * 1024;
 
     // Reads the regular file `path` whole. False with a one-line reason for a
-    // missing or unreadable file, one that is not a regular file, or one
-    // larger than kMaxBytes.
+    // missing or unreadable file, one that is not a regular file, one larger
+    // than kMaxBytes, or one holding a NUL byte (libcue stops reading at it,
+    // libcdio reads on: the two would see different sheets).
     static bool read(const std::string& path, std::string* text, std::string* why);
 
     // The lines of `text` that are FILE, AUDIOFILE or DATAFILE commands.
@@ -43,6 +44,14 @@ public:
     // a one-line reason naming the first that does not.
     static bool checkTrackNumbers(const std::string& sheetPath, const std::string& text,
                                   std::string* why);
+
+    // cdrdao TOC files: every TRACK line must name a mode that libcdio sizes:
+    // AUDIO, MODE1, MODE1_RAW, MODE2_FORM_MIX or MODE2_RAW. libcdio divides
+    // by zero on a track without a mode, or of mode MODE2, MODE2_FORM1 or
+    // MODE2_FORM2, whose file length it has to work out. False with a
+    // one-line reason naming the first such line.
+    static bool checkTrackModes(const std::string& tocPath, const std::string& text,
+                                std::string* why);
 };
 
 #endif  // MOX_TOOLS_SHEETTEXT_H

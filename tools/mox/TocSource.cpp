@@ -11,6 +11,7 @@
 #include "DiscIds.h"
 #include "DiscLayout.h"
 #include "SheetText.h"
+#include "TextEscape.h"
 #include "TocInput.h"
 
 namespace {
@@ -73,11 +74,11 @@ bool readBinImage(const std::string& path, DiscLayout* layout, std::string* why)
 }
 
 // libcdio opens the files that a cdrdao TOC file names: each that is there
-// must be a regular file.
+// must be a regular file; and it fails on some track modes (SheetText.h).
 bool readCdrdaoImage(const std::string& path, DiscLayout* layout, std::string* why) {
     std::string text;
-    return SheetText::read(path, &text, why) && SheetText::checkFileNames(path, text, why) &&
-           CdioReader::readImage(path, layout, why);
+    return SheetText::read(path, &text, why) && SheetText::checkTrackModes(path, text, why) &&
+           SheetText::checkFileNames(path, text, why) && CdioReader::readImage(path, layout, why);
 }
 
 bool readImageFile(const std::string& path, DiscLayout* layout, std::string* why) {
@@ -144,11 +145,15 @@ bool readDiscToc(const TocRequest& request, DiscToc* out, std::string* why) {
     }
     DiscLayout layout;
     if (!readLayout(request, &layout, why)) {
+        // A name from a sheet (libcue takes a quoted name across a line break)
+        // or a path may hold control characters: the reason stays one line.
+        *why = escapeControlCharacters(*why);
         return false;
     }
     std::string problem;
     if (!selectAudioTracks(layout, &toc, &problem) || !completeToc(&toc, &problem)) {
-        *why = request.path.empty() ? problem : request.path + ": " + problem;
+        *why =
+            escapeControlCharacters(request.path.empty() ? problem : request.path + ": " + problem);
         return false;
     }
     *out = toc;

@@ -136,6 +136,30 @@ TEST_F(SheetTextTest, CheckFileNames_WhenNamedFilesAreRegularOrMissing_Passes) {
     EXPECT_TRUE(namesPass("REM no files at all\n"));
 }
 
+TEST_F(SheetTextTest, CheckTrackModes_WhenModesLibcdioSizes_Passes) {
+    std::string why;
+    EXPECT_TRUE(SheetText::checkTrackModes(
+        "s.toc",
+        "CD_ROM_XA\nTRACK AUDIO\nTRACK MODE1\r\n\tTRACK MODE1_RAW\nTRACK MODE2_FORM_MIX COPY\n"
+        "TRACK MODE2_RAW\nREM TRACK MODE2\n",
+        &why))
+        << why;
+    EXPECT_EQ(why, "");
+}
+
+TEST_F(SheetTextTest, CheckTrackModes_WhenNoModeOrOneLibcdioCannotSize_NamesIt) {
+    const std::string known =
+        ": not a track mode that is read (AUDIO, MODE1, MODE1_RAW, "
+        "MODE2_FORM_MIX, MODE2_RAW)";
+    std::string why;
+    EXPECT_FALSE(SheetText::checkTrackModes("s.toc", "TRACK AUDIO\nTRACK\n", &why));
+    EXPECT_EQ(why, "s.toc: TRACK without a mode" + known);
+    EXPECT_FALSE(SheetText::checkTrackModes("s.toc", "track MODE2_FORM1\n", &why));
+    EXPECT_EQ(why, "s.toc: track MODE2_FORM1" + known);
+    EXPECT_FALSE(SheetText::checkTrackModes("s.toc", "TRACK audio\n", &why));
+    EXPECT_EQ(why, "s.toc: TRACK audio" + known);
+}
+
 TEST_F(SheetTextTest, Read_WhenSheetIsAFifo_RefusesWithoutOpeningIt) {
     ASSERT_EQ(::mkfifo(dir.file("s.cue").c_str(), 0600), 0);
     std::string text;
