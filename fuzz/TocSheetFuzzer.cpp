@@ -71,6 +71,14 @@ std::vector<uint8_t> wavOfOneSecond() {
     return wav;
 }
 
+// Removes the scratch directory when the fuzzer ends.
+void removeDirectory() {
+    for (const char* name : {"a.bin", "s.bin", "a.wav", "s.cue", "s.toc"}) {
+        ::unlink((gDirectory + name).c_str());
+    }
+    ::rmdir(gDirectory.c_str());
+}
+
 // Offsets rise, fit six hexadecimal digits, and the text has one entry for
 // each track and the lead-out.
 void checkToc(const DiscToc& toc) {
@@ -107,6 +115,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
         std::abort();
     }
     gDirectory = pattern + "/";
+    std::atexit(removeDirectory);
     const std::vector<uint8_t> sectors(10 * 2352, 0);
     writeFile(gDirectory + "a.bin", sectors.data(), sectors.size());
     writeFile(gDirectory + "s.bin", sectors.data(), sectors.size());
