@@ -13,9 +13,11 @@
 #include "CliRun.h"
 #include "HbFramework/HbFileSys.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "MeasuredRun.h"
 #include "TestDir.h"
 #include "moxdb/CatalogueBuilder.h"
 #include "moxdb/DbBytes.h"
+#include "private/MoxLimits.h"
 
 namespace {
 
@@ -498,6 +500,71 @@ TEST_F(MoxDumpTest, Dump_ReadsTheGivenFileNotTheResultFile) {
     result = runMox(dir, {"dump", path});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(lines(result.out), expectedDump(k.cat, header, nullptr));
+}
+
+// A head may claim 65,535 records of size 0: every TOC record then lies at
+// the same place, inside the file. Only the first 1000 are printed, each with
+// its text of 1023 control characters, and one line counts the rest.
+TEST_F(MoxDumpTest, Dump_65535RecordsOfSizeZero_PrintsTheFirst1000AndCountsTheRest) {
+    moxdb::CatalogueBuilder cat;
+    Bytes units;
+    for (uint32_t i = 0; i < moxdb::kStringMaxUnits; ++i) {
+        units.push_back(0x01);
+        units.push_back(0x00);
+    }
+    moxdb::TocRecord toc;
+    toc.Id = cat.image().addRawStringEntry(static_cast<uint16_t>(moxdb::kStringMaxUnits), units);
+    cat.image().addToc(toc);
+    cat.image().setRecordSize(Section::QuillToc, 0);
+    cat.image().setRecordCount(Section::QuillToc, 65535);
+    const std::string path = store(cat.build());
+
+    MeasuredRun run(MOX_CLI_PATH, {"dump", "--strings", path}, dir);
+    const MeasuredRun::Result result = run.finish(60);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    std::string text;
+    for (uint32_t i = 0; i < moxdb::kStringMaxUnits; ++i) {
+        text += "\\x01";
+    }
+    const std::vector<std::string> out = lines(result.out);
+    ASSERT_EQ(out.size(), 3u + 2 * 1000 + 1 + 4);
+    EXPECT_EQ(out[2].rfind("QuillToc ", 0), 0u);
+    for (size_t i = 3; i < 3 + 2 * 1000; i += 2) {
+        ASSERT_EQ(out[i], tocLine(toc)) << i;
+        ASSERT_EQ(out[i + 1], "    Id: " + text) << i;
+    }
+    EXPECT_EQ(out[2003], "  ... 64535 more records left out");
+    EXPECT_EQ(out[2004].rfind("QuillAlbum ", 0), 0u);
+    EXPECT_EQ(out[2007].rfind("QuillGenre ", 0), 0u);
+    std::printf("dump of 65535 records: %.2f s, %zu bytes out, peak resident %ld KiB\n",
+                result.seconds, result.out.size(), result.peakResidentKiB);
+    EXPECT_LT(result.out.size(), 5u * 1000 * 1000);
+    EXPECT_LT(result.seconds, 10.0);
+    EXPECT_LT(result.peakResidentKiB, 64 * 1024) << "peak resident KiB";
+}
+
+// The module accepts at most RESULT_FILE_MAX bytes from the phone; a larger
+// file cannot be an answer and is refused before it is read.
+TEST_F(MoxDumpTest, Dump_FileLargerThanTheModuleAccepts_Exits2WithOneLine) {
+    const std::string path = dir.file("large.dap3");
+    const uint64_t size = MoxLimits::RESULT_FILE_MAX + 1ull;
+    TestDir::writeFile(path, std::vector<unsigned char>(size, 0));
+    const RunResult result = runMox(dir, {"dump", path});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox dump: " + path + ": " + std::to_string(size) +
+                              " bytes, larger than the module accepts from the phone (" +
+                              std::to_string(MoxLimits::RESULT_FILE_MAX) + " bytes)\n");
+}
+
+TEST_F(MoxDumpTest, Dump_FileOfExactlyTheLimit_IsRead) {
+    moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeSample();
+    Bytes image = cat.build();
+    image.resize(MoxLimits::RESULT_FILE_MAX, 0);  // junk after the database
+    const RunResult result = runMox(dir, {"dump", store(image)});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
 }
 
 TEST_F(MoxDumpTest, Dump_MissingFile_Exits2WithOneLine) {

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -28,6 +29,8 @@
 #include "CliRun.h"
 #include "DiscImageFiles.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "MeasuredRun.h"
+#include "RawPhone.h"
 #include "TestDir.h"
 
 extern char** environ;
@@ -182,6 +185,18 @@ TEST_F(MoxLookupTest, CdrdaoImage_LooksUpTheDiscItDescribes) {
         dir.path(), "disc1", {{18000, 0, true}, {18000, 0, true}, {18000, 0, true}});
     const Json out = lookupJson({"--image", toc}, 0);
     EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+}
+
+// The sheet is refused before libcdio reads it (which writes into freed
+// memory on it), and before any phone is asked.
+TEST_F(MoxLookupTest, CueSheetTrackNumbersNotFrom1_RefusedBeforeTheLookup) {
+    const std::string cue = DiscImageFiles::writeMisnumberedBinCue(dir.path(), "a");
+    const CliResult result = lookup({"--cue", cue});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox lookup: " + cue +
+                              ": TRACK 99 where track 1 should be (track numbers start at 1 and "
+                              "rise by 1)\n");
 }
 
 TEST_F(MoxLookupTest, MissingCueSheet_IsBadUsage) {
@@ -412,6 +427,17 @@ TEST_F(MoxLookupTest, CatalogueThatDoesNotLoad_IsBadUsage) {
     EXPECT_EQ(result.err.rfind("mox lookup: " + dir.file("bad.json") + ": ", 0), 0u) << result.err;
 }
 
+TEST_F(MoxLookupTest, CatalogueThatIsAFifo_IsBadUsageAtOnce) {
+    const std::string fifo = dir.file("catalog.json");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    MeasuredRun run(kMox, {"lookup", "--toc", kDisc1, "--catalog", fifo}, dir);
+    const MeasuredRun::Result result = run.finish(30);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "mox lookup: " + fifo + ": not a regular file\n");
+    EXPECT_LT(result.seconds, 5.0);
+}
+
 TEST_F(MoxLookupTest, NoPhoneAtTheSocket_FailsWithLinkLost) {
     const CliResult result = lookup({"--toc", kDisc1, "--phone", "unix:" + dir.file("none.sock")});
     EXPECT_EQ(result.status, 1);
@@ -516,6 +542,30 @@ TEST_F(MoxLookupTest, SearchDuringARunningLookup_LookupsFileAndAlbumsUnchanged) 
     EXPECT_EQ(running.wait(), 0) << running.err();
     EXPECT_NE(running.out().find("Northern Roads"), std::string::npos);
     EXPECT_EQ(TestDir::readFile(given + "dbupdateresponse.dap3").size(), 840u);
+}
+
+// Below a file-size limit (ulimit -f) the module's write of the answer fails
+// like any other write: the module reports it and gives up the answer, and
+// the lookup fails with that reason instead of dying of SIGXFSZ (153).
+TEST_F(MoxLookupTest, FileSizeLimitBelowTheAnswer_ModuleReportsTheWriteAndLookupFails) {
+    const std::string given = dir.file("limited") + "/";
+    // dash counts ulimit -f in blocks of 512 bytes; the answer has 840.
+    ChildProgram limited("/bin/sh",
+                         {"-c", "ulimit -f 1 && exec \"$0\" \"$@\"", kMox, "lookup", "--toc",
+                          kDisc1, "--json", "--timeout", "30"},
+                         {"MOX_RESULT_DIR=" + given});
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(limited.wait(), 1) << limited.err();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(limited.err(), "mox lookup: error: search result file close error.\n");
+    ASSERT_TRUE(Json::accept(limited.out())) << limited.out();
+    const Json out = Json::parse(limited.out());
+    EXPECT_EQ(out.value("ok", true), false);
+    // The error, then the cancel that the module sends with it, answered.
+    EXPECT_EQ(out.value("states", States{}), (States{101, 102, 103, 20, 104, 100}));
+    EXPECT_EQ(out.value("log", std::vector<std::string>{}),
+              (std::vector<std::string>{"search result file close error."}));
+    EXPECT_EQ(TestDir::readFile(given + "dbupdateresponse.dap3").size(), 512u);
 }
 
 // The example program and two lookups at once, each with its own private
@@ -655,6 +705,255 @@ TEST_F(MoxLookupAttackTest, GroupWritableDirectoryOfTheVictim_Refused) {
     ASSERT_EQ(::mkdir(answers.c_str(), 0700), 0);
     ASSERT_EQ(::chmod(answers.c_str(), 0770), 0);
     expectRefused(answers + "/", "result directory " + answers + " is writable by other users");
+}
+
+// --- A phone that plays foul, byte by byte ------------------------------------------------
+// The test plays the phone itself (RawPhone) at the socket that mox lookup
+// connects to, and measures the lookup's time and memory.
+
+// A frame from the phone: command ID and status, chunk index and count 0.
+RawPhone::Bytes phoneFrame(uint16_t command, uint16_t status) {
+    return {static_cast<unsigned char>(command >> 8),
+            static_cast<unsigned char>(command),
+            static_cast<unsigned char>(status >> 8),
+            static_cast<unsigned char>(status),
+            0,
+            0,
+            0,
+            0};
+}
+
+class MoxLookupRawPhoneTest : public MoxLookupTest {
+protected:
+    // Starts `mox lookup --json` against the test's phone; `extra` follows.
+    std::unique_ptr<MeasuredRun> start(const std::vector<std::string>& extra = {}) {
+        std::vector<std::string> args = {"lookup",         "--toc",  kDisc1,      "--phone",
+                                         phone.endpoint(), "--json", "--timeout", "30"};
+        args.insert(args.end(), extra.begin(), extra.end());
+        // The module's timers at their own length: a flood takes longer than
+        // a scaled command timer.
+        return std::unique_ptr<MeasuredRun>(
+            new MeasuredRun(kMox, args, dir, {"HB_TIMER_SCALE=" + timerScale}));
+    }
+
+    // Opens the application and answers the module's connect: the link is up.
+    void link() {
+        ASSERT_TRUE(phone.acceptAndOpen("raw"));
+        ASSERT_EQ(phone.readFrame().at(1), 0x01);  // connect
+        ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+    }
+
+    // Opens the application and sends `frames` frames of an unknown command,
+    // each one debug message of the module, then leaves the module waiting
+    // for the answer to its connect. The module's mailbox drops what it has
+    // no room for, so the frames go in bursts of 1000, each followed by an
+    // "application open": the connect that it brings says the burst has been
+    // handled.
+    void flood(size_t frames) {
+        const size_t kBurst = 1000;
+        ASSERT_TRUE(phone.acceptAndOpen("raw"));
+        ASSERT_EQ(phone.readFrame().at(1), 0x01);  // connect
+        const RawPhone::Bytes one = RawPhone::envelope(3, phoneFrame(0x7777, 0));
+        RawPhone::Bytes burst;
+        for (size_t i = 0; i < kBurst; ++i) {
+            burst.insert(burst.end(), one.begin(), one.end());
+        }
+        const RawPhone::Bytes open = RawPhone::envelope(2, {2});
+        burst.insert(burst.end(), open.begin(), open.end());
+        for (size_t sent = 0; sent < frames; sent += kBurst) {
+            ASSERT_TRUE(phone.send(burst)) << sent;
+            ASSERT_EQ(phone.readFrame().at(1), 0x01) << sent;  // connect again
+        }
+    }
+
+    static Json jsonOf(const MeasuredRun::Result& result) {
+        if (!Json::accept(result.out)) {
+            ADD_FAILURE() << "not one JSON object: " << result.out << "\n" << result.err;
+            return Json::object();
+        }
+        return Json::parse(result.out);
+    }
+
+    std::string timerScale = "0.02";
+    RawPhone phone{dir.file("raw.sock")};
+};
+
+// Every frame of an unknown command is one debug message of the module; the
+// lookup keeps the first 1000 and counts the rest, so its memory stays flat.
+TEST_F(MoxLookupRawPhoneTest, FloodOfUnknownFrames_LogKeepsTheFirst1000AndCountsTheRest) {
+    const size_t kFlood = 300000;
+    timerScale = "1";
+    std::unique_ptr<MeasuredRun> run = start();
+    flood(kFlood);
+    ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+    ASSERT_EQ(phone.readFrame().at(1), 0x10);  // the lookup
+    ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8010, 404)));
+    const MeasuredRun::Result result = run->finish(60);
+    std::printf("flood of %zu frames: %.2f s, peak resident %ld KiB\n", kFlood, result.seconds,
+                result.peakResidentKiB);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    const Json out = jsonOf(result);
+    EXPECT_EQ(out.value("states", States{}), (States{101, 102, 103, 404}));
+    const std::vector<std::string> log = out.value("log", std::vector<std::string>{});
+    ASSERT_EQ(log.size(), 1001u);
+    EXPECT_EQ(log.front(), "receive unknown cmdID=0x7777");
+    EXPECT_EQ(log[999], "receive unknown cmdID=0x7777");
+    EXPECT_EQ(log.back(), std::to_string(kFlood - 1000) + " more messages left out");
+    EXPECT_LT(result.peakResidentKiB, 32 * 1024) << "peak resident KiB";
+    EXPECT_LT(result.seconds, 30.0);
+}
+
+// Answers that move the state between connected and searching without end:
+// the JSON keeps the first 1000 states and counts the rest. 2400 frames fit
+// the module's mailbox at once.
+TEST_F(MoxLookupRawPhoneTest, EndlessStateChanges_JsonKeepsTheFirst1000States) {
+    std::unique_ptr<MeasuredRun> run = start();
+    link();
+    ASSERT_EQ(phone.readFrame().at(1), 0x10);  // the lookup
+    RawPhone::Bytes answers;
+    for (int i = 0; i < 1200; ++i) {
+        for (const uint16_t command : {0x8001, 0x8010}) {
+            const RawPhone::Bytes one = RawPhone::envelope(3, phoneFrame(command, 0));
+            answers.insert(answers.end(), one.begin(), one.end());
+        }
+    }
+    const RawPhone::Bytes last = RawPhone::envelope(3, phoneFrame(0x8010, 404));
+    answers.insert(answers.end(), last.begin(), last.end());
+    ASSERT_TRUE(phone.send(answers));
+    const MeasuredRun::Result result = run->finish(60);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    const Json out = jsonOf(result);
+    EXPECT_EQ(out.value("state", -1), 404);
+    const States states = out.value("states", States{});
+    ASSERT_EQ(states.size(), 1000u);
+    EXPECT_EQ(States(states.begin(), states.begin() + 5), (States{101, 102, 103, 102, 103}));
+    EXPECT_EQ(out.value("states_left_out", 0), 3 + 2400 + 1 - 1000);
+    EXPECT_LT(result.seconds, 30.0);
+}
+
+// The host edition's refusal of the result file comes after the log is
+// full; it is still the reason the lookup gives.
+TEST_F(MoxLookupRawPhoneTest, RefusalAfterTheLogIsFull_IsStillTheReason) {
+    const std::string given = dir.file("answers") + "/";
+    ASSERT_EQ(::mkdir(given.c_str(), 0700), 0);
+    ASSERT_EQ(::symlink(dir.file("elsewhere").c_str(), (given + "dbupdateresponse.dap3").c_str()),
+              0);
+    std::unique_ptr<MeasuredRun> run(
+        new MeasuredRun(kMox, {"lookup", "--toc", kDisc1, "--phone", phone.endpoint(), "--json"},
+                        dir, {"HB_TIMER_SCALE=1", "MOX_RESULT_DIR=" + given}));
+    flood(2000);
+    ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+    const MeasuredRun::Result result = run->finish(30);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "mox lookup: result file " + given + "dbupdateresponse.dap3 is a symbolic link\n");
+    const std::vector<std::string> log = jsonOf(result).value("log", std::vector<std::string>{});
+    ASSERT_EQ(log.size(), 1001u);
+    EXPECT_EQ(log[999], "receive unknown cmdID=0x7777");
+    EXPECT_FALSE(std::filesystem::exists(dir.file("elsewhere")));
+}
+
+// --- A lost link ends the wait at any point ---------------------------------------------
+// The phone goes, by saying its application closed or by hanging up: before
+// the link is up, between the link and the search (the module then drops the
+// search, and no state follows it), and during the search. The lookup and
+// the example program end at once with "link lost", far inside their bounds.
+
+enum class LinkPoint { BEFORE_LINK, BEFORE_SEARCH, DURING_SEARCH };
+enum class LossWay { APP_CLOSED, HANG_UP };
+
+class MoxLinkLossTest : public MoxLookupRawPhoneTest,
+                        public ::testing::WithParamInterface<std::tuple<LinkPoint, LossWay>> {
+protected:
+    // Plays the phone up to the chosen point, then goes the chosen way.
+    void playUntilLost() {
+        const LinkPoint point = std::get<0>(GetParam());
+        const bool hangUp = std::get<1>(GetParam()) == LossWay::HANG_UP;
+        const RawPhone::Bytes closed = RawPhone::envelope(2, {3});
+        ASSERT_TRUE(phone.acceptAndOpen("raw"));
+        ASSERT_EQ(phone.readFrame().at(1), 0x01);  // connect
+        RawPhone::Bytes last;
+        if (point == LinkPoint::BEFORE_SEARCH) {
+            // The answer and the loss in one write: the link comes up and
+            // goes before the lookup can ask for the search.
+            last = RawPhone::envelope(3, phoneFrame(0x8001, 0));
+        } else if (point == LinkPoint::DURING_SEARCH) {
+            ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+            ASSERT_EQ(phone.readFrame().at(1), 0x10);  // the lookup
+        }
+        if (!hangUp) {
+            last.insert(last.end(), closed.begin(), closed.end());
+        }
+        ASSERT_TRUE(last.empty() || phone.send(last));
+        if (hangUp) {
+            phone.hangUp();
+        }
+    }
+};
+
+TEST_P(MoxLinkLossTest, Lookup_EndsAtOnceWithLinkLost) {
+    std::unique_ptr<MeasuredRun> run = start();
+    playUntilLost();
+    const MeasuredRun::Result result = run->finish(60);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: link lost\n");
+    EXPECT_LT(result.seconds, 5.0) << "the lookup's bound is 30 s";
+    const Json out = jsonOf(result);
+    EXPECT_EQ(out.value("state", -1), 100);
+    const States states = out.value("states", States{});
+    switch (std::get<0>(GetParam())) {
+        case LinkPoint::BEFORE_LINK:
+            EXPECT_EQ(states, (States{101, 20, 100}));
+            break;
+        case LinkPoint::BEFORE_SEARCH:
+            // The module either had the search before the loss (103), or
+            // dropped it (or never got to it) for want of a link.
+            EXPECT_TRUE(states == (States{101, 102, 20, 100}) ||
+                        states == (States{101, 102, 103, 20, 100}))
+                << ::testing::PrintToString(states);
+            break;
+        case LinkPoint::DURING_SEARCH:
+            EXPECT_EQ(states, (States{101, 102, 103, 20, 100}));
+            break;
+    }
+}
+
+TEST_P(MoxLinkLossTest, ExampleProgram_EndsAtOnceWithLinkLost) {
+    MeasuredRun run(kExample, {kDisc1}, dir,
+                    {"OST_LINKAPP_ENDPOINT=" + phone.endpoint(), "HB_DBG_OUTPUT=off"});
+    playUntilLost();
+    const MeasuredRun::Result result = run.finish(90);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "link lost\n");
+    EXPECT_LT(result.seconds, 5.0) << "the example's bound is 60 s";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryPoint, MoxLinkLossTest,
+    ::testing::Combine(::testing::Values(LinkPoint::BEFORE_LINK, LinkPoint::BEFORE_SEARCH,
+                                         LinkPoint::DURING_SEARCH),
+                       ::testing::Values(LossWay::APP_CLOSED, LossWay::HANG_UP)),
+    [](const ::testing::TestParamInfo<std::tuple<LinkPoint, LossWay>>& info) {
+        const LinkPoint point = std::get<0>(info.param);
+        const std::string name = point == LinkPoint::BEFORE_LINK     ? "BeforeTheLink"
+                                 : point == LinkPoint::BEFORE_SEARCH ? "BeforeTheSearch"
+                                                                     : "DuringTheSearch";
+        return name + (std::get<1>(info.param) == LossWay::HANG_UP ? "_HangUp" : "_AppClosed");
+    });
+
+// Nothing listens at the socket: the connection fails at once, and so does
+// the example (notification 3 says there is no device).
+TEST_F(MoxLookupTest, ExampleProgram_NoPhoneToReach_EndsAtOnceWithLinkLost) {
+    MeasuredRun run(kExample, {kDisc1}, dir,
+                    {"OST_LINKAPP_ENDPOINT=unix:" + dir.file("nobody.sock"), "HB_DBG_OUTPUT=off"});
+    const MeasuredRun::Result result = run.finish(90);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "link lost\n");
+    EXPECT_LT(result.seconds, 5.0) << "the example's bound is 60 s";
 }
 
 // --- The example program -----------------------------------------------------------------------

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cdio/cdio.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -13,6 +14,7 @@
 
 #include "CliRun.h"
 #include "DiscImageFiles.h"
+#include "MeasuredRun.h"
 #include "ReferenceReads.h"
 #include "TestDir.h"
 
@@ -50,6 +52,20 @@ protected:
         EXPECT_EQ(result.status, 2);
         EXPECT_EQ(result.out, "");
         EXPECT_EQ(result.err, "mox toc: " + message + "\n");
+    }
+
+    // As expectRefused, run with a guard: exit 2 with `message` well within
+    // `seconds` (a read that blocks is killed at 30 s and fails the test).
+    void expectRefusedAtOnce(std::vector<std::string> args, const std::string& message,
+                             double seconds = 5.0) {
+        args.insert(args.begin(), "toc");
+        MeasuredRun run(MOX_CLI_PATH, args, dir);
+        const MeasuredRun::Result result = run.finish(30);
+        EXPECT_FALSE(result.killed) << "still running after 30 s";
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "mox toc: " + message + "\n");
+        EXPECT_LT(result.seconds, seconds);
     }
 
     // The JSON of an all-audio image must hold what libcdio lists for it.
@@ -220,6 +236,116 @@ TEST_F(MoxTocTest, Refuses_WhenCueSheetHas100Tracks) {
     const std::string cue = DiscImageFiles::writeAudioCue(
         dir.path(), "hundred", std::vector<ImageTrack>(100, audio(75)), Format::FLAC);
     expectRefused({"--cue", cue}, cue + ": 100 tracks: a CD holds at most 99");
+}
+
+// libcdio writes into freed memory on this sheet; it is refused before any
+// library reads it, whichever option names it.
+TEST_F(MoxTocTest, Refuses_WhenCueSheetTrackNumbersDoNotStartAt1) {
+    const std::string cue = DiscImageFiles::writeMisnumberedBinCue(dir.path(), "a");
+    const std::string reason =
+        cue + ": TRACK 99 where track 1 should be (track numbers start at 1 and rise by 1)";
+    expectRefusedAtOnce({"--cue", cue}, reason);
+    expectRefusedAtOnce({"--image", cue}, reason);
+    expectRefusedAtOnce({"--image", dir.file("a.bin")}, reason);
+}
+
+TEST_F(MoxTocTest, Refuses_WhenCueSheetTrackNumbersSkipOne) {
+    const std::string cue =
+        DiscImageFiles::writeBinCue(dir.path(), "skip", {audio(300), audio(300), audio(300)});
+    std::string text;
+    for (const unsigned char c : TestDir::readFile(cue)) {
+        text += static_cast<char>(c);
+    }
+    const size_t second = text.find("TRACK 02");
+    ASSERT_NE(second, std::string::npos) << text;
+    text.replace(second, 8, "TRACK 03");
+    DiscImageFiles::writeText(cue, text);
+    expectRefusedAtOnce({"--cue", cue}, cue +
+                                            ": TRACK 03 where track 2 should be (track numbers "
+                                            "start at 1 and rise by 1)");
+}
+
+// A FIFO blocks whoever opens it until a writer comes: the sheet, the BIN it
+// names, the sheet beside a BIN and every file a cdrdao TOC file names are
+// checked first.
+TEST_F(MoxTocTest, Refuses_WhenCueSheetNamesAFifo) {
+    const std::string cue = DiscImageFiles::writeBinCue(dir.path(), "fifo", {audio(300)});
+    std::remove(dir.file("fifo.bin").c_str());
+    ASSERT_EQ(::mkfifo(dir.file("fifo.bin").c_str(), 0600), 0);
+    expectRefusedAtOnce({"--cue", cue}, dir.file("fifo.bin") + ": not a regular file");
+    expectRefusedAtOnce({"--image", cue}, dir.file("fifo.bin") + ": not a regular file");
+    expectRefusedAtOnce({"--image", dir.file("fifo.bin")},
+                        dir.file("fifo.bin") + ": not a regular file");
+}
+
+TEST_F(MoxTocTest, Refuses_WhenCueSheetIsAFifo) {
+    ASSERT_EQ(::mkfifo(dir.file("sheet.cue").c_str(), 0600), 0);
+    expectRefusedAtOnce({"--cue", dir.file("sheet.cue")},
+                        dir.file("sheet.cue") + ": not a regular file");
+    expectRefusedAtOnce({"--image", dir.file("sheet.cue")},
+                        dir.file("sheet.cue") + ": not a regular file");
+}
+
+TEST_F(MoxTocTest, Refuses_WhenTheSheetBesideABinIsAFifo) {
+    DiscImageFiles::writeSparse(dir.file("lone.bin"), 23520);
+    ASSERT_EQ(::mkfifo(dir.file("lone.cue").c_str(), 0600), 0);
+    expectRefusedAtOnce({"--image", dir.file("lone.bin")},
+                        dir.file("lone.cue") + ": not a regular file");
+}
+
+TEST_F(MoxTocTest, Refuses_WhenCdrdaoTocNamesAFifo) {
+    ASSERT_EQ(::mkfifo(dir.file("f.bin").c_str(), 0600), 0);
+    const std::vector<std::string> lines = {"FILE \"f.bin\" 0", "AUDIOFILE \"f.bin\" 0",
+                                            "DATAFILE \"f.bin\"", "  FILE f.bin", "FILE \"f.bin"};
+    for (size_t i = 0; i < lines.size(); ++i) {
+        const std::string toc = dir.file("fifo" + std::to_string(i) + ".toc");
+        DiscImageFiles::writeText(toc, "CD_DA\nTRACK AUDIO\n" + lines[i] + "\n");
+        expectRefusedAtOnce({"--image", toc}, dir.file("f.bin") + ": not a regular file");
+    }
+}
+
+TEST_F(MoxTocTest, Refuses_WhenCdrdaoTocIsAFifo) {
+    ASSERT_EQ(::mkfifo(dir.file("disc.toc").c_str(), 0600), 0);
+    expectRefusedAtOnce({"--image", dir.file("disc.toc")},
+                        dir.file("disc.toc") + ": not a regular file");
+}
+
+// libcue takes a quoted name across a line break; the reason that names the
+// file stays on one line, the break written as \x0a.
+TEST_F(MoxTocTest, Refuses_WhenANamedFileHoldsALineBreak_ReasonOnOneLine) {
+    const std::string cue = dir.file("break.cue");
+    DiscImageFiles::writeText(cue,
+                              "FILE \"a.w\nav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\n");
+    expectRefusedAtOnce({"--cue", cue}, dir.file("a.w\\x0aav") + ": No such file or directory");
+}
+
+// libcdio divides by zero on a cdrdao track without a mode, or of mode
+// MODE2, MODE2_FORM1 or MODE2_FORM2, whose file has no length given (found
+// by TocSheetFuzzer); such files are refused before libcdio reads them.
+TEST_F(MoxTocTest, Refuses_WhenCdrdaoTrackHasNoModeOrOneLibcdioCannotSize) {
+    DiscImageFiles::writeSparse(dir.file("a.bin"), 23520);
+    const std::string toc = dir.file("modes.toc");
+    for (const std::string mode : {"", "MODE2", "MODE2_FORM1", "MODE2_FORM2"}) {
+        DiscImageFiles::writeText(toc, "CD_DA\nTRACK " + mode + "\nFILE \"a.bin\" 0\n");
+        expectRefusedAtOnce({"--image", toc},
+                            toc + ": TRACK " + (mode.empty() ? "without a mode" : mode) +
+                                ": not a track mode that is read (AUDIO, MODE1, MODE1_RAW, "
+                                "MODE2_FORM_MIX, MODE2_RAW)");
+    }
+}
+
+// libcue stops reading at a NUL byte and libcdio reads on (found by
+// TocSheetFuzzer: "TRACK\0..." is a track without a mode to libcdio).
+TEST_F(MoxTocTest, Refuses_WhenSheetHoldsANulByte) {
+    DiscImageFiles::writeSparse(dir.file("a.bin"), 23520);
+    const std::string toc = dir.file("nul.toc");
+    const std::string tocText("CD_DA\nTRACK\0 AUDIO\nFILE \"a.bin\" 0\n", 31);
+    TestDir::writeFile(toc, std::vector<unsigned char>(tocText.begin(), tocText.end()));
+    expectRefusedAtOnce({"--image", toc}, toc + ": not a text file (NUL byte at offset 11)");
+    const std::string cue = dir.file("nul.cue");
+    const std::string cueText("FILE \"a.bin\" BINARY\nTRACK 01 AUDIO\nINDEX 01 00:00:00\n\0", 54);
+    TestDir::writeFile(cue, std::vector<unsigned char>(cueText.begin(), cueText.end()));
+    expectRefusedAtOnce({"--cue", cue}, cue + ": not a text file (NUL byte at offset 53)");
 }
 
 TEST_F(MoxTocTest, Refuses_WhenCueSheetMissing) {

@@ -1,5 +1,10 @@
 #include "BuiltinPhone.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
 #include "HbFramework/HbLTimerMng.h"
 #include "moxphone/Catalogue.h"
 #include "moxphone/PhoneOptions.h"
@@ -8,6 +13,16 @@ std::unique_ptr<BuiltinPhone> BuiltinPhone::create(const std::string& catalogPat
                                                    const std::vector<std::string>& faults,
                                                    std::ostream* log, std::string* why) {
     const std::string path = catalogPath.empty() ? moxphone::Catalogue::bundledPath() : catalogPath;
+    // A FIFO or a device would block the catalogue's reader, or never end.
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0) {
+        *why = path + ": " + std::strerror(errno);
+        return nullptr;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        *why = path + ": not a regular file";
+        return nullptr;
+    }
     std::shared_ptr<moxphone::Catalogue> catalogue = std::make_shared<moxphone::Catalogue>();
     moxphone::CatalogueProblem problem;
     if (!moxphone::Catalogue::loadFile(path, catalogue.get(), &problem)) {

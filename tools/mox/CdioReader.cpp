@@ -89,7 +89,9 @@ CdIo_t* openImage(const std::string& path) {
     if (hasExtension(path, ".bin")) {
         return cdio_open_bincue(path.c_str());
     }
-    if (hasExtension(path, ".toc") || cdio_is_tocfile(path.c_str())) {
+    // Only by its name: the callers check a cdrdao TOC file's text, and the
+    // files it names, before libcdio reads it.
+    if (hasExtension(path, ".toc")) {
         return openCdrdao(path);
     }
     if (hasExtension(path, ".nrg") || cdio_is_nrg(path.c_str())) {
@@ -133,6 +135,16 @@ bool readTracks(CdIo_t* cdio, bool sessions, DiscLayout* layout, std::string* wh
     }
     layout->leadOut = static_cast<uint32>(leadOut);
     return true;
+}
+
+// A name that libcdio allocated, as a string ("" for none), freed.
+std::string takeName(char* name) {
+    if (name == nullptr) {
+        return "";
+    }
+    std::string taken = name;
+    cdio_free(name);
+    return taken;
 }
 
 }  // namespace
@@ -185,12 +197,10 @@ bool CdioReader::readDevice(const std::string& device, DiscLayout* layout, std::
     return read;
 }
 
+std::string CdioReader::cueForBin(const std::string& binPath) {
+    return takeName(cdio_is_binfile(binPath.c_str()));
+}
+
 std::string CdioReader::binForCue(const std::string& cuePath) {
-    char* bin = cdio_is_cuefile(cuePath.c_str());
-    if (bin == nullptr) {
-        return "";
-    }
-    std::string name = bin;
-    cdio_free(bin);
-    return name;
+    return takeName(cdio_is_cuefile(cuePath.c_str()));
 }

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "SheetText.h"
 #include "StderrCapture.h"
 #include "TocInput.h"
 
@@ -32,35 +33,6 @@ bool hasExtension(const std::string& path, const char* extension) {
 // as audio with libsndfile.
 bool isRawSectorFile(const std::string& path) {
     return hasExtension(path, ".bin") || hasExtension(path, ".img") || hasExtension(path, ".raw");
-}
-
-bool readText(const std::string& path, std::string* text, std::string* why) {
-    struct stat info;
-    if (::stat(path.c_str(), &info) != 0) {
-        *why = path + ": " + std::strerror(errno);
-        return false;
-    }
-    if (!S_ISREG(info.st_mode)) {
-        *why = path + ": not a regular file";
-        return false;
-    }
-    FILE* file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
-        *why = path + ": " + std::strerror(errno);
-        return false;
-    }
-    text->clear();
-    char chunk[4096];
-    size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof(chunk), file)) > 0) {
-        text->append(chunk, got);
-    }
-    const bool failed = std::ferror(file) != 0;
-    std::fclose(file);
-    if (failed) {
-        *why = path + ": read error";
-    }
-    return !failed;
 }
 
 // Lines of the sheet that are TRACK commands.
@@ -138,7 +110,7 @@ bool CueSheetReader::parse(const std::string& cuePath, std::string* why) {
     mCuePath = cuePath;
     mTracks.clear();
     std::string text;
-    if (!readText(cuePath, &text, why)) {
+    if (!SheetText::read(cuePath, &text, why)) {
         return false;
     }
     if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
@@ -155,6 +127,13 @@ bool CueSheetReader::parse(const std::string& cuePath, std::string* why) {
                std::to_string(MAX_CD_TRACKS);
         return false;
     }
+    // Said before any library reads the sheet: libcdio writes into freed
+    // memory on track numbers out of order, and blocks on a FIFO.
+    if (!SheetText::checkTrackNumbers(cuePath, text, why) ||
+        !SheetText::checkFileNames(cuePath, text, why)) {
+        return false;
+    }
+    mFileLines = SheetText::fileLines(text);
     // libcue reports syntax errors on stderr and may still return a partial parse.
     StderrCapture capture;
     Cd* cd = cue_parse_string(text.c_str());

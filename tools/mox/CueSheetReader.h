@@ -24,12 +24,15 @@ public:
     };
 
     // Parses `cuePath`. False with a one-line reason for a missing or
-    // unreadable sheet, a sheet without tracks or with more than 99, or a
-    // malformed one.
+    // unreadable sheet, a sheet without tracks or with more than 99, tracks
+    // not numbered 1, 2, 3 ..., a named file that is there but is not a
+    // regular file (SheetText.h), or a malformed sheet.
     bool parse(const std::string& cuePath, std::string* why);
 
     // The files the sheet names, each once, in order.
     std::vector<std::string> files() const;
+    // The sheet's FILE lines, however a library may read them.
+    size_t fileLines() const { return mFileLines; }
     const std::vector<SheetTrack>& tracks() const { return mTracks; }
 
     // Places the tracks on the disc from the lengths of their files. False
@@ -42,6 +45,7 @@ private:
 
     std::string mCuePath;
     std::vector<SheetTrack> mTracks;
+    size_t mFileLines = 0;
 };
 
 #endif  // MOX_TOOLS_CUESHEETREADER_H

@@ -11,6 +11,15 @@
 // through the module's result path. A structure that does not lie wholly inside the file ends the
 // dump: what was read so far stays printed, one line on stderr names the
 // structure, its offset and the reason, and the status is 1.
+//
+// Bounds, so that a hostile file cannot make the dump print without end:
+// - A file larger than the module's result-file limit (MoxLimits::RESULT_FILE_MAX,
+//   1 MiB) is refused with status 2: the phone could not deliver it.
+// - At most kRecordsShown (1000) records are printed per section; a section
+//   with more (a head may claim 65,535 records of size 0, all at one place)
+//   ends with the line "  ... N more records left out". So the output holds
+//   at most 5 x 1000 record lines, with --strings each followed by at most
+//   four texts of at most 1023 characters (escaped: 4 bytes each).
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -19,7 +28,6 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,6 +38,7 @@
 #include "moxdb/DbImageReader.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxDbRecords.h"
+#include "private/MoxLimits.h"
 
 namespace {
 
@@ -54,7 +63,11 @@ Structure structureOf(const moxdb::Bytes& bytes) {
     return structure;
 }
 
-// Reads the whole regular file at `path`; false with a one-line reason.
+// Records printed per section at most.
+const uint32_t kRecordsShown = 1000;
+
+// Reads the whole regular file at `path`, of at most RESULT_FILE_MAX bytes;
+// false with a one-line reason.
 bool readImage(const std::string& path, moxdb::Bytes* image, std::string* why) {
     struct stat info;
     if (::stat(path.c_str(), &info) != 0) {
@@ -65,14 +78,27 @@ bool readImage(const std::string& path, moxdb::Bytes* image, std::string* why) {
         *why = path + ": not a regular file";
         return false;
     }
+    const std::string limit = std::to_string(MoxLimits::RESULT_FILE_MAX);
+    if (static_cast<uint64_t>(info.st_size) > MoxLimits::RESULT_FILE_MAX) {
+        *why = path + ": " + std::to_string(info.st_size) +
+               " bytes, larger than the module accepts from the phone (" + limit + " bytes)";
+        return false;
+    }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         *why = path + ": " + std::strerror(errno);
         return false;
     }
-    image->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    // The file may have grown since: one byte past the limit is enough to tell.
+    image->resize(static_cast<size_t>(MoxLimits::RESULT_FILE_MAX) + 1);
+    in.read(reinterpret_cast<char*>(image->data()), static_cast<std::streamsize>(image->size()));
     if (in.bad()) {
         *why = path + ": read failed";
+        return false;
+    }
+    image->resize(static_cast<size_t>(in.gcount()));
+    if (image->size() > MoxLimits::RESULT_FILE_MAX) {
+        *why = path + ": grew past " + limit + " bytes while it was read";
         return false;
     }
     return true;
@@ -96,17 +122,34 @@ public:
     }
 
     void head(Section section, const moxdb::SectionHead& head) override {
+        finishSection();
         QuillHead quillHead{head.ownSize, head.recordSize, head.recordCount};
         mOut << moxdb::DbImageReader::nameOf(section) << " " << mDb.getStrQuillHead(quillHead)
              << "\n";
     }
 
-    void record(Section section, uint32_t, const moxdb::Bytes& bytes) override {
+    void record(Section section, uint32_t index, const moxdb::Bytes& bytes) override {
+        mShowing = index < kRecordsShown;
+        if (!mShowing) {
+            ++mLeftOut;
+            return;
+        }
         mOut << "  " << rendering(section, bytes) << "\n";
     }
 
     void text(const moxdb::RecordText& text, const std::u16string& units) override {
-        mOut << "    " << text.field << ": " << escapeControlCharacters(utf8Of(units)) << "\n";
+        if (mShowing) {
+            mOut << "    " << text.field << ": " << escapeControlCharacters(utf8Of(units)) << "\n";
+        }
+    }
+
+    // Says how many records of the section were not printed, if any; called
+    // at each head and once the walk has ended.
+    void finishSection() {
+        if (mLeftOut > 0) {
+            mOut << "  ... " << mLeftOut << " more records left out\n";
+        }
+        mLeftOut = 0;
     }
 
 private:
@@ -143,6 +186,8 @@ private:
 
     MoxDapDatabase& mDb;
     std::ostream& mOut;
+    bool mShowing = true;   // the last record was printed, and so are its texts
+    uint32_t mLeftOut = 0;  // records of the current section not printed
 };
 
 struct DumpOptions {
@@ -162,6 +207,7 @@ int runDump(const DumpOptions& options) {
     Dumper dumper(*db, std::cout);
     moxdb::ImageFault fault;
     const bool complete = moxdb::DbImageReader(image).walk(dumper, options.withStrings, &fault);
+    dumper.finishSection();
     db->init();
     std::cout.flush();
     if (!complete) {
@@ -178,9 +224,11 @@ Command addDumpCommand(CLI::App& app) {
     CLI::App* dump = app.add_subcommand(
         "dump",
         "Render a response database: header, section table, then every record of QuillToc, "
-        "QuillAlbum, QuillTrack, QuillArtist and QuillGenre, one line each. Exit status 1 "
+        "QuillAlbum, QuillTrack, QuillArtist and QuillGenre, one line each (at most 1000 "
+        "records per section, then a line saying how many were left out). Exit status 1 "
         "when the file ends inside a structure (what was read is printed, the reason goes "
-        "to stderr, records counted from 0), 2 on bad usage or an unreadable file.");
+        "to stderr, records counted from 0), 2 on bad usage, an unreadable file or one "
+        "larger than the module accepts from the phone (1 MiB).");
     dump->add_option("FILE", options->path, "response database file to render")->required();
     dump->add_flag("--strings", options->withStrings,
                    "also print the texts that the module resolves from each record, "

@@ -8,11 +8,8 @@
 // search, a wait until the result state settles, getSearchResult, stopLink,
 // Terminate and the framework's finalize().
 //
-// The result state has settled when it is 0 (a result is stored), or when the
-// module has finished handling a failure: idle again (100) after the search
-// began (a cancel answered or timed out, the link lost), or a failure code
-// of the phone (which nothing follows), or an error (20) that no cancel
-// follows.
+// When the result state has settled, and how a lost link ends the lookup at
+// any point with "link lost", is LookupWatch's to say (LookupWatch.h).
 //
 // The module keeps the phone's answer in the result directory that the host
 // edition gives this process (HbFileSysHost.h): MOX_RESULT_DIR, or else a
@@ -23,13 +20,19 @@
 //
 // Output: a table per album (as mox search prints it), or with --json one
 // object {"ok", "state", "states", "albums", "log", "result_dir"}. On a
-// terminal, a progress line on stderr (not with --json).
+// terminal, a progress line on stderr (not with --json). The log holds the
+// module's first 1000 debug messages; when there were more, its last line is
+// "N more messages left out". "states" holds the first 1000 result states;
+// when there were more, "states_left_out" counts the rest ("state" is always
+// the last). So a phone that makes the module log or change state without end
+// cannot make the lookup grow without end.
 // Exit status: 0 ok with at least one album; 1 the lookup failed, the search
 // failed or found nothing (one line on stderr says which); 2 bad usage.
 #include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -48,6 +51,7 @@
 #include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbSingletonFinalizer.h"
 #include "HbSMox.h"
+#include "LookupWatch.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "ResultDirLock.h"
 #include "TocSource.h"
@@ -61,12 +65,7 @@ const int EXIT_FOUND = 0;
 const int EXIT_FAILED = 1;
 const int EXIT_BAD_USAGE = 2;
 
-// An error (20) that is not followed by a cancel within this time is final:
-// the module raises the cancel right after the error, on the same thread.
-const std::chrono::milliseconds kErrorGrace(500);
-
 using Json = nlohmann::ordered_json;
-using Clock = std::chrono::steady_clock;
 
 struct LookupOptions {
     std::string toc;
@@ -82,253 +81,78 @@ struct LookupOptions {
     double timeoutSeconds = 60.0;
 };
 
-bool isFailureCode(int32 state) {
-    return state != 0 && state != 4 && state != 20 && (state < 100 || state > 104);
-}
-
-// The state by name, for the progress line and the failure reason.
-std::string stateName(int32 state) {
-    switch (state) {
-        case 0:
-            return "complete";
-        case 4:
-            return "timed out";
-        case 20:
-            return "error";
-        case 100:
-            return "idle";
-        case 101:
-            return "connecting";
-        case 102:
-            return "connected";
-        case 103:
-            return "searching";
-        case 104:
-            return "cancelling";
-        default:
-            return "phone status " + std::to_string(state);
-    }
-}
-
-// What the application sees of the module during one lookup. Its callback
-// runs on the module's threads; the waits run on the command's thread.
-class LookupWatch {
-public:
-    explicit LookupWatch(bool progress) : mProgress(progress), mStarted(Clock::now()) {}
-
-    uint32 onMox(uint32 id, void* data, uint32 size) {
-        std::lock_guard<std::mutex> lock(mMutex);
-        if ((id == 1 || id == 2) && size == sizeof(int32)) {
-            int32 value = 0;
-            std::memcpy(&value, data, sizeof(value));
-            if (id == 1) {
-                mLinkLost = mLinkLost || (mLinked && value == 0 && mSearching);
-                mLinked = value != 0;
-            } else if (!mSettled) {
-                mStates.push_back(value);
-                mLastChange = Clock::now();
-            }
-        } else if (id == 3 && size == 1) {
-            const uint8 status = *static_cast<const uint8*>(data);
-            mDeviceGone = status == 0 || status == 3;
-        }
-        mChanged.notify_all();
-        return 1;
-    }
-
-    // Waits for the link; false when the link failed or `deadline` passed.
-    bool waitForLink(Clock::time_point deadline, std::string* why) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        for (;;) {
-            if (mLinked) {
-                return true;
-            }
-            if (mDeviceGone) {
-                *why = "link lost: the phone could not be reached";
-                return false;
-            }
-            const int32 state = mStates.empty() ? 100 : mStates.back();
-            if (state == 20) {
-                *why = "error: the phone did not answer the connect";
-                return false;
-            }
-            if (isFailureCode(state)) {
-                *why = "phone status " + std::to_string(state) + " on the connect";
-                return false;
-            }
-            if (state == 100 && mStates.size() > 1) {
-                *why = "the connect ended without a link";
-                return false;
-            }
-            if (!waitTick(lock, deadline)) {
-                *why = "timed out waiting for the phone link";
-                return false;
-            }
-        }
-    }
-
-    // Shows the progress line at once, before anything is asked of the
-    // module: a lookup always starts by connecting.
-    void drawProgress() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        drawProgressLocked();
-    }
-
-    void markSearching() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mSearching = true;
-        mSearchFrom = mStates.size();
-    }
-
-    // Waits until the result state settles; returns it, or -1 when
-    // `deadline` passed first.
-    int32 waitForEnd(Clock::time_point deadline) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        for (;;) {
-            if (settledLocked()) {
-                mSettled = true;
-                return mStates.back();
-            }
-            if (!waitTick(lock, deadline)) {
-                mSettled = true;
-                return -1;
-            }
-        }
-    }
-
-    // Waits (bounded) until the link is down after stopLink.
-    void waitForUnlink(Clock::time_point deadline) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        while (mLinked && waitTick(lock, deadline)) {
-        }
-    }
-
-    std::vector<int32> states() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mStates;
-    }
-    bool linked() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mLinked;
-    }
-
-    // The failure in words, from what was notified.
-    std::string failure(int32 state) const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        if (state < 0) {
-            return "timed out waiting for the lookup to end (result state " +
-                   (mStates.empty() ? std::string("100") : std::to_string(mStates.back())) + ")";
-        }
-        for (size_t i = mSearchFrom; i < mStates.size(); ++i) {
-            if (isFailureCode(mStates[i])) {
-                return "phone status " + std::to_string(mStates[i]);
-            }
-        }
-        if (mLinkLost || mDeviceGone) {
-            return "link lost";
-        }
-        for (size_t i = mSearchFrom; i < mStates.size(); ++i) {
-            if (mStates[i] == 4) {
-                return "timed out: the phone did not answer in time";
-            }
-            if (mStates[i] == 20) {
-                return "error: the phone's answer was refused";
-            }
-        }
-        return "cancelled";
-    }
-
-private:
-    bool settledLocked() const {
-        if (!mSearching || mStates.size() <= mSearchFrom) {
-            return false;
-        }
-        const int32 state = mStates.back();
-        if (state == 0 || state == 100 || isFailureCode(state)) {
-            return true;
-        }
-        return state == 20 && Clock::now() - mLastChange >= kErrorGrace;
-    }
-
-    // One bounded wait; redraws the progress line. False once `deadline` passed.
-    bool waitTick(std::unique_lock<std::mutex>& lock, Clock::time_point deadline) {
-        drawProgressLocked();
-        const Clock::time_point now = Clock::now();
-        if (now >= deadline) {
-            return false;
-        }
-        const Clock::time_point next = now + std::chrono::milliseconds(100);
-        mChanged.wait_until(lock, next < deadline ? next : deadline);
-        return true;
-    }
-
-    void drawProgressLocked() const {
-        if (!mProgress) {
-            return;
-        }
-        const double elapsed = std::chrono::duration<double>(Clock::now() - mStarted).count();
-        std::string name = mLinked ? "connected" : "connecting";
-        if (mSearching && mStates.size() > mSearchFrom) {
-            name = stateName(mStates.back());
-        } else if (mSearching) {
-            name = "searching";
-        }
-        if (mLinkLost) {
-            name = "link lost";
-        }
-        std::fprintf(stderr, "\r\033[K%s  %.1f s", name.c_str(), elapsed);
-        std::fflush(stderr);
-    }
-
-    const bool mProgress;
-    const Clock::time_point mStarted;
-    mutable std::mutex mMutex;
-    std::condition_variable mChanged;
-    std::vector<int32> mStates;  // every result state notified, until settled
-    size_t mSearchFrom = 0;      // index of the first state after search()
-    Clock::time_point mLastChange = Clock::now();
-    bool mLinked = false;
-    bool mLinkLost = false;
-    bool mDeviceGone = false;
-    bool mSearching = false;
-    bool mSettled = false;
-};
-
 // The module's debug messages, in order, each without its final line feed.
+// A phone can make the module log without end (every unknown frame is one
+// message), so only the first kLogLinesKept messages are kept and the rest
+// are counted; lines() then ends with one line saying how many were left out.
 class LogCapture {
 public:
+    static const size_t kLogLinesKept = 1000;
+    // How the module's messages about storing the answer begin.
+    const std::string kStoreErrorStart = "search result file ";
+
     // With `echo`, every message also goes to stderr as it comes.
     explicit LogCapture(bool echo) {
         mPrevious = HbDbgOutput::SetSink([this, echo](const HbDbgRecord& record) {
             if (echo) {
                 std::cerr << HbDbgOutput::Render(record);
             }
+            std::lock_guard<std::mutex> lock(mMutex);
+            const bool refusal = mRefusal.empty() && record.file == HbFileSysHost::SOURCE;
+            const bool storeError =
+                mStoreError.empty() &&
+                record.text.compare(0, kStoreErrorStart.size(), kStoreErrorStart) == 0;
+            const bool kept = mLines.size() < kLogLinesKept;
+            if (!kept) {
+                ++mLeftOut;
+            }
+            if (!kept && !refusal && !storeError) {
+                return;
+            }
             std::string text = record.text;
             if (!text.empty() && text.back() == '\n') {
                 text.pop_back();
             }
-            std::lock_guard<std::mutex> lock(mMutex);
-            if (mRefusal.empty() && record.file == HbFileSysHost::SOURCE) {
+            if (refusal) {
                 mRefusal = text;
             }
-            mLines.push_back(text);
+            if (storeError) {
+                mStoreError = text;
+            }
+            if (kept) {
+                mLines.push_back(text);
+            }
         });
     }
     ~LogCapture() { HbDbgOutput::SetSink(mPrevious); }
+    // The kept messages, then "N more messages left out" when there were more.
     std::vector<std::string> lines() const {
         std::lock_guard<std::mutex> lock(mMutex);
-        return mLines;
+        std::vector<std::string> lines = mLines;
+        if (mLeftOut > 0) {
+            lines.push_back(std::to_string(mLeftOut) + " more messages left out");
+        }
+        return lines;
     }
-    // The host edition's first refusal of the result directory or file, "" if none.
+    // The host edition's first refusal of the result directory or file, "" if
+    // none; taken even when the log was already full.
     std::string refusal() const {
         std::lock_guard<std::mutex> lock(mMutex);
         return mRefusal;
     }
+    // The module's first failure to store the phone's answer ("search result
+    // file write error.", its size limit, ...), "" if none.
+    std::string storeError() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mStoreError;
+    }
 
 private:
     mutable std::mutex mMutex;
-    std::vector<std::string> mLines;
+    std::vector<std::string> mLines;  // at most kLogLinesKept
+    uint64_t mLeftOut = 0;
     std::string mRefusal;
+    std::string mStoreError;
     HbDbgOutput::Sink mPrevious;
 };
 
@@ -342,8 +166,9 @@ struct LookupOutcome {
 
 LookupOutcome lookUp(const LookupOptions& options, const std::string& toc, LookupWatch& watch) {
     LookupOutcome outcome;
-    const Clock::time_point deadline =
-        Clock::now() + std::chrono::milliseconds(static_cast<long>(options.timeoutSeconds * 1000));
+    const LookupWatch::Clock::time_point deadline =
+        LookupWatch::Clock::now() +
+        std::chrono::milliseconds(static_cast<long>(options.timeoutSeconds * 1000));
     HbSMox* mox = HbSMox::GetInstance();
     HbObserver<LookupWatch> observer(&watch, &LookupWatch::onMox);
     mox->AddObserver(&observer);
@@ -370,12 +195,12 @@ LookupOutcome lookUp(const LookupOptions& options, const std::string& toc, Looku
             outcome.why = watch.failure(outcome.state);
         }
     } else {
-        const std::vector<int32> states = watch.states();
-        outcome.state = states.empty() ? 100 : states.back();
+        outcome.state = watch.lastState();
     }
+    watch.markStopping();
     if (watch.linked()) {
         mox->stopLink();
-        watch.waitForUnlink(Clock::now() + std::chrono::seconds(2));
+        watch.waitForUnlink(LookupWatch::Clock::now() + std::chrono::seconds(2));
     }
     mox->Terminate();
     mox->RemoveObserver(&observer);
@@ -455,6 +280,10 @@ int runLookup(const LookupOptions& options) {
 
     if (!log.refusal().empty()) {
         outcome.why = log.refusal();
+    } else if (outcome.state != 0 && !log.storeError().empty()) {
+        // A disk that is full or a file-size limit (SIGXFSZ is ignored) makes
+        // the module fail its write; that is the cause, not the phone.
+        outcome.why = "error: " + log.storeError();
     }
     const bool ok = outcome.state == 0 && outcome.found;
     if (options.json) {
@@ -462,6 +291,9 @@ int runLookup(const LookupOptions& options) {
         out["ok"] = ok;
         out["state"] = outcome.state;
         out["states"] = watch.states();
+        if (watch.statesLeftOut() > 0) {
+            out["states_left_out"] = watch.statesLeftOut();
+        }
         out["albums"] = albumsToJson(outcome.albums);
         out["log"] = log.lines();
         out["result_dir"] = resultDir;

@@ -10,13 +10,16 @@
 #include "CueSheetReader.h"
 #include "DiscIds.h"
 #include "DiscLayout.h"
+#include "SheetText.h"
+#include "TextEscape.h"
 #include "TocInput.h"
 
 namespace {
 
-bool isCueSheetName(const std::string& path) {
-    const size_t length = 4;  // ".cue"
-    return path.size() > length && ::strcasecmp(path.c_str() + path.size() - length, ".cue") == 0;
+bool hasExtension(const std::string& path, const char* extension) {
+    const size_t length = std::strlen(extension);
+    return path.size() > length &&
+           ::strcasecmp(path.c_str() + path.size() - length, extension) == 0;
 }
 
 // The file a user named must be there and be a file before any library looks at it.
@@ -43,16 +46,55 @@ bool sameFile(const std::string& a, const std::string& b) {
 
 // A sheet naming one file, the very BIN that libcdio reads for it, is a
 // BIN/CUE image for libcdio; any other sheet is placed from its files' lengths.
+// The sheet has been checked (CueSheetReader, SheetText) before libcdio reads it.
 bool readCueSheet(const std::string& path, DiscLayout* layout, std::string* why) {
     CueSheetReader sheet;
     if (!sheet.parse(path, why)) {
         return false;
     }
     const std::vector<std::string> files = sheet.files();
-    if (files.size() == 1 && sameFile(files.front(), CdioReader::binForCue(path))) {
-        return CdioReader::readImage(path, layout, why);
+    if (files.size() == 1 && sheet.fileLines() == 1) {
+        const std::string bin = CdioReader::binForCue(path);
+        if (sameFile(files.front(), bin)) {
+            return checkFile(bin, why) && CdioReader::readImage(path, layout, why);
+        }
     }
     return sheet.readLayout(layout, why);
+}
+
+// A BIN file is read by libcdio with the sheet beside it: the sheet, and the
+// files it names, are checked first.
+bool readBinImage(const std::string& path, DiscLayout* layout, std::string* why) {
+    const std::string cue = CdioReader::cueForBin(path);
+    CueSheetReader sheet;
+    if (!cue.empty() && (!checkFile(cue, why) || !sheet.parse(cue, why))) {
+        return false;
+    }
+    return CdioReader::readImage(path, layout, why);
+}
+
+// libcdio opens the files that a cdrdao TOC file names: each that is there
+// must be a regular file; and it fails on some track modes (SheetText.h).
+bool readCdrdaoImage(const std::string& path, DiscLayout* layout, std::string* why) {
+    std::string text;
+    return SheetText::read(path, &text, why) && SheetText::checkTrackModes(path, text, why) &&
+           SheetText::checkFileNames(path, text, why) && CdioReader::readImage(path, layout, why);
+}
+
+bool readImageFile(const std::string& path, DiscLayout* layout, std::string* why) {
+    if (!checkFile(path, why)) {
+        return false;
+    }
+    if (hasExtension(path, ".cue")) {
+        return readCueSheet(path, layout, why);
+    }
+    if (hasExtension(path, ".bin")) {
+        return readBinImage(path, layout, why);
+    }
+    if (hasExtension(path, ".toc")) {
+        return readCdrdaoImage(path, layout, why);
+    }
+    return CdioReader::readImage(path, layout, why);
 }
 
 bool readLayout(const TocRequest& request, DiscLayout* layout, std::string* why) {
@@ -60,11 +102,7 @@ bool readLayout(const TocRequest& request, DiscLayout* layout, std::string* why)
         case TocOrigin::CUE:
             return checkFile(request.path, why) && readCueSheet(request.path, layout, why);
         case TocOrigin::IMAGE:
-            if (!checkFile(request.path, why)) {
-                return false;
-            }
-            return isCueSheetName(request.path) ? readCueSheet(request.path, layout, why)
-                                                : CdioReader::readImage(request.path, layout, why);
+            return readImageFile(request.path, layout, why);
         case TocOrigin::DEVICE:
             return CdioReader::readDevice(request.path, layout, why);
         case TocOrigin::OFFSETS:
@@ -107,11 +145,15 @@ bool readDiscToc(const TocRequest& request, DiscToc* out, std::string* why) {
     }
     DiscLayout layout;
     if (!readLayout(request, &layout, why)) {
+        // A name from a sheet (libcue takes a quoted name across a line break)
+        // or a path may hold control characters: the reason stays one line.
+        *why = escapeControlCharacters(*why);
         return false;
     }
     std::string problem;
     if (!selectAudioTracks(layout, &toc, &problem) || !completeToc(&toc, &problem)) {
-        *why = request.path.empty() ? problem : request.path + ": " + problem;
+        *why =
+            escapeControlCharacters(request.path.empty() ? problem : request.path + ": " + problem);
         return false;
     }
     *out = toc;

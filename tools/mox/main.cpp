@@ -1,4 +1,6 @@
 // mox: run, inspect and test the music-information module on a PC.
+#include <signal.h>
+
 #include <iostream>
 #include <string>
 #include <vector>
@@ -34,6 +36,10 @@ std::string subcommandNames(CLI::App& app) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A write past the file-size limit (ulimit -f) must fail like any other
+    // write, so that the module reports it and the run ends with a reason,
+    // instead of the process being killed by the signal.
+    ::signal(SIGXFSZ, SIG_IGN);
     CLI::App app{"mox - the music-information module on a PC"};
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("mox ") + MOX_VERSION);

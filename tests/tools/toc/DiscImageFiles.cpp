@@ -146,3 +146,13 @@ void DiscImageFiles::writeSparse(const std::string& path, uint64_t bytes) {
         throw std::runtime_error("cannot size " + path);
     }
 }
+
+std::string DiscImageFiles::writeMisnumberedBinCue(const std::string& dir,
+                                                   const std::string& name) {
+    writeSparse(dir + "/" + name + ".bin", 23520);
+    const std::string cue = dir + "/" + name + ".cue";
+    writeText(cue, "FILE \"" + name +
+                       ".bin\" BINARY\n  TRACK 99 AUDIO\n    INDEX 01 00:00:00\n"
+                       "  TRACK 02 AUDIO\n    INDEX 01 00:04:00\n");
+    return cue;
+}

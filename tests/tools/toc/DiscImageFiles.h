@@ -47,6 +47,11 @@ public:
                                    const std::vector<ImageTrack>& tracks,
                                    const std::string& binName = "");
 
+    // <dir>/<name>.bin, 23,520 bytes (10 sectors), and <dir>/<name>.cue whose
+    // tracks are numbered 99, then 02: a sheet that libcdio must never read
+    // (it writes into freed memory on it). Returns the sheet's path.
+    static std::string writeMisnumberedBinCue(const std::string& dir, const std::string& name);
+
     // <dir>/<name>.bin as above and <dir>/<name>.toc, a cdrdao TOC file over
     // it. Returns the TOC file's path.
     static std::string writeCdrdaoToc(const std::string& dir, const std::string& name,

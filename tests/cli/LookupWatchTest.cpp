@@ -1,0 +1,176 @@
+// LookupWatch, the waits of `mox lookup`, fed the module's notifications in
+// the orders that the module's threads can raise them: a lost link must end
+// every wait at once, also when the search was dropped and no state followed.
+#include "LookupWatch.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Clock = LookupWatch::Clock;
+using States = std::vector<int32>;
+
+class LookupWatchTest : public ::testing::Test {
+protected:
+    void link(int32 value) { notify(1, value); }
+    void state(int32 value) { notify(2, value); }
+    void device(uint8 status) { watch.onMox(3, &status, 1); }
+
+    // The phone opens its application and answers the connect.
+    void linkUp() {
+        device(2);
+        state(101);
+        link(1);
+        state(102);
+    }
+
+    // What the module raises when the phone goes while it is busy: the device
+    // status, then its give-up (an error, then idle) and the link flag down.
+    void phoneGoes() {
+        device(3);
+        state(20);
+        state(100);
+        link(0);
+    }
+
+    // Milliseconds that waitForEnd() took, with a deadline 10 s away.
+    double msToEnd(int32* end) {
+        const Clock::time_point start = Clock::now();
+        *end = watch.waitForEnd(start + std::chrono::seconds(10));
+        return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    }
+
+    LookupWatch watch{false};
+
+private:
+    void notify(uint32 id, int32 value) { watch.onMox(id, &value, sizeof(value)); }
+};
+
+TEST_F(LookupWatchTest, LinkLostBeforeTheSearch_SearchDropped_EndsAtOnceWithLinkLost) {
+    linkUp();
+    std::string why;
+    ASSERT_TRUE(watch.waitForLink(Clock::now() + std::chrono::seconds(10), &why));
+    phoneGoes();  // before the lookup could ask: the module drops the search
+    watch.markSearching();
+    int32 end = -1;
+    EXPECT_LT(msToEnd(&end), 1000.0);
+    EXPECT_EQ(end, 100);
+    EXPECT_EQ(watch.failure(end), "link lost");
+    EXPECT_EQ(watch.states(), (States{101, 102, 20, 100}));
+}
+
+TEST_F(LookupWatchTest, LinkFlagDownBeforeTheGiveUp_EndsOnceTheModuleIsIdle) {
+    linkUp();
+    watch.markSearching();
+    device(3);
+    link(0);
+    state(20);
+    state(100);
+    int32 end = -1;
+    EXPECT_LT(msToEnd(&end), 1000.0);
+    EXPECT_EQ(end, 100);
+    EXPECT_EQ(watch.failure(end), "link lost");
+}
+
+TEST_F(LookupWatchTest, LinkLostDuringTheSearch_EndsAtOnceWithLinkLost) {
+    linkUp();
+    watch.markSearching();
+    state(103);
+    phoneGoes();
+    int32 end = -1;
+    EXPECT_LT(msToEnd(&end), 1000.0);
+    EXPECT_EQ(end, 100);
+    EXPECT_EQ(watch.failure(end), "link lost");
+    EXPECT_EQ(watch.states(), (States{101, 102, 103, 20, 100}));
+}
+
+TEST_F(LookupWatchTest, PhoneStatusDuringTheSearch_IsTheFailure) {
+    linkUp();
+    watch.markSearching();
+    state(103);
+    state(404);
+    int32 end = -1;
+    EXPECT_LT(msToEnd(&end), 1000.0);
+    EXPECT_EQ(end, 404);
+    EXPECT_EQ(watch.failure(end), "phone status 404");
+}
+
+TEST_F(LookupWatchTest, PhoneGoesBeforeTheLink_EndsWithLinkLostOnceTheModuleIsIdle) {
+    device(2);
+    state(101);
+    device(3);
+    std::string why;
+    // The module has not given up its connect yet: no end before it has.
+    EXPECT_FALSE(watch.waitForLink(Clock::now(), &why));
+    EXPECT_EQ(why, "timed out waiting for the phone link");
+    state(20);
+    EXPECT_FALSE(watch.waitForLink(Clock::now(), &why));
+    EXPECT_EQ(why, "timed out waiting for the phone link");
+    state(100);
+    const Clock::time_point start = Clock::now();
+    EXPECT_FALSE(watch.waitForLink(start + std::chrono::seconds(10), &why));
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(why, "link lost");
+    EXPECT_EQ(watch.lastState(), 100);
+}
+
+TEST_F(LookupWatchTest, NoPhoneToReach_EndsAtOnceSayingSo) {
+    device(0);
+    std::string why;
+    const Clock::time_point start = Clock::now();
+    EXPECT_FALSE(watch.waitForLink(start + std::chrono::seconds(10), &why));
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(why, "link lost: the phone could not be reached");
+}
+
+TEST_F(LookupWatchTest, SilentPhoneOnTheConnect_EndsWithTheError) {
+    device(2);
+    state(101);
+    state(20);
+    std::string why;
+    EXPECT_FALSE(watch.waitForLink(Clock::now() + std::chrono::seconds(10), &why));
+    EXPECT_EQ(why, "error: the phone did not answer the connect");
+}
+
+TEST_F(LookupWatchTest, LinkDownAfterStopLink_IsNotALoss) {
+    linkUp();
+    watch.markSearching();
+    state(103);
+    state(0);
+    int32 end = -1;
+    msToEnd(&end);
+    EXPECT_EQ(end, 0);
+    watch.markStopping();
+    state(100);
+    link(0);
+    EXPECT_FALSE(watch.linked());
+    EXPECT_EQ(watch.failure(100), "cancelled");
+    EXPECT_EQ(watch.states(), (States{101, 102, 103, 0}));
+}
+
+// A phone that moves the state without end: the first 1000 states are kept,
+// the rest counted; the last one is always known.
+TEST_F(LookupWatchTest, EndlessStateChanges_KeepTheFirst1000AndCountTheRest) {
+    linkUp();
+    watch.markSearching();
+    for (int i = 0; i < 50000; ++i) {
+        state(i % 2 == 0 ? 103 : 102);
+    }
+    state(404);
+    const States states = watch.states();
+    ASSERT_EQ(states.size(), LookupWatch::kStatesKept);
+    EXPECT_EQ(states.front(), 101);
+    EXPECT_EQ(states.back(), 102);
+    EXPECT_EQ(watch.statesLeftOut(), 2u + 50000u + 1u - 1000u);
+    EXPECT_EQ(watch.lastState(), 404);
+    int32 end = -1;
+    EXPECT_LT(msToEnd(&end), 1000.0);
+    EXPECT_EQ(end, 404);
+    EXPECT_EQ(watch.failure(end), "phone status 404");
+}
+
+}  // namespace

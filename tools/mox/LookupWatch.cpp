@@ -1,0 +1,228 @@
+#include "LookupWatch.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+bool isFailureCode(int32 state) {
+    return state != 0 && state != 4 && state != 20 && (state < 100 || state > 104);
+}
+
+// The state by name, for the progress line and the failure reason.
+std::string stateName(int32 state) {
+    switch (state) {
+        case 0:
+            return "complete";
+        case 4:
+            return "timed out";
+        case 20:
+            return "error";
+        case 100:
+            return "idle";
+        case 101:
+            return "connecting";
+        case 102:
+            return "connected";
+        case 103:
+            return "searching";
+        case 104:
+            return "cancelling";
+        default:
+            return "phone status " + std::to_string(state);
+    }
+}
+
+}  // namespace
+
+LookupWatch::LookupWatch(bool progress)
+    : mProgress(progress), mStarted(Clock::now()), mLastChange(mStarted) {}
+
+uint32 LookupWatch::onMox(uint32 id, void* data, uint32 size) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    if ((id == 1 || id == 2) && size == sizeof(int32)) {
+        int32 value = 0;
+        std::memcpy(&value, data, sizeof(value));
+        if (id == 1) {
+            mLinkLost = mLinkLost || (mLinked && value == 0 && !mStopping);
+            mLinked = value != 0;
+        } else if (!mSettled) {
+            addStateLocked(value);
+        }
+    } else if (id == 3 && size == 1) {
+        const uint8 status = *static_cast<const uint8*>(data);
+        mDeviceGone = status == 0 || status == 3;
+        mDeviceSeen = mDeviceSeen || status == 1 || status == 2;
+    }
+    mChanged.notify_all();
+    return 1;
+}
+
+bool LookupWatch::waitForLink(Clock::time_point deadline, std::string* why) {
+    std::unique_lock<std::mutex> lock(mMutex);
+    for (;;) {
+        if (mLinked) {
+            return true;
+        }
+        if (mLinkLost || mDeviceGone) {
+            if (mLastState == 100) {
+                *why = mLinkLost || mDeviceSeen ? "link lost"
+                                                : "link lost: the phone could not be reached";
+                return false;
+            }
+        } else if (mLastState == 20) {
+            *why = "error: the phone did not answer the connect";
+            return false;
+        } else if (isFailureCode(mLastState)) {
+            *why = "phone status " + std::to_string(mLastState) + " on the connect";
+            return false;
+        } else if (mLastState == 100 && mStateCount > 1) {
+            *why = "the connect ended without a link";
+            return false;
+        }
+        if (!waitTick(lock, deadline)) {
+            *why = "timed out waiting for the phone link";
+            return false;
+        }
+    }
+}
+
+void LookupWatch::drawProgress() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    drawProgressLocked();
+}
+
+void LookupWatch::markSearching() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mSearching = true;
+    mSearchFrom = mStateCount;
+}
+
+void LookupWatch::markStopping() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mStopping = true;
+}
+
+int32 LookupWatch::waitForEnd(Clock::time_point deadline) {
+    std::unique_lock<std::mutex> lock(mMutex);
+    for (;;) {
+        if (settledLocked()) {
+            mSettled = true;
+            return mLastState;
+        }
+        if (!waitTick(lock, deadline)) {
+            mSettled = true;
+            return -1;
+        }
+    }
+}
+
+void LookupWatch::waitForUnlink(Clock::time_point deadline) {
+    std::unique_lock<std::mutex> lock(mMutex);
+    while (mLinked && waitTick(lock, deadline)) {
+    }
+}
+
+std::vector<int32> LookupWatch::states() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mStates;
+}
+
+uint64_t LookupWatch::statesLeftOut() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mStateCount > mStates.size() ? mStateCount - mStates.size() : 0;
+}
+
+int32 LookupWatch::lastState() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mLastState;
+}
+
+bool LookupWatch::linked() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mLinked;
+}
+
+std::string LookupWatch::failure(int32 state) const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (state < 0) {
+        return "timed out waiting for the lookup to end (result state " +
+               std::to_string(mLastState) + ")";
+    }
+    if (mSearchFailureCode != 0) {
+        return "phone status " + std::to_string(mSearchFailureCode);
+    }
+    if (mLinkLost || mDeviceGone) {
+        return "link lost";
+    }
+    if (mSearchFirstEnd == 4) {
+        return "timed out: the phone did not answer in time";
+    }
+    if (mSearchFirstEnd == 20) {
+        return "error: the phone's answer was refused";
+    }
+    return "cancelled";
+}
+
+void LookupWatch::addStateLocked(int32 value) {
+    if (mStates.size() < kStatesKept) {
+        mStates.push_back(value);
+    }
+    ++mStateCount;
+    mLastState = value;
+    mLastChange = Clock::now();
+    if (!mSearching) {
+        return;
+    }
+    if (mSearchFailureCode == 0 && isFailureCode(value)) {
+        mSearchFailureCode = value;
+    }
+    if (mSearchFirstEnd == 0 && (value == 4 || value == 20)) {
+        mSearchFirstEnd = value;
+    }
+}
+
+bool LookupWatch::settledLocked() const {
+    if (!mSearching) {
+        return false;
+    }
+    if (mLinkLost && mLastState == 100) {
+        return true;  // the module gave up, or dropped the search for want of a link
+    }
+    if (mStateCount <= mSearchFrom) {
+        return false;
+    }
+    if (mLastState == 0 || mLastState == 100 || isFailureCode(mLastState)) {
+        return true;
+    }
+    return mLastState == 20 && Clock::now() - mLastChange >= kErrorGrace;
+}
+
+bool LookupWatch::waitTick(std::unique_lock<std::mutex>& lock, Clock::time_point deadline) {
+    drawProgressLocked();
+    const Clock::time_point now = Clock::now();
+    if (now >= deadline) {
+        return false;
+    }
+    const Clock::time_point next = now + std::chrono::milliseconds(100);
+    mChanged.wait_until(lock, next < deadline ? next : deadline);
+    return true;
+}
+
+void LookupWatch::drawProgressLocked() const {
+    if (!mProgress) {
+        return;
+    }
+    const double elapsed = std::chrono::duration<double>(Clock::now() - mStarted).count();
+    std::string name = mLinked ? "connected" : "connecting";
+    if (mSearching && mStateCount > mSearchFrom) {
+        name = stateName(mLastState);
+    } else if (mSearching) {
+        name = "searching";
+    }
+    if (mLinkLost) {
+        name = "link lost";
+    }
+    std::fprintf(stderr, "\r\033[K%s  %.1f s", name.c_str(), elapsed);
+    std::fflush(stderr);
+}
