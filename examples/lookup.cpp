@@ -1,7 +1,7 @@
 // Looks a disc up through the phone and prints its albums, with the public headers alone.
 // Exit status 0 when albums were found, 1 otherwise ("link lost": no phone, or it left).
 //
-//   OST_LINKAPP_ENDPOINT=unix:/tmp/phone.sock mox-example 0000960046E6008D3600D386
+//   OST_LINKAPP_ENDPOINT=unix:$XDG_RUNTIME_DIR/phone.sock mox-example 0000960046E6008D3600D386
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
