@@ -541,7 +541,9 @@ TEST_F(MoxDumpTest, Dump_65535RecordsOfSizeZero_PrintsTheFirst1000AndCountsTheRe
                 result.seconds, result.out.size(), result.peakResidentKiB);
     EXPECT_LT(result.out.size(), 5u * 1000 * 1000);
     EXPECT_LT(result.seconds, 10.0);
-    EXPECT_LT(result.peakResidentKiB, 64 * 1024) << "peak resident KiB";
+    if (MeasuredRun::kMemoryMeaningful) {
+        EXPECT_LT(result.peakResidentKiB, 64 * 1024) << "peak resident KiB";
+    }
 }
 
 // The module accepts at most RESULT_FILE_MAX bytes from the phone; a larger

@@ -800,7 +800,9 @@ TEST_F(MoxLookupRawPhoneTest, FloodOfUnknownFrames_LogKeepsTheFirst1000AndCounts
     EXPECT_EQ(log.front(), "receive unknown cmdID=0x7777");
     EXPECT_EQ(log[999], "receive unknown cmdID=0x7777");
     EXPECT_EQ(log.back(), std::to_string(kFlood - 1000) + " more messages left out");
-    EXPECT_LT(result.peakResidentKiB, 32 * 1024) << "peak resident KiB";
+    if (MeasuredRun::kMemoryMeaningful) {
+        EXPECT_LT(result.peakResidentKiB, 32 * 1024) << "peak resident KiB";
+    }
     EXPECT_LT(result.seconds, 30.0);
 }
 
