@@ -39,6 +39,14 @@ public:
 #else
     static constexpr bool kMemoryMeaningful = true;
 #endif
+    // How much longer a run may take under the sanitizers (ThreadSanitizer
+    // runs the tools 5 to 15 times slower): time bounds and guards are
+    // multiplied by it.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    static constexpr int kSlowdown = 15;
+#else
+    static constexpr int kSlowdown = 1;
+#endif
 
     struct Result {
         int status = -1;           // exit status, or 128 + the signal
@@ -87,7 +95,9 @@ public:
     MeasuredRun& operator=(const MeasuredRun&) = delete;
 
     // Waits for the end, at most `guardSeconds` (then the program is killed).
+    // Waits for the end, at most `guardSeconds` (times kSlowdown).
     Result finish(int guardSeconds) {
+        guardSeconds *= kSlowdown;
         Result result;
         if (mPid <= 0) {
             result.err = "could not be started";
