@@ -21,6 +21,7 @@
 #include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <ostream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -123,6 +124,11 @@ struct DiscCase {
     std::vector<std::string> albums;  // best first, as the module returns them
 };
 
+// How GoogleTest shows a case: its TOC text.
+void PrintTo(const DiscCase& disc, std::ostream* out) {
+    *out << disc.toc;
+}
+
 class MoxLookupDiscTest : public MoxLookupTest, public ::testing::WithParamInterface<DiscCase> {};
 
 TEST_P(MoxLookupDiscTest, Builtin_ReturnsExactlyTheDiscsCandidatesBestFirst) {
@@ -143,7 +149,11 @@ INSTANTIATE_TEST_SUITE_P(
                       DiscCase{"000096003B2E0079AE00B82E", {"MOXS-0006"}},
                       DiscCase{"000096004ACE0096FA00DF3E012976", {"MOXS-0007"}},
                       DiscCase{"0000960075C600CBB601602601D556", {"MOXS-0009", "MOXS-0008"}},
-                      DiscCase{"000096003F1600817E00BFFE010266", {"MOXS-0010"}}));
+                      DiscCase{"000096003F1600817E00BFFE010266", {"MOXS-0010"}}),
+    // Each case by its TOC text, so that one disc can be run by name.
+    [](const ::testing::TestParamInfo<DiscCase>& info) {
+        return std::string("Toc") + info.param.toc;
+    });
 
 TEST_F(MoxLookupTest, TwoDiscAlbum_EachMediumReportsItsNumberAndTracks) {
     const Json first = lookupJson({"--toc", "000096004EB600A0BE00ECEA013916"}, 0);
@@ -333,6 +343,13 @@ std::string faultName(const std::vector<std::string>& faults) {
 }
 
 enum class Transport { BUILTIN, UNIX, TCP };
+
+// How GoogleTest shows a transport: as --phone names it.
+void PrintTo(Transport transport, std::ostream* out) {
+    *out << (transport == Transport::BUILTIN ? "builtin"
+             : transport == Transport::UNIX  ? "unix"
+                                             : "tcp");
+}
 
 class MoxLookupFaultTest : public MoxLookupTest,
                            public ::testing::WithParamInterface<std::tuple<Transport, size_t>> {};
@@ -865,6 +882,16 @@ TEST_F(MoxLookupRawPhoneTest, RefusalAfterTheLogIsFull_IsStillTheReason) {
 
 enum class LinkPoint { BEFORE_LINK, BEFORE_SEARCH, DURING_SEARCH };
 enum class LossWay { APP_CLOSED, HANG_UP };
+
+// How GoogleTest shows the point and the way of a loss.
+void PrintTo(LinkPoint point, std::ostream* out) {
+    *out << (point == LinkPoint::BEFORE_LINK     ? "before the link"
+             : point == LinkPoint::BEFORE_SEARCH ? "before the search"
+                                                 : "during the search");
+}
+void PrintTo(LossWay way, std::ostream* out) {
+    *out << (way == LossWay::APP_CLOSED ? "application closed" : "hang-up");
+}
 
 class MoxLinkLossTest : public MoxLookupRawPhoneTest,
                         public ::testing::WithParamInterface<std::tuple<LinkPoint, LossWay>> {

@@ -8,6 +8,9 @@
 // timer runs on the manual clock, together with the phone's delays.
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <ostream>
+
 #include <deque>
 #include <list>
 #include <memory>
@@ -242,6 +245,11 @@ struct FaultCase {
     States states;
 };
 
+// How GoogleTest shows a case: its fault text.
+void PrintTo(const FaultCase& fault, std::ostream* out) {
+    *out << fault.text;
+}
+
 class PhoneSessionFaultModuleTest : public PhoneSessionModuleTest,
                                     public ::testing::WithParamInterface<FaultCase> {};
 
@@ -283,7 +291,18 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"drop-mid-transfer", kLost}, FaultCase{"garbage-length-zero", kLost},
         FaultCase{"garbage-oversize", kLost}, FaultCase{"garbage-type", kLost},
         FaultCase{"slow-chunks", kNormal}, FaultCase{"slow-chunks=9900", kNormal},
-        FaultCase{"slow-chunks=10100", kTimedOut}, FaultCase{"no-cancel-answer", kNormal}));
+        FaultCase{"slow-chunks=10100", kTimedOut}, FaultCase{"no-cancel-answer", kNormal}),
+    // Each case by its fault text, every other character as '_'
+    // ("status-connect=503" runs as status_connect_503).
+    [](const ::testing::TestParamInfo<FaultCase>& info) {
+        std::string name = info.param.text;
+        for (char& c : name) {
+            if (!std::isalnum(static_cast<unsigned char>(c))) {
+                c = '_';
+            }
+        }
+        return name;
+    });
 
 // ---- Faults combined ----
 
