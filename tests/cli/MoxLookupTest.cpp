@@ -84,7 +84,9 @@ protected:
         // Every command timer of the module and every delay of the phone
         // runs at 1/50 of its time: a silent phone costs 200 ms, not 10 s.
         setenv("HB_TIMER_SCALE", "0.02", 1);
-        setenv("HB_DBG_OUTPUT", "stderr", 1);
+        // The module's messages are kept in the JSON's log; with
+        // HB_DBG_OUTPUT set they would also be written out.
+        setenv("HB_DBG_OUTPUT", "off", 1);
     }
 
     CliResult lookup(const std::vector<std::string>& args) {
@@ -269,14 +271,14 @@ TEST_F(MoxLookupTest, UnknownDisc_FailsWithThePhonesStatus) {
     const CliResult result = lookup({"--toc", "000096001234"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    EXPECT_EQ(result.err, "mox lookup: the phone does not know this disc (phone status 404)\n");
 }
 
 TEST_F(MoxLookupTest, StatusOnTheConnect_FailsAtOnceNamingIt) {
     const CliResult result = lookup({"--toc", kDisc1, "--fault", "status-connect=503"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "mox lookup: phone status 503 on the connect\n");
+    EXPECT_EQ(result.err, "mox lookup: the phone failed on the connect (phone status 503)\n");
 }
 
 TEST_F(MoxLookupTest, Json_LogHoldsTheModulesMessages) {
@@ -455,18 +457,68 @@ TEST_F(MoxLookupTest, CatalogueThatIsAFifo_IsBadUsageAtOnce) {
     EXPECT_LT(result.seconds, 5.0);
 }
 
-TEST_F(MoxLookupTest, NoPhoneAtTheSocket_FailsWithLinkLost) {
-    const CliResult result = lookup({"--toc", kDisc1, "--phone", "unix:" + dir.file("none.sock")});
+TEST_F(MoxLookupTest, NoPhoneAtTheSocket_NamesTheEndpointAndTheSystemsReason) {
+    const std::string socket = dir.file("none.sock");
+    const CliResult result = lookup({"--toc", kDisc1, "--phone", "unix:" + socket});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "mox lookup: link lost: the phone could not be reached\n");
+    EXPECT_EQ(result.err, "mox lookup: no phone: cannot connect to unix:" + socket +
+                              ": No such file or directory\n");
 }
 
-TEST_F(MoxLookupTest, RemoteTcpAddress_IsRefused) {
-    const CliResult result = lookup({"--toc", kDisc1, "--phone", "tcp:192.0.2.7:7000"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "mox lookup: link lost: the phone could not be reached\n");
+TEST_F(MoxLookupTest, NoPhoneAtTheTcpPort_NamesTheEndpointAndTheSystemsReason) {
+    // Port 1 on the loopback: nothing listens there in a test machine.
+    const Json out = lookupJson({"--toc", kDisc1, "--phone", "tcp:127.0.0.1:1"}, 1);
+    EXPECT_EQ(out.at("error").at("kind"), "no_phone");
+    EXPECT_EQ(out.at("error").at("message"),
+              "no phone: cannot connect to tcp:127.0.0.1:1: Connection refused");
+    EXPECT_EQ(out.at("state"), 100);
 }
+
+TEST_F(MoxLookupTest, RemoteTcpAddress_IsBadUsageNamingTheOption) {
+    const CliResult result = lookup({"--toc", kDisc1, "--phone", "tcp:192.0.2.7:7000"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err,
+              "mox lookup: remote endpoint 'tcp:192.0.2.7:7000' refused: 192.0.2.7 is not a "
+              "loopback address (allow it with --allow-remote)\n");
+}
+
+struct EndpointCase {
+    const char* endpoint;
+    const char* reason;
+};
+
+void PrintTo(const EndpointCase& endpoint, std::ostream* out) {
+    *out << endpoint.endpoint;
+}
+
+class MoxLookupEndpointTest : public MoxLookupTest,
+                              public ::testing::WithParamInterface<EndpointCase> {};
+
+TEST_P(MoxLookupEndpointTest, MalformedEndpoint_IsBadUsageWithTheReason) {
+    const CliResult result = lookup({"--toc", kDisc1, "--phone", GetParam().endpoint});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, std::string("mox lookup: ") + GetParam().reason + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryForm, MoxLookupEndpointTest,
+    ::testing::Values(
+        EndpointCase{"tcp:127.0.0.1", "bad endpoint 'tcp:127.0.0.1': expected tcp:HOST:PORT"},
+        EndpointCase{"tcp:127.0.0.1:70000",
+                     "bad endpoint 'tcp:127.0.0.1:70000': port must be a number from 1 to 65535"},
+        EndpointCase{"foo", "bad endpoint 'foo': expected loopback, unix:PATH or tcp:HOST:PORT"},
+        EndpointCase{"unix:", "bad endpoint 'unix:': empty socket path"}),
+    [](const ::testing::TestParamInfo<EndpointCase>& info) {
+        std::string name = info.param.endpoint;
+        for (char& c : name) {
+            if (!std::isalnum(static_cast<unsigned char>(c))) {
+                c = '_';
+            }
+        }
+        return name;
+    });
 
 // Two runs given the same directory on purpose (MOX_RESULT_DIR) take turns:
 // the second says once that it waits.
@@ -524,8 +576,8 @@ TEST_F(MoxLookupTest, MoxResultDirWritableByOthers_RefusedInWords) {
     unsetenv("MOX_RESULT_DIR");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err,
-              "mox lookup: result directory " + given + " is writable by other users\n");
+    EXPECT_EQ(result.err, "mox lookup: cannot store the answer: result directory " + given +
+                              " is writable by other users\n");
     EXPECT_TRUE(std::filesystem::is_empty(given));
 }
 
@@ -541,8 +593,8 @@ TEST_F(MoxLookupTest, ResultFileIsASymbolicLink_TargetUntouchedRefusalInWords) {
     const CliResult result = lookup({"--toc", kDisc1});
     unsetenv("MOX_RESULT_DIR");
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err,
-              "mox lookup: result file " + given + "dbupdateresponse.dap3 is a symbolic link\n");
+    EXPECT_EQ(result.err, "mox lookup: cannot store the answer: result file " + given +
+                              "dbupdateresponse.dap3 is a symbolic link\n");
     EXPECT_EQ(TestDir::readFile(victim), (std::vector<unsigned char>{'k', 'e', 'e', 'p'}));
 }
 
@@ -574,7 +626,8 @@ TEST_F(MoxLookupTest, FileSizeLimitBelowTheAnswer_ModuleReportsTheWriteAndLookup
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(limited.wait(), 1) << limited.err();
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-    EXPECT_EQ(limited.err(), "mox lookup: error: search result file close error.\n");
+    EXPECT_EQ(limited.err(), "mox lookup: cannot store the answer in " + given +
+                                 ": search result file close error.\n");
     ASSERT_TRUE(Json::accept(limited.out())) << limited.out();
     const Json out = Json::parse(limited.out());
     EXPECT_EQ(out.value("ok", true), false);
@@ -652,7 +705,7 @@ protected:
         unsetenv("MOX_RESULT_DIR");
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, "mox lookup: " + reason + "\n");
+        EXPECT_EQ(result.err, "mox lookup: cannot store the answer: " + reason + "\n");
         EXPECT_EQ(TestDir::readFile(victimFile), kVictimBytes);
     }
 
@@ -809,7 +862,7 @@ TEST_F(MoxLookupRawPhoneTest, FloodOfUnknownFrames_LogKeepsTheFirst1000AndCounts
     std::printf("flood of %zu frames: %.2f s, peak resident %ld KiB\n", kFlood, result.seconds,
                 result.peakResidentKiB);
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    EXPECT_EQ(result.err, "mox lookup: the phone does not know this disc (phone status 404)\n");
     const Json out = jsonOf(result);
     EXPECT_EQ(out.value("states", States{}), (States{101, 102, 103, 404}));
     const std::vector<std::string> log = out.value("log", std::vector<std::string>{});
@@ -842,7 +895,7 @@ TEST_F(MoxLookupRawPhoneTest, EndlessStateChanges_JsonKeepsTheFirst1000States) {
     ASSERT_TRUE(phone.send(answers));
     const MeasuredRun::Result result = run->finish(60);
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    EXPECT_EQ(result.err, "mox lookup: the phone does not know this disc (phone status 404)\n");
     const Json out = jsonOf(result);
     EXPECT_EQ(out.value("state", -1), 404);
     const States states = out.value("states", States{});
@@ -866,8 +919,8 @@ TEST_F(MoxLookupRawPhoneTest, RefusalAfterTheLogIsFull_IsStillTheReason) {
     ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
     const MeasuredRun::Result result = run->finish(30);
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err,
-              "mox lookup: result file " + given + "dbupdateresponse.dap3 is a symbolic link\n");
+    EXPECT_EQ(result.err, "mox lookup: cannot store the answer: result file " + given +
+                              "dbupdateresponse.dap3 is a symbolic link\n");
     const std::vector<std::string> log = jsonOf(result).value("log", std::vector<std::string>{});
     ASSERT_EQ(log.size(), 1001u);
     EXPECT_EQ(log[999], "receive unknown cmdID=0x7777");
