@@ -157,7 +157,7 @@ TEST_F(LookupWatchTest, LinkDownAfterStopLink_IsNotALoss) {
     state(100);
     link(0);
     EXPECT_FALSE(watch.linked());
-    EXPECT_EQ(described(watch.failure(100)), "cancelled: cancelled");
+    EXPECT_EQ(described(watch.failure(100)), "cancelled: the module cancelled the search");
     EXPECT_EQ(watch.states(), (States{101, 102, 103, 0}));
 }
 

@@ -11,14 +11,23 @@
 
 namespace {
 
-// The validator: the schema must itself be a valid Draft 7 schema, and every
-// error of the document is listed as "<instance path>: <message>".
+// The validator: the schema must itself be a valid Draft 7 schema, the
+// schemas beside it are found by their $id (they refer to each other), and
+// every error of the document is listed as "<instance path>: <message>".
 const char* const kValidator =
-    "import json, sys, jsonschema\n"
+    "import glob, json, os, sys, warnings\n"
+    "warnings.simplefilter('ignore', DeprecationWarning)\n"
+    "import jsonschema\n"
     "schema = json.load(open(sys.argv[1], encoding='utf-8'))\n"
     "jsonschema.Draft7Validator.check_schema(schema)\n"
+    "store = {}\n"
+    "for path in glob.glob(os.path.join(os.path.dirname(sys.argv[1]), '*.schema.json')):\n"
+    "    other = json.load(open(path, encoding='utf-8'))\n"
+    "    store[other['$id']] = other\n"
+    "resolver = jsonschema.RefResolver(schema['$id'], schema, store=store)\n"
     "document = json.load(open(sys.argv[2], encoding='utf-8'))\n"
-    "for error in jsonschema.Draft7Validator(schema).iter_errors(document):\n"
+    "validator = jsonschema.Draft7Validator(schema, resolver=resolver)\n"
+    "for error in validator.iter_errors(document):\n"
     "    print('$' + ''.join('[%r]' % p for p in error.absolute_path) + ': ' + error.message)\n";
 
 std::string readAll(const std::string& path) {

@@ -9,7 +9,8 @@
 //   phone_failed  1     "the phone failed (phone status 503)"
 //   refused       1     "the phone's answer was refused: index error."
 //   timed_out     1     "timed out: the phone did not answer in time"
-//   cancelled     130/143 (by SIGINT/SIGTERM), else 1   "cancelled by SIGINT"
+//   cancelled     130/143 "cancelled by SIGINT" (or SIGTERM); 1 "the module
+//                 cancelled the search" (a phone status that reads "searching")
 //   cannot_store  1     "cannot store the answer in /x: Permission denied"
 //
 // `mox lookup` prints "mox lookup: <message>" on stderr and, with --json,

@@ -168,20 +168,22 @@ LookupFailure LookupWatch::failure(int32 state) const {
                              "timed out waiting for the lookup to end (result state " +
                                  std::to_string(mLastState) + ")");
     }
-    if (mSearchFailureCode != 0) {
+    // A timeout or an error comes first when there is one: a failure code
+    // ends the wait, so any that follows them answers the module's cancel.
+    if (mSearchFirstEnd == 4) {
+        return LookupFailure(LookupFailure::kTimedOut,
+                             "timed out: the phone did not answer in time");
+    }
+    if (mSearchFirstEnd == 0 && mSearchFailureCode != 0) {
         return LookupFailure::phoneStatus(mSearchFailureCode, "");
     }
     if (mLinkLost || mDeviceGone) {
         return LookupFailure(LookupFailure::kLinkLost, "link lost");
     }
-    if (mSearchFirstEnd == 4) {
-        return LookupFailure(LookupFailure::kTimedOut,
-                             "timed out: the phone did not answer in time");
-    }
     if (mSearchFirstEnd == 20) {
         return LookupFailure(LookupFailure::kRefused, "the phone's answer was refused");
     }
-    return LookupFailure::cancelled(0);
+    return LookupFailure(LookupFailure::kCancelled, "the module cancelled the search");
 }
 
 void LookupWatch::addStateLocked(int32 value) {
