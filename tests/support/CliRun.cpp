@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-extern char** environ;
+#include "SpawnLists.h"
 
 namespace {
 
@@ -27,16 +27,11 @@ CliResult runCli(const std::string& program, const std::vector<std::string>& arg
                                      0644);
     posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                      0644);
-    std::vector<std::string> all = {program};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& arg : all) {
-        argv.push_back(&arg[0]);
-    }
-    argv.push_back(nullptr);
+    SpawnLists lists(program, args);
     CliResult result;
     pid_t pid = 0;
-    const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
+    const int spawned =
+        posix_spawn(&pid, program.c_str(), &actions, nullptr, lists.argv(), lists.envp());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
         result.err = "cannot start " + program + ": " + std::strerror(spawned);

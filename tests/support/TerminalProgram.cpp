@@ -7,7 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
+#include "SpawnLists.h"
 
 TerminalProgram::TerminalProgram(const std::string& program, const std::vector<std::string>& args,
                                  const std::string& outPath,
@@ -28,23 +28,8 @@ TerminalProgram::TerminalProgram(const std::string& program, const std::vector<s
     posix_spawn_file_actions_adddup2(&actions, 0, 2);
     posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                      0644);
-    std::vector<std::string> all = {program};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& arg : all) {
-        argv.push_back(&arg[0]);
-    }
-    argv.push_back(nullptr);
-    std::vector<std::string> env = environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        env.push_back(*entry);
-    }
-    std::vector<char*> envp;
-    for (std::string& entry : env) {
-        envp.push_back(&entry[0]);
-    }
-    envp.push_back(nullptr);
-    if (::posix_spawn(&mPid, program.c_str(), &actions, &attributes, argv.data(), envp.data()) !=
+    SpawnLists lists(program, args, environment);
+    if (::posix_spawn(&mPid, program.c_str(), &actions, &attributes, lists.argv(), lists.envp()) !=
         0) {
         mPid = -1;
     }
