@@ -1126,7 +1126,7 @@ TEST_P(MoxLinkLossTest, ExampleProgram_EndsAtOnceWithLinkLost) {
     const MeasuredRun::Result result = run.finish(90);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "link lost\n");
+    EXPECT_EQ(result.err, "link lost: no phone, or it left (result state -1)\n");
     EXPECT_LT(result.seconds, 5.0) << "the example's bound is 60 s";
 }
 
@@ -1151,7 +1151,7 @@ TEST_F(MoxLookupTest, ExampleProgram_NoPhoneToReach_EndsAtOnceWithLinkLost) {
     const MeasuredRun::Result result = run.finish(90);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "link lost\n");
+    EXPECT_EQ(result.err, "link lost: no phone, or it left (result state -1)\n");
     EXPECT_LT(result.seconds, 5.0) << "the example's bound is 60 s";
 }
 
@@ -1171,13 +1171,57 @@ TEST_F(MoxLookupTest, ExampleProgram_LooksADiscUpThroughTheSimulator) {
               "  The Harbor Lights - Last Exit\n");
 }
 
-TEST_F(MoxLookupTest, ExampleProgram_UnknownDisc_ExitsOne) {
-    PhoneProcess phone("unix:" + dir.file("phone.sock"), {});
-    setenv("OST_LINKAPP_ENDPOINT", phone.endpoint().c_str(), 1);
-    const CliResult result = runCli(kExample, {"000096001234"}, dir);
-    unsetenv("OST_LINKAPP_ENDPOINT");
+struct ExampleCase {
+    const char* fault;  // of the phone, "" for none
+    const char* toc;
+    const char* reason;
+};
+
+void PrintTo(const ExampleCase& example, std::ostream* out) {
+    *out << (example.fault[0] == '\0' ? "no fault" : example.fault) << ", " << example.toc;
+}
+
+class ExampleFailureTest : public MoxLookupTest,
+                           public ::testing::WithParamInterface<ExampleCase> {};
+
+// The example ends as soon as the module gives the lookup up, at the connect
+// as during the search, and says why; the module's timers run at 1/50.
+TEST_P(ExampleFailureTest, EndsAtOnceWithTheReason) {
+    std::vector<std::string> faults;
+    if (GetParam().fault[0] != '\0') {
+        faults = {"--fault", GetParam().fault};
+    }
+    PhoneProcess phone("unix:" + dir.file("phone.sock"), faults);
+    MeasuredRun run(kExample, {GetParam().toc}, dir,
+                    {"OST_LINKAPP_ENDPOINT=" + phone.endpoint(), "HB_DBG_OUTPUT=off"});
+    const MeasuredRun::Result result = run.finish(90);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, std::string(GetParam().reason) + "\n");
+    EXPECT_LT(result.seconds, 20.0) << "the example's bound is 60 s";
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryWayToFail, ExampleFailureTest,
+    ::testing::Values(
+        ExampleCase{"", "000096001234",
+                    "the phone knows no album for this disc (result state 404)"},
+        ExampleCase{"silent-after-connect", "0000960046E6008D3600D386",
+                    "error: no answer, or an answer that was refused (result state 20)"},
+        ExampleCase{"status-connect=503", "0000960046E6008D3600D386",
+                    "the phone failed (result state 503)"},
+        ExampleCase{"silent-after-lookup", "0000960046E6008D3600D386",
+                    "timed out: the phone did not answer in time (result state 4)"},
+        ExampleCase{"wrong-chunk-index", "0000960046E6008D3600D386",
+                    "error: no answer, or an answer that was refused (result state 20)"}),
+    [](const ::testing::TestParamInfo<ExampleCase>& info) {
+        std::string name = info.param.fault[0] == '\0' ? "UnknownDisc" : info.param.fault;
+        for (char& c : name) {
+            if (!std::isalnum(static_cast<unsigned char>(c))) {
+                c = '_';
+            }
+        }
+        return name;
+    });
 
 }  // namespace
