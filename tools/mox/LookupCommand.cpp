@@ -74,6 +74,7 @@ struct LookupOptions {
     std::string phone = "builtin";
     std::string catalog;
     std::vector<std::string> faults;
+    moxphone::PhoneSourceOptions phoneSource;  // --source and its companions
     unsigned int kind = 0;
     unsigned int param1 = 0;
     unsigned int param2 = 0;
@@ -244,7 +245,8 @@ int runLookup(const LookupOptions& options) {
     std::unique_ptr<BuiltinPhone> builtin;
     if (options.phone == "builtin") {
         builtin = BuiltinPhone::create(options.catalog, options.faults,
-                                       options.verbose ? &std::cerr : nullptr, &why);
+                                       options.verbose ? &std::cerr : nullptr, &why,
+                                       &options.phoneSource);
         if (!builtin) {
             std::cerr << PREFIX << why << "\n";
             return EXIT_BAD_USAGE;
@@ -254,6 +256,10 @@ int runLookup(const LookupOptions& options) {
     } else {
         if (!options.faults.empty() || !options.catalog.empty()) {
             std::cerr << PREFIX << "--fault and --catalog need --phone builtin\n";
+            return EXIT_BAD_USAGE;
+        }
+        if (!options.phoneSource.isCatalogue()) {
+            std::cerr << PREFIX << "--source needs --phone builtin\n";
             return EXIT_BAD_USAGE;
         }
         OstLinkAppHost::setEndpoint(options.phone);
@@ -324,6 +330,7 @@ Command addLookupCommand(CLI::App& app) {
     lookup->add_option("--catalog", options->catalog,
                        "catalogue of the built-in phone (default: the bundled sample)");
     lookup->add_option("--fault", options->faults, "fault of the built-in phone (repeatable)");
+    options->phoneSource.addTo(*lookup);
     lookup->add_option("--kind", options->kind, "lookup kind (0-255)")
         ->check(CLI::Range(0, 255))
         ->capture_default_str();
