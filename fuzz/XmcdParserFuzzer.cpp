@@ -40,11 +40,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!moxphone::CddbProtocol::parseRead(text, &entry, &why)) {
         entry = text;  // the entry alone, as if its status line had come
     }
-    moxphone::FoundAlbum found;
-    if (!moxphone::XmcdParser::parse(entry, "rock", "1802d003", &found.album, &why)) {
+    moxphone::CatalogueAlbum album;
+    if (!moxphone::XmcdParser::parse(entry, "rock", "1802d003", &album, &why)) {
         return 0;
     }
-    check(found.album.media.size() == 1);
-    check(found.album.media[0].tracks.size() <= moxphone::XmcdParser::kMaxTracks);
+    check(album.media.size() == 1);
+    check(album.media[0].tracks.size() <= moxphone::XmcdParser::kMaxTracks);
     return 0;
 }
