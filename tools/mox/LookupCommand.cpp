@@ -86,6 +86,7 @@ struct LookupOptions {
     bool allowRemote = false;
     std::string catalog;
     std::vector<std::string> faults;
+    moxphone::PhoneSourceOptions phoneSource;  // --source and its companions
     unsigned int kind = 0;
     unsigned int param1 = 0;
     unsigned int param2 = 0;
@@ -254,8 +255,9 @@ int usageFailure(const LookupOptions& options, const std::string& why) {
 bool choosePhone(const LookupOptions& options, std::unique_ptr<BuiltinPhone>* builtin,
                  std::string* why) {
     if (options.phone == "builtin") {
-        *builtin = BuiltinPhone::create(options.catalog, options.faults,
-                                        options.verbose ? &std::cerr : nullptr, why);
+        *builtin =
+            BuiltinPhone::create(options.catalog, options.faults,
+                                 options.verbose ? &std::cerr : nullptr, why, &options.phoneSource);
         if (!*builtin) {
             return false;
         }
@@ -265,6 +267,10 @@ bool choosePhone(const LookupOptions& options, std::unique_ptr<BuiltinPhone>* bu
     }
     if (!options.faults.empty() || !options.catalog.empty()) {
         *why = "--fault and --catalog need --phone builtin";
+        return false;
+    }
+    if (!options.phoneSource.isCatalogue()) {
+        *why = "--source needs --phone builtin";
         return false;
     }
     OstLinkAppHost::setAllowRemote(options.allowRemote);
@@ -353,6 +359,7 @@ Command addLookupCommand(CLI::App& app) {
     lookup->add_option("--catalog", options->catalog,
                        "catalogue of the built-in phone (default: the bundled sample)");
     lookup->add_option("--fault", options->faults, "fault of the built-in phone (repeatable)");
+    options->phoneSource.addTo(*lookup);
     lookup->add_option("--kind", options->kind, "lookup kind (0-255)")
         ->check(CLI::Range(0, 255))
         ->capture_default_str();
