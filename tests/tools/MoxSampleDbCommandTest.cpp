@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,7 +14,7 @@ using moxdb::SampleDbCommand;
 
 TEST(SampleDbCommandTest, Run_Path_WritesTheSampleAndListsEveryTocWithItsTitle) {
     TestDir dir("sampledb-ok");
-    const std::string path = dir.file("new/dir/sample.dap3");
+    const std::string path = dir.file("sample.dap3");
     std::ostringstream out;
     std::ostringstream err;
     EXPECT_EQ(0, SampleDbCommand::run({path}, out, err));
@@ -38,7 +39,7 @@ TEST(SampleDbCommandTest, Run_Help_PrintsUsageAndExitsZero) {
         EXPECT_EQ("", err.str());
     }
     EXPECT_EQ(0u,
-              std::string(SampleDbCommand::usage()).find("Usage: mox-sampledb [--help] PATH\n"));
+              std::string(SampleDbCommand::usage()).find("Usage: mox-sampledb [--help] [--version] PATH\n"));
 }
 
 TEST(SampleDbCommandTest, Run_NoPath_IsBadUsage) {
@@ -63,16 +64,48 @@ TEST(SampleDbCommandTest, Run_UnknownOptionOrTwoPaths_IsBadUsage) {
     EXPECT_EQ("", out.str());
 }
 
-TEST(SampleDbCommandTest, Run_UnwritablePath_ExitsOneWithAReason) {
+TEST(SampleDbCommandTest, Run_MissingDirectory_RefusedAndNothingCreated) {
+    TestDir dir("sampledb-missing");
+    const std::string missing = dir.file("absent");
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(1, SampleDbCommand::run({missing + "/x.dap3"}, out, err));
+    EXPECT_EQ("", out.str());
+    EXPECT_EQ("mox-sampledb: cannot write " + missing + "/x.dap3: no directory " + missing + "\n",
+              err.str());
+    EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+TEST(SampleDbCommandTest, Run_PathInAFileInsteadOfADirectory_RefusedWithOneLine) {
     TestDir dir("sampledb-fail");
     TestDir::writeFile(dir.file("plain"), {0});
     std::ostringstream out;
     std::ostringstream err;
     EXPECT_EQ(1, SampleDbCommand::run({dir.file("plain/sample.dap3")}, out, err));
     EXPECT_EQ("", out.str());
-    EXPECT_EQ(0u, err.str().find("mox-sampledb: cannot create directory " + dir.file("plain")))
-        << err.str();
-    const std::string reason = err.str();
-    EXPECT_EQ(1, std::count(reason.begin(), reason.end(), '\n'));
-    EXPECT_EQ('\n', reason.back());
+    EXPECT_EQ("mox-sampledb: cannot write " + dir.file("plain/sample.dap3") + ": no directory " +
+                  dir.file("plain") + "\n",
+              err.str());
+}
+
+TEST(SampleDbCommandTest, Run_Dash_WritesTheDatabaseToOutAndTheListingToErr) {
+    TestDir dir("sampledb-dash");
+    std::ostringstream fileOut;
+    std::ostringstream fileErr;
+    ASSERT_EQ(0, SampleDbCommand::run({dir.file("sample.dap3")}, fileOut, fileErr));
+    const std::vector<unsigned char> written = TestDir::readFile(dir.file("sample.dap3"));
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(0, SampleDbCommand::run({"-"}, out, err));
+    EXPECT_EQ(std::string(written.begin(), written.end()), out.str());
+    EXPECT_EQ(fileOut.str(), err.str());
+    EXPECT_FALSE(std::filesystem::exists("-"));
+}
+
+TEST(SampleDbCommandTest, Run_Version_PrintsTheProgramAndItsVersion) {
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(0, SampleDbCommand::run({"--version"}, out, err, "1.2.3"));
+    EXPECT_EQ("mox-sampledb 1.2.3\n", out.str());
+    EXPECT_EQ("", err.str());
 }
