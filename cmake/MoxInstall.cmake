@@ -111,3 +111,17 @@ install(FILES ${PROJECT_SOURCE_DIR}/README.md ${_mox_docs} DESTINATION ${CMAKE_I
 # The JSON Schemas of the tools' --json output.
 file(GLOB _mox_schemas CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/schemas/*.schema.json)
 install(FILES ${_mox_schemas} DESTINATION ${CMAKE_INSTALL_DOCDIR}/schemas COMPONENT tools)
+
+# ---- What the main job builds ----
+# Everything that `cmake --install` installs, and the example program: the
+# main job (scripts/run.sh) builds this target, so that an install right after
+# it finds every file, without building the tests.
+add_custom_target(mox_dist)
+foreach(_mox_part mox ${_mox_platform_targets} ${_mox_tool_targets} mox_example)
+  if(TARGET ${_mox_part})
+    add_dependencies(mox_dist ${_mox_part})
+  endif()
+  if(TARGET ${_mox_part}_man)
+    add_dependencies(mox_dist ${_mox_part}_man)
+  endif()
+endforeach()

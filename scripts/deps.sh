@@ -48,5 +48,7 @@ MOX_VALGRIND_PACKAGES="valgrind"
 MOX_ARM_PACKAGES="g++-arm-linux-gnueabihf qemu-user"
 # libFuzzer targets.
 MOX_CLANG_PACKAGES="clang libclang-rt-14-dev"
+# The runnable examples of the README and docs/, run by Debian's cram.
+MOX_DOCS_PACKAGES="python3-cram"
 # The format check.
 MOX_FORMAT_PACKAGES="clang-format"

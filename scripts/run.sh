@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# The main job: builds the module, its tools and the phone simulator, then
-# looks up every disc of the bundled sample catalogue through the module and
-# the built-in simulator (one `mox lookup` each), and one disc that the phone
-# does not know.
+# The main job: builds everything that the README and docs/ then use (the
+# module and its platform libraries, every tool, the example program and the
+# manual pages: the target mox_dist, so that `cmake --install build/default`
+# works right after), then looks up every disc of the bundled sample
+# catalogue through the module and the built-in simulator (one `mox lookup`
+# each), and one disc that the phone does not know.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -10,7 +12,7 @@ source scripts/deps.sh
 mox_require_packages $MOX_HOST_PACKAGES
 
 cmake --preset default >/dev/null
-cmake --build --preset default --target mox_cli mox_phone
+cmake --build --preset default --target mox_dist
 
 mox=build/default/tools/mox/mox
 catalog=tools/phone/catalog/sample.json

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The whole test suite: format check, host build and tests, the same tests
+# The whole test suite: format check, host build and tests, the runnable
+# examples of the README and docs/ (scripts/check-docs.py), the same tests
 # under AddressSanitizer + UndefinedBehaviorSanitizer and under
 # ThreadSanitizer, valgrind memcheck over whole lookups, the 32-bit ARM
 # cross build with its tests under qemu-arm,
@@ -15,19 +16,20 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
 
-steps=${MOX_STEPS:-"format host asan tsan valgrind armhf target fuzz bench release package"}
+steps=${MOX_STEPS:-"format host docs asan tsan valgrind armhf target fuzz bench release package"}
 
 # The Debian packages that one step needs.
 step_packages() {
   case $1 in
     format) echo "git $MOX_FORMAT_PACKAGES" ;;
     host | asan | tsan | bench | release) echo "$MOX_HOST_PACKAGES" ;;
+    docs) echo "$MOX_HOST_PACKAGES $MOX_DOCS_PACKAGES" ;;
     valgrind) echo "$MOX_HOST_PACKAGES $MOX_VALGRIND_PACKAGES" ;;
     armhf | target) echo "$MOX_HOST_PACKAGES $MOX_ARM_PACKAGES" ;;
     fuzz) echo "$MOX_HOST_PACKAGES $MOX_CLANG_PACKAGES" ;;
     package) echo "$MOX_HOST_PACKAGES $MOX_PACKAGE_PACKAGES" ;;
     *)
-      echo "unknown step '$1' (steps: format host asan tsan valgrind armhf target fuzz bench release package)" >&2
+      echo "unknown step '$1' (steps: format host docs asan tsan valgrind armhf target fuzz bench release package)" >&2
       return 1
       ;;
   esac
@@ -53,6 +55,15 @@ run_preset() {
   cmake --build --preset "$preset" -j "$jobs"
   stamp "tests: $preset"
   ctest --preset "$preset" -j "$jobs"
+}
+
+# The README's and docs/' runnable examples, against the host build (built
+# here when the host step did not run before).
+step_docs() {
+  stamp "runnable examples of the README and docs/"
+  cmake --preset default >/dev/null
+  cmake --build --preset default --target mox_dist -j "$jobs"
+  python3 scripts/check-docs.py --build-dir build/default
 }
 
 step_format() {
@@ -326,6 +337,7 @@ for step in $steps; do
   case "$step" in
     format) step_format ;;
     host) run_preset default ;;
+    docs) step_docs ;;
     asan | tsan) run_preset "$step" ;;
     valgrind) step_valgrind ;;
     armhf)
