@@ -336,6 +336,20 @@ TEST_F(MoxLookupTest, DebugOutputFile_ReceivesTheModulesMessages) {
         << written;
 }
 
+// A result directory that cannot be made is the cause, with the system's
+// reason; not "the phone's answer was refused".
+TEST_F(MoxLookupTest, ResultDirectoryCannotBeMade_CannotStoreWithTheSystemsReason) {
+    TestDir::writeFile(dir.file("plain"), {0});
+    const std::string given = dir.file("plain") + "/answers/";
+    MeasuredRun run(kMox, {"lookup", "--toc", kDisc1, "--json"}, dir, {"MOX_RESULT_DIR=" + given});
+    const MeasuredRun::Result result = run.finish(30);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: cannot store the answer: cannot create " + given +
+                              ": Not a directory\n");
+    const Json out = checkedJson(result.out, result.status, result.err);
+    EXPECT_EQ(out.at("error").at("kind"), "cannot_store");
+}
+
 // --- Ctrl-C and SIGTERM -------------------------------------------------------------------
 // The phone sends its answer slowly (3 s before the chunk, inside the
 // module's 10 s timer); the signal comes once the transfer has begun.
