@@ -207,6 +207,34 @@ TEST(HbDbgOutputTest, DefaultSink_FilePathThatCannotBeOpened_FallsBackToStderr) 
     EXPECT_EQ("s:1 f: kept\n", redirect.finish());
 }
 
+TEST(HbDbgOutputTest, WriteDefault_FromASink_WritesWhereTheSettingSays) {
+    TestDir dir("HbDbgOutputWriteDefault");
+    const std::string logFile = dir.file("debug.log");
+    useSetting(logFile.c_str());
+    std::vector<std::string> kept;
+    HbDbgOutput::Sink previous = HbDbgOutput::SetSink([&kept](const HbDbgRecord& record) {
+        kept.push_back(record.text);
+        HbDbgOutput::WriteDefault(record);
+    });
+    StderrToFile redirect(dir.file("stderr"));
+    HbDbgOutput::DbgPrint("s", "f", 7, en_TAG_ERROR, "kept and written\n");
+    HbDbgOutput::SetSink(previous);
+    EXPECT_EQ("", redirect.finish());
+    EXPECT_EQ(std::vector<std::string>{"kept and written\n"}, kept);
+    EXPECT_EQ("s:7 f: kept and written\n", readText(logFile));
+}
+
+TEST(HbDbgOutputTest, WriteDefault_SettingOff_WritesNothing) {
+    TestDir dir("HbDbgOutputWriteDefaultOff");
+    useSetting("off");
+    HbDbgOutput::Sink previous =
+        HbDbgOutput::SetSink([](const HbDbgRecord& record) { HbDbgOutput::WriteDefault(record); });
+    StderrToFile redirect(dir.file("stderr"));
+    HbDbgOutput::DbgPrint("s", "f", 7, en_TAG_ERROR, "silenced\n");
+    HbDbgOutput::SetSink(previous);
+    EXPECT_EQ("", redirect.finish());
+}
+
 TEST(HbDbgOutputTest, SetSink_ReturnsThePreviousSinkAndEmptyRestoresTheDefault) {
     TestDir dir("HbDbgOutputSetSink");
     useSetting(nullptr);
