@@ -51,6 +51,7 @@
 #include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbSingletonFinalizer.h"
 #include "HbSMox.h"
+#include "HostCapture.h"
 #include "LookupWatch.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "ResultDirLock.h"
@@ -79,6 +80,7 @@ struct LookupOptions {
     unsigned int param2 = 0;
     bool json = false;
     double timeoutSeconds = 60.0;
+    std::string capture;  // --capture FILE: the link's envelopes as a pcap file
 };
 
 // The module's debug messages, in order, each without its final line feed.
@@ -269,6 +271,11 @@ int runLookup(const LookupOptions& options) {
         std::cerr << PREFIX << why << "\n";
         return EXIT_FAILED;
     }
+    HostCapture capture;
+    if (!capture.start(options.capture, &why)) {
+        std::cerr << PREFIX << why << "\n";
+        return EXIT_FAILED;
+    }
     const bool progress = !options.json && isatty(STDERR_FILENO) != 0;
     LogCapture log(options.verbose);
     LookupWatch watch(progress);
@@ -340,5 +347,7 @@ Command addLookupCommand(CLI::App& app) {
         ->capture_default_str();
     lookup->add_flag("--verbose", options->verbose,
                      "the module's debug messages and the built-in phone's frames on stderr");
+    lookup->add_option("--capture", options->capture,
+                       "record the link's envelopes into a pcap file (Wireshark: moxlink.lua)");
     return Command{lookup, [options]() { return runLookup(*options); }};
 }

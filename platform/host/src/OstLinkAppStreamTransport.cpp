@@ -219,6 +219,9 @@ bool OstLinkAppStreamTransport::flushQueueLocked(int& error) {
             error = errno;
             return false;
         }
+        // What the socket took has gone over the link.
+        tapBytes(OstLinkAppTap::en_DIRECTION_TO_PHONE, mQueue.data() + done,
+                 static_cast<size_t>(sent));
         done += static_cast<size_t>(sent);
     }
     if (done > 0) {
@@ -241,10 +244,10 @@ bool OstLinkAppStreamTransport::checkPeer(int socket, std::string& error) const 
 
 void OstLinkAppStreamTransport::readerMain() {
     pthread_setname_np(pthread_self(), READER_THREAD_NAME);
-    if (!connectPeer()) {
-        return;
+    if (connectPeer()) {
+        readLoop();
     }
-    readLoop();
+    tapEnd();
 }
 
 bool OstLinkAppStreamTransport::connectPeer() {
@@ -343,6 +346,7 @@ void OstLinkAppStreamTransport::readLoop() {
             }
             return;
         }
+        tapBytes(OstLinkAppTap::en_DIRECTION_FROM_PHONE, buffer.data(), static_cast<size_t>(count));
         if (!mEnvelopes.feed(buffer.data(), static_cast<size_t>(count), handler)) {
             endLink("readLoop", __LINE__,
                     "protocol error on " + getName() + ": " + mEnvelopes.getErrorText() +
