@@ -31,6 +31,7 @@
 #include "DiscImageFiles.h"
 #include "HbFramework/HbFileSysHost.h"
 #include "MeasuredRun.h"
+#include "PhoneProcess.h"
 #include "RawPhone.h"
 #include "TestDir.h"
 
@@ -45,38 +46,6 @@ const std::string kMox = MOX_CLI_PATH;
 const std::string kPhone = MOX_PHONE_PATH;
 const std::string kExample = MOX_EXAMPLE_PATH;
 const std::string kDisc1 = "0000960046E6008D3600D386";
-
-// mox-phone as a separate process, listening on `endpoint` ("unix:PATH" or
-// "tcp:127.0.0.1:0"); the endpoint it really listens on is read from its log.
-class PhoneProcess {
-public:
-    PhoneProcess(const std::string& endpoint, const std::vector<std::string>& extra)
-        : mProgram(kPhone, arguments(endpoint, extra)) {
-        const std::string marker = "mox-phone: listening on ";
-        const std::string line = mProgram.waitForLine(marker);
-        if (line.empty()) {
-            ADD_FAILURE() << "mox-phone ended before it listened: " << mProgram.err();
-            return;
-        }
-        mEndpoint = line.substr(marker.size());
-        while (!mEndpoint.empty() && (mEndpoint.back() == '\n' || mEndpoint.back() == ' ')) {
-            mEndpoint.pop_back();
-        }
-    }
-
-    const std::string& endpoint() const { return mEndpoint; }
-
-private:
-    static std::vector<std::string> arguments(const std::string& endpoint,
-                                              const std::vector<std::string>& extra) {
-        std::vector<std::string> all = {"--listen", endpoint};
-        all.insert(all.end(), extra.begin(), extra.end());
-        return all;
-    }
-
-    ChildProgram mProgram;
-    std::string mEndpoint;
-};
 
 class MoxLookupTest : public ::testing::Test {
 protected:
@@ -372,7 +341,7 @@ TEST_P(MoxLookupFaultTest, EndsInTheDocumentedStatesAndExitStatus) {
         }
         const std::string endpoint = transport == Transport::UNIX ? "unix:" + dir.file("phone.sock")
                                                                   : std::string("tcp:127.0.0.1:0");
-        phone.reset(new PhoneProcess(endpoint, phoneArgs));
+        phone.reset(new PhoneProcess(kPhone, endpoint, phoneArgs));
         ASSERT_FALSE(phone->endpoint().empty());
         args.push_back("--phone");
         args.push_back(phone->endpoint());
@@ -589,7 +558,7 @@ TEST_F(MoxLookupTest, FileSizeLimitBelowTheAnswer_ModuleReportsTheWriteAndLookup
 // directory: all three get their albums.
 TEST_F(MoxLookupTest, ExampleAndTwoLookupsAtOnce_EachGetsItsAlbums) {
     unsetenv("MOX_RESULT_DIR");
-    PhoneProcess phone("unix:" + dir.file("phone.sock"), {"--fault", "slow-chunks"});
+    PhoneProcess phone(kPhone, "unix:" + dir.file("phone.sock"), {"--fault", "slow-chunks"});
     ASSERT_FALSE(phone.endpoint().empty());
     ChildProgram example(kExample, {kDisc1}, {"OST_LINKAPP_ENDPOINT=" + phone.endpoint()});
     ChildProgram first(kMox, {"lookup", "--toc", kDisc1, "--fault", "slow-chunks"});
@@ -988,7 +957,7 @@ TEST_F(MoxLookupTest, ExampleProgram_NoPhoneToReach_EndsAtOnceWithLinkLost) {
 // --- The example program -----------------------------------------------------------------------
 
 TEST_F(MoxLookupTest, ExampleProgram_LooksADiscUpThroughTheSimulator) {
-    PhoneProcess phone("unix:" + dir.file("phone.sock"), {});
+    PhoneProcess phone(kPhone, "unix:" + dir.file("phone.sock"), {});
     ASSERT_FALSE(phone.endpoint().empty());
     setenv("OST_LINKAPP_ENDPOINT", phone.endpoint().c_str(), 1);
     const CliResult result = runCli(kExample, {kDisc1}, dir);
@@ -1002,7 +971,7 @@ TEST_F(MoxLookupTest, ExampleProgram_LooksADiscUpThroughTheSimulator) {
 }
 
 TEST_F(MoxLookupTest, ExampleProgram_UnknownDisc_ExitsOne) {
-    PhoneProcess phone("unix:" + dir.file("phone.sock"), {});
+    PhoneProcess phone(kPhone, "unix:" + dir.file("phone.sock"), {});
     setenv("OST_LINKAPP_ENDPOINT", phone.endpoint().c_str(), 1);
     const CliResult result = runCli(kExample, {"000096001234"}, dir);
     unsetenv("OST_LINKAPP_ENDPOINT");

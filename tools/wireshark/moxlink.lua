@@ -13,7 +13,9 @@
 --
 -- Everything the bytes get wrong (lengths, chunk gaps and repeats, indexes
 -- beyond the count, a database that does not hold together) is reported as
--- expert info; the dissector never raises a Lua error on any input.
+-- expert info of the "protocol" or "sequence" group; the dissector never
+-- raises a Lua error on any input, so a malformed-packet marker means a fault
+-- of the dissector itself.
 
 local moxlink = Proto("moxlink", "Mox phone link")
 
@@ -101,23 +103,23 @@ f.db_genre = ProtoField.string("moxlink.db.genre", "Genre record")
 
 local e = moxlink.experts
 e.length_zero = ProtoExpert.new("moxlink.expert.length_zero", "Envelope length 0",
-    expert.group.MALFORMED, expert.severity.ERROR)
+    expert.group.PROTOCOL, expert.severity.ERROR)
 e.length_over = ProtoExpert.new("moxlink.expert.length_over",
-    "Envelope length over the limit of 1048576", expert.group.MALFORMED, expert.severity.ERROR)
+    "Envelope length over the limit of 1048576", expert.group.PROTOCOL, expert.severity.ERROR)
 e.cut = ProtoExpert.new("moxlink.expert.cut", "Envelope cut off",
-    expert.group.MALFORMED, expert.severity.ERROR)
+    expert.group.PROTOCOL, expert.severity.ERROR)
 e.unknown_type = ProtoExpert.new("moxlink.expert.unknown_type", "Unknown envelope type",
-    expert.group.MALFORMED, expert.severity.ERROR)
+    expert.group.PROTOCOL, expert.severity.ERROR)
 e.payload_size = ProtoExpert.new("moxlink.expert.payload_size",
-    "Payload size wrong for the envelope type", expert.group.MALFORMED, expert.severity.ERROR)
+    "Payload size wrong for the envelope type", expert.group.PROTOCOL, expert.severity.ERROR)
 e.short_frame = ProtoExpert.new("moxlink.expert.short_frame",
-    "Frame shorter than its layout", expert.group.MALFORMED, expert.severity.ERROR)
+    "Frame shorter than its layout", expert.group.PROTOCOL, expert.severity.ERROR)
 e.long_frame = ProtoExpert.new("moxlink.expert.long_frame",
-    "Frame longer than its layout", expert.group.MALFORMED, expert.severity.WARN)
+    "Frame longer than its layout", expert.group.PROTOCOL, expert.severity.WARN)
 e.failure = ProtoExpert.new("moxlink.expert.failure", "The phone reports a failure status",
     expert.group.RESPONSE_CODE, expert.severity.WARN)
 e.chunk_length = ProtoExpert.new("moxlink.expert.chunk_length",
-    "Chunk payload length differs from the bytes carried", expert.group.MALFORMED,
+    "Chunk payload length differs from the bytes carried", expert.group.PROTOCOL,
     expert.severity.ERROR)
 e.chunk_gap = ProtoExpert.new("moxlink.expert.chunk_gap", "Chunk out of sequence (gap or repeat)",
     expert.group.SEQUENCE, expert.severity.ERROR)
@@ -129,9 +131,9 @@ e.db_size = ProtoExpert.new("moxlink.expert.db_size",
     "Reassembled database size differs from the notice", expert.group.PROTOCOL,
     expert.severity.WARN)
 e.db_bad = ProtoExpert.new("moxlink.expert.db_bad", "Response database does not hold together",
-    expert.group.MALFORMED, expert.severity.ERROR)
+    expert.group.PROTOCOL, expert.severity.ERROR)
 e.lookup_bad = ProtoExpert.new("moxlink.expert.lookup_bad", "Malformed lookup request",
-    expert.group.MALFORMED, expert.severity.ERROR)
+    expert.group.PROTOCOL, expert.severity.ERROR)
 e.truncated = ProtoExpert.new("moxlink.expert.truncated", "Capture record truncated",
     expert.group.UNDECODED, expert.severity.NOTE)
 e.internal = ProtoExpert.new("moxlink.expert.internal", "Dissector failure",

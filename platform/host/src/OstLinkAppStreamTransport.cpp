@@ -186,6 +186,9 @@ bool OstLinkAppStreamTransport::send(const uint8* frame, uint32 size) {
     }
     const bool wasEmpty = mQueue.empty();
     mQueue.insert(mQueue.end(), envelope.begin(), envelope.end());
+    // Recorded before it can go out, so that a listener never hears the
+    // phone's answer before the request.
+    tapBytes(OstLinkAppTap::en_DIRECTION_TO_PHONE, envelope.data(), envelope.size());
     if (wasEmpty) {
         mQueueMoved = Clock::now();
     }
@@ -219,9 +222,6 @@ bool OstLinkAppStreamTransport::flushQueueLocked(int& error) {
             error = errno;
             return false;
         }
-        // What the socket took has gone over the link.
-        tapBytes(OstLinkAppTap::en_DIRECTION_TO_PHONE, mQueue.data() + done,
-                 static_cast<size_t>(sent));
         done += static_cast<size_t>(sent);
     }
     if (done > 0) {
