@@ -105,6 +105,13 @@ if(TARGET mox_phone AND MOX_BUILD_TOOLS)
   install(FILES ${MOXPHONE_CATALOG_DIR}/sample.json ${MOXPHONE_CATALOG_DIR}/catalog.schema.json
     DESTINATION ${MOX_INSTALL_CATALOGDIR} COMPONENT tools)
 endif()
+# The Wireshark dissector of the link captures, in the folder where Debian's
+# Wireshark loads Lua plugins for every user (tshark -G folders: "Global Lua
+# Plugins", /usr/lib/<multiarch>/wireshark/plugins).
+if(MOX_BUILD_TOOLS)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/moxlink.lua
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins COMPONENT tools)
+endif()
 file(GLOB _mox_docs CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${_mox_docs} DESTINATION ${CMAKE_INSTALL_DOCDIR}
   COMPONENT tools)

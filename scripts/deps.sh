@@ -24,6 +24,10 @@ mox_require_packages() {
   if [ "$(id -u)" -eq 0 ]; then
     echo "Installing missing packages: $missing"
     export DEBIAN_FRONTEND=noninteractive
+    # tshark asks whether non-root users may capture; nobody is there to answer.
+    if command -v debconf-set-selections >/dev/null; then
+      echo "wireshark-common wireshark-common/install-setuid boolean false" | debconf-set-selections
+    fi
     apt-get update -qq
     # shellcheck disable=SC2086
     apt-get install -y -qq --no-install-recommends $missing
@@ -37,8 +41,11 @@ mox_require_packages() {
 # Packages for building and running the module, its tools and its tests on the host
 # (python3-jsonschema checks the phone simulator's catalogue against its schema;
 # help2man writes the tools' manual pages, man-db renders them in their test;
-# libcurl4-openssl-dev gives the phone simulator its online sources).
-MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema help2man man-db libcurl4-openssl-dev"
+# libcurl4-openssl-dev gives the phone simulator its online sources;
+# libpcap-dev writes and reads the link captures of mox lookup and mox-phone).
+MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema help2man man-db libcurl4-openssl-dev libpcap-dev"
+# Opening the link captures with the Wireshark dissector (tools/wireshark).
+MOX_WIRESHARK_PACKAGES="tshark"
 # Making the Debian packages: dpkg-shlibdeps (dpkg-dev) finds their
 # dependencies, in the binaries that file(1) recognises.
 MOX_PACKAGE_PACKAGES="dpkg-dev file"

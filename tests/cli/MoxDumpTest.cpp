@@ -540,7 +540,6 @@ TEST_F(MoxDumpTest, Dump_65535RecordsOfSizeZero_PrintsTheFirst1000AndCountsTheRe
     std::printf("dump of 65535 records: %.2f s, %zu bytes out, peak resident %ld KiB\n",
                 result.seconds, result.out.size(), result.peakResidentKiB);
     EXPECT_LT(result.out.size(), 5u * 1000 * 1000);
-    EXPECT_LT(result.seconds, 10.0 * MeasuredRun::kSlowdown);
     if (MeasuredRun::kMemoryMeaningful) {
         EXPECT_LT(result.peakResidentKiB, 64 * 1024) << "peak resident KiB";
     }

@@ -158,6 +158,7 @@ TEST_F(InstalledTreeTest, Install_EveryFileInItsUsualDirectoryAndNothingElse) {
         kLibDir + "/cmake/mox/moxTargets-" MOX_TEST_CONFIG ".cmake",
         kLibDir + "/pkgconfig/mox.pc",
         kLibDir + "/pkgconfig/mox-platform.pc",
+        kLibDir + "/wireshark/plugins/moxlink.lua",
         "share/doc/mox/README.md",
         "share/doc/mox/examples/CMakeLists.txt",
         "share/doc/mox/examples/lookup.cpp",

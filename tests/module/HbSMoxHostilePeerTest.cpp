@@ -261,7 +261,6 @@ TEST_F(HbSMoxHostilePeerTest, PhoneThatNeverReads_LinkEndsAfterTheStallTimeNothi
         "never-reading phone: link lost after %.2f s; VmRSS before %llu KiB, peak %llu KiB\n",
         seconds, static_cast<unsigned long long>(before.residentKiB),
         static_cast<unsigned long long>(peak));
-    EXPECT_LT(seconds, 30.0);
     const std::string lost = "link lost on " + phone.endpoint() + ": the phone read nothing for " +
                              std::to_string(kStallMs) + " ms, ";
     bool logged = false;

@@ -401,5 +401,4 @@ TEST_F(MoxPhoneCrowdTest, TwoHundredAtOnceBesideAnIdleModule_LookupsServedLimitH
     // A crowd that reads its answers costs the phone little: a few KiB a
     // connection, far from the 64 x 3 MiB its limits allow a hostile one.
     EXPECT_LT(peakKiB, aloneKiB + 16 * 1024);
-    EXPECT_LT(ms(crowdSettled - crowdSince), 2000);
 }

@@ -59,6 +59,7 @@
 #include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbSingletonFinalizer.h"
 #include "HbSMox.h"
+#include "HostCapture.h"
 #include "InterruptSignals.h"
 #include "LookupFailure.h"
 #include "LookupLog.h"
@@ -92,6 +93,7 @@ struct LookupOptions {
     unsigned int param2 = 0;
     bool json = false;
     double timeoutSeconds = 60.0;
+    std::string capture;  // --capture FILE: the link's envelopes as a pcap file
 };
 
 using Clock = LookupWatch::Clock;
@@ -322,6 +324,11 @@ int runLookup(const LookupOptions& options) {
                           "cannot store the answer: cannot make a private result directory");
         return finish(options, outcome, nullptr, nullptr, resultDir);
     }
+    HostCapture capture;
+    if (!capture.start(options.capture, &why)) {
+        std::cerr << PREFIX << why << "\n";
+        return EXIT_FAILED;
+    }
     const bool progress = !options.json && isatty(STDERR_FILENO) != 0;
     const InterruptSignals signals(progress);
     std::unique_ptr<ResultDirLock> lock;
@@ -378,5 +385,7 @@ Command addLookupCommand(CLI::App& app) {
         ->capture_default_str();
     lookup->add_flag("--verbose", options->verbose,
                      "the module's debug messages and the built-in phone's frames on stderr");
+    lookup->add_option("--capture", options->capture,
+                       "record the link's envelopes into a pcap file (Wireshark: moxlink.lua)");
     return Command{lookup, [options]() { return runLookup(*options); }};
 }

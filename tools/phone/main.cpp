@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "moxcapture/LinkCapture.h"
 #include "moxphone/Catalogue.h"
 #include "moxphone/Endpoint.h"
 #include "moxphone/Faults.h"
@@ -60,6 +61,7 @@ int main(int argc, char** argv) {
     bool quiet = false;
     bool allowRemote = false;
     bool listFaults = false;
+    std::string capturePath;
     app.add_option("--listen", listen,
                    "Endpoint: unix:PATH or tcp:127.0.0.1:PORT; up to 64 modules are served at "
                    "once, each dropped after 30 s without traffic");
@@ -80,6 +82,9 @@ int main(int argc, char** argv) {
     app.add_flag("--allow-other-users", allowOtherUsers,
                  "On a unix: endpoint, serve the processes of every user");
     app.add_flag("--list-faults", listFaults, "List the faults and what each leads to, then exit");
+    app.add_option("--capture", capturePath,
+                   "Record every connection's envelopes into a pcap file (Wireshark: moxlink.lua)")
+        ->type_name("FILE");
     app.set_version_flag("--version", std::string("mox-phone ") + MOX_VERSION);
     try {
         app.parse(argc, argv);
@@ -148,7 +153,16 @@ int main(int argc, char** argv) {
     // The idle time follows the phone's delays under HB_TIMER_SCALE.
     moxphone::PhoneServer::Limits limits;
     limits.connection = moxphone::PhoneConnection::Limits::scaledBy(options.timeScale);
+    // Declared before the server, which hands it bytes until it is gone.
+    moxcapture::LinkCapture capture;
+    if (!capturePath.empty() && !capture.open(capturePath, &error)) {
+        std::cerr << "mox-phone: " << error << "\n";
+        return kFailed;
+    }
     moxphone::PhoneServer server(options, log, limits);
+    if (!capturePath.empty()) {
+        server.setTap(&capture);
+    }
     for (const uid_t uid : uids) {
         server.allowUid(uid);
     }

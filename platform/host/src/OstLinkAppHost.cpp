@@ -24,6 +24,7 @@ struct HostSettings {
     uint32 greetingMs = 0;           // 0: GREETING_MS
     uint32 sendStallMs = 0;          // 0: SEND_STALL_MS
     OstLinkAppPeer* peer = nullptr;  // not owned
+    OstLinkAppTap* tap = nullptr;    // not owned
 };
 
 // Created on first use and never destroyed, so that links closed at process
@@ -121,4 +122,14 @@ void OstLinkAppHost::setLoopbackPeer(OstLinkAppPeer* peer) {
 OstLinkAppPeer* OstLinkAppHost::getLoopbackPeer() {
     std::lock_guard<std::mutex> lock(settings().mutex);
     return settings().peer;
+}
+
+void OstLinkAppHost::setTap(OstLinkAppTap* tap) {
+    std::lock_guard<std::mutex> lock(settings().mutex);
+    settings().tap = tap;
+}
+
+OstLinkAppTap* OstLinkAppHost::getTap() {
+    std::lock_guard<std::mutex> lock(settings().mutex);
+    return settings().tap;
 }

@@ -67,6 +67,7 @@ bool OstLinkAppLoopbackTransport::send(const uint8* frame, uint32 size) {
                               "frame of %u bytes over the envelope limit, dropped\n", size);
         return false;
     }
+    tapCommand(frame, size);
     mPeer->onCommand(frame, size);
     return true;
 }
@@ -147,6 +148,7 @@ bool OstLinkAppLoopbackTransport::feedLocked(const uint8* data, size_t size) {
     if (!mOpen.load()) {
         return false;
     }
+    tapBytes(OstLinkAppTap::en_DIRECTION_FROM_PHONE, data, size);
     const bool ok =
         mReader.feed(data, size, [this](uint8 type, const uint8* payload, uint32 payloadSize) {
             deliver(type, payload, payloadSize);
@@ -183,4 +185,5 @@ void OstLinkAppLoopbackTransport::notifyPeerClosed() {
     }
     mPeerOpen = false;
     mPeer->onClose();
+    tapEnd();
 }

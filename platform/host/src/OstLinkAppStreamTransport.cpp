@@ -186,6 +186,9 @@ bool OstLinkAppStreamTransport::send(const uint8* frame, uint32 size) {
     }
     const bool wasEmpty = mQueue.empty();
     mQueue.insert(mQueue.end(), envelope.begin(), envelope.end());
+    // Recorded before it can go out, so that a listener never hears the
+    // phone's answer before the request.
+    tapBytes(OstLinkAppTap::en_DIRECTION_TO_PHONE, envelope.data(), envelope.size());
     if (wasEmpty) {
         mQueueMoved = Clock::now();
     }
@@ -241,10 +244,10 @@ bool OstLinkAppStreamTransport::checkPeer(int socket, std::string& error) const 
 
 void OstLinkAppStreamTransport::readerMain() {
     pthread_setname_np(pthread_self(), READER_THREAD_NAME);
-    if (!connectPeer()) {
-        return;
+    if (connectPeer()) {
+        readLoop();
     }
-    readLoop();
+    tapEnd();
 }
 
 bool OstLinkAppStreamTransport::connectPeer() {
@@ -343,6 +346,7 @@ void OstLinkAppStreamTransport::readLoop() {
             }
             return;
         }
+        tapBytes(OstLinkAppTap::en_DIRECTION_FROM_PHONE, buffer.data(), static_cast<size_t>(count));
         if (!mEnvelopes.feed(buffer.data(), static_cast<size_t>(count), handler)) {
             endLink("readLoop", __LINE__,
                     "protocol error on " + getName() + ": " + mEnvelopes.getErrorText() +

@@ -19,6 +19,7 @@
 #include <string>
 
 #include "HbFramework/HbTypes.h"
+#include "OstLinkApp/OstLinkAppTap.h"
 
 class OstLinkAppTransport {
 public:
@@ -63,10 +64,17 @@ protected:
     void postLinkLost() const;
     // Whether a message ends the link: the phone's own "no device" status.
     static bool isNoDevice(uint8 type, const uint8* payload, uint32 size);
+    // Hands bytes of the stream to the link's listener (OstLinkAppHost::setTap),
+    // if one is installed; the envelope of a command frame with tapCommand.
+    void tapBytes(OstLinkAppTap::EN_DIRECTION direction, const uint8* data, size_t size) const;
+    void tapCommand(const uint8* frame, uint32 size) const;
+    // Tells the listener that this link has ended.
+    void tapEnd() const;
 
 private:
     const std::string mName;
     const PostFunc mPost;
+    const uint32 mLinkNumber;  // this link's number for the listener
 };
 
 #endif  // OSTLINKAPP_OSTLINKAPPTRANSPORT_H

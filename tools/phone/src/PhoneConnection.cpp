@@ -44,6 +44,8 @@ PhoneConnection::PhoneConnection(int fd, const PhoneOptions& options, const Limi
       mLimits(limits),
       mLog(log),
       mNow(now),
+      mTap(nullptr),
+      mLink(0),
       mState(State::kOpen),
       mHangUp(false),
       mQueuedBytes(0),
@@ -62,6 +64,11 @@ PhoneConnection::~PhoneConnection() {
     if (mFd >= 0) {
         ::close(mFd);
     }
+}
+
+void PhoneConnection::setTap(OstLinkAppTap* tap, uint32_t link) {
+    mTap = tap;
+    mLink = link;
 }
 
 void PhoneConnection::open() {
@@ -183,6 +190,10 @@ void PhoneConnection::readOnce() {
     uint8_t buffer[kReadSize];
     const ssize_t got = ::recv(mFd, buffer, sizeof(buffer), 0);
     if (got > 0) {
+        if (mTap != nullptr) {
+            mTap->onLinkBytes(mLink, OstLinkAppTap::en_DIRECTION_TO_PHONE, buffer,
+                              static_cast<size_t>(got));
+        }
         mLastActivity = mNow();
         mSession.receiveBytes(buffer, static_cast<size_t>(got));
         return;
@@ -222,6 +233,10 @@ bool PhoneConnection::flush() {
             mQueuedBytes -= left;
             while (left > 0) {
                 const size_t rest = mQueue.front().size() - mFrontSent;
+                if (mTap != nullptr) {
+                    mTap->onLinkBytes(mLink, OstLinkAppTap::en_DIRECTION_FROM_PHONE,
+                                      mQueue.front().data() + mFrontSent, std::min(left, rest));
+                }
                 if (left < rest) {
                     mFrontSent += left;
                     break;
@@ -268,6 +283,9 @@ void PhoneConnection::finish() {
     ::close(mFd);
     mFd = -1;
     mState = State::kFinished;
+    if (mTap != nullptr) {
+        mTap->onLinkEnd(mLink);
+    }
     mQueue.clear();
     mQueuedBytes = 0;
     mScheduler.cancelAll();

@@ -346,6 +346,7 @@ void PhoneServer::admit(int fd) {
     ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     mOpen.push_back(std::make_unique<PhoneConnection>(fd, mOptions, mLimits.connection, mLog));
     mLog.line("the module connected (connection " + std::to_string(++mConnections) + ")");
+    mOpen.back()->setTap(mTap, static_cast<uint32_t>(mConnections.load()));
     mOpen.back()->open();
 }
 

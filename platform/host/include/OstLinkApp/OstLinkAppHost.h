@@ -36,6 +36,7 @@
 #include <string>
 
 #include "HbFramework/HbTypes.h"
+#include "OstLinkApp/OstLinkAppTap.h"
 
 // The module's end of a loopback link, as the peer sees it. Valid from
 // OstLinkAppPeer::onOpen() until onClose() returns (in practice until the
@@ -116,6 +117,10 @@ public:
     // loopback link then cannot be opened).
     static void setLoopbackPeer(OstLinkAppPeer* peer);
     static OstLinkAppPeer* getLoopbackPeer();
+    // Not owned; hears every link opened later, on every endpoint, until it
+    // is removed (null). It must outlive every link that uses it.
+    static void setTap(OstLinkAppTap* tap);
+    static OstLinkAppTap* getTap();
 };
 
 #endif  // OSTLINKAPP_OSTLINKAPPHOST_H

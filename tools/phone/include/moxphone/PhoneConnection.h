@@ -34,6 +34,7 @@
 #include <deque>
 #include <string>
 
+#include "OstLinkApp/OstLinkAppTap.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
 #include "moxphone/PhoneSession.h"
@@ -98,6 +99,10 @@ public:
     bool finished() const { return mState == State::kFinished; }
     // Bytes that wait for the socket.
     size_t queuedBytes() const { return mQueuedBytes; }
+    // Hands every byte received and sent to `tap` (not owned; it must
+    // outlive the connection) as link number `link`, and tells it when the
+    // connection ends. Null stops that.
+    void setTap(OstLinkAppTap* tap, uint32_t link);
 
 private:
     enum class State {
@@ -124,6 +129,8 @@ private:
     const Limits mLimits;
     PhoneLog& mLog;
     PollScheduler::Now mNow;
+    OstLinkAppTap* mTap;  // hears the connection's bytes, or null
+    uint32_t mLink;       // the connection's number for mTap
     State mState;
     bool mHangUp;  // the phone hung up: shut the socket down once the queue is out
     std::deque<Bytes> mQueue;
