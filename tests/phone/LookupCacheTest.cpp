@@ -252,12 +252,16 @@ TEST_F(LookupCacheTest, ManyMediaWithAMediumBeyondSixteenBits_IsACorruptFile) {
     ASSERT_TRUE(mCache.store(kServer, kDisc, kToc, twoAlbums(), &mNote)) << mNote;
     const std::string path = mCache.pathOf(kServer, kDisc);
     Json broken = Json::parse(readText(path));
-    broken["albums"][1]["media"] = Json::array();
-    for (int i = 0; i < 65537; ++i) {
-        broken["albums"][1]["media"].push_back({{"tracks", Json::array()}});
-    }
+    broken["albums"][1]["media"] = "MEDIA";
     broken["albums"][1]["medium"] = 65537;  // 1 when cut to 16 bits
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << broken.dump();
+    std::string media = "[";
+    for (int i = 0; i < 65537; ++i) {
+        media += "{\"tracks\":[]},";
+    }
+    media.back() = ']';
+    std::string text = broken.dump();
+    text.replace(text.find("\"MEDIA\""), 7, media);
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
     EXPECT_FALSE(mCache.load(kServer, kDisc, kToc, &mLoaded, &mNote));
     EXPECT_EQ(mNote, "the cache file " + path + " is not a cached answer of this disc; ignored");
 }
