@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "ChildProgram.h"
+#include "FixtureServer.h"
 #include "JsonSchemaCheck.h"
 #include "TestDir.h"
 #include "moxphone/PhoneSourceOptions.h"
@@ -24,7 +25,6 @@ namespace {
 using Json = nlohmann::json;
 
 const std::string kMox = MOX_CLI_PATH;
-const std::string kFixtures = MOX_ONLINE_FIXTURE_DIR;
 const std::string kDisc1 = "0000960046E6008D3600D386";  // 3 tracks, LyYHtwByCwAcdhuXmLHF.KGB224-
 const std::string kDisc4Tracks = "0000960061A800C350011170015F90";  // 7m9pTofhIv7OOpXAn3rmMza25VU-
 const std::string kMbDisc1 =
@@ -34,46 +34,6 @@ const std::string kCddbQueryDisc1 = "/cddb.cgi?cmd=cddb+query+1802d003+3+150+181
 // The phone's pauses on a loopback server, and the module's timers, at a
 // third of their length.
 const std::string kScale = "HB_TIMER_SCALE=0.3";
-
-// The fixture server of one test, with its routes (see fixture_server.py).
-class FixtureServer {
-public:
-    FixtureServer(const TestDir& dir, const std::string& routes)
-        : mProgram(MOX_PYTHON,
-                   {kFixtures + "/fixture_server.py", routesFile(dir, routes), kFixtures}) {
-        const std::string marker = "listening on ";
-        const std::string line = mProgram.waitForLine(marker);
-        EXPECT_FALSE(line.empty()) << mProgram.err();
-        mUrl = "http://" + line.substr(marker.size());
-    }
-
-    const std::string& url() const { return mUrl; }
-
-    // Ends the server; the path and query of every request it got.
-    std::vector<std::string> requests() {
-        mProgram.signal(SIGTERM);
-        mProgram.wait();
-        std::vector<std::string> paths;
-        const std::string prefix = "request: ";
-        size_t at = 0;
-        while ((at = mProgram.err().find(prefix, at)) != std::string::npos) {
-            const size_t end = mProgram.err().find('\n', at);
-            paths.push_back(mProgram.err().substr(at + prefix.size(), end - at - prefix.size()));
-            at = end;
-        }
-        return paths;
-    }
-
-private:
-    static std::string routesFile(const TestDir& dir, const std::string& routes) {
-        const std::string path = dir.file("routes.json");
-        std::ofstream(path) << routes;
-        return path;
-    }
-
-    ChildProgram mProgram;
-    std::string mUrl;
-};
 
 struct Lookup {
     int status = -1;
@@ -136,7 +96,7 @@ protected:
 };
 
 std::string route(const std::string& path, const std::string& answers) {
-    return "{\"path\": " + Json(path).dump() + ", \"answers\": [" + answers + "]}";
+    return FixtureServer::route(path, answers);
 }
 
 Json track(const std::string& title, const std::string& performer, const std::string& genre,

@@ -674,3 +674,48 @@ TEST(TocTextTest, MakeTocText_OffsetAboveSixDigits_IsWrittenInFull) {
     EXPECT_EQ("1000000", moxdb::makeTocText({}, 0xFFFF6A));
     EXPECT_EQ("100000095", moxdb::makeTocText({}, 0xFFFFFFFF));
 }
+
+TEST(TocTextTest, ParseTocText_ThreeTracks_GivesTheFrameOffsetsLeadOutLast) {
+    std::vector<uint32_t> offsets;
+    ASSERT_TRUE(moxdb::parseTocText("0000960046E6008D3600D386", &offsets));
+    EXPECT_EQ(offsets, (std::vector<uint32_t>{150, 18150, 36150, 54150}));
+}
+
+TEST(TocTextTest, ParseTocText_ReadsBackWhatMakeTocTextWrites) {
+    for (uint32_t tracks : {1u, 2u, 99u}) {
+        std::vector<uint32_t> offsets;
+        ASSERT_TRUE(moxdb::parseTocText(moxdb::makeTocTextOfTracks(tracks), &offsets)) << tracks;
+        ASSERT_EQ(offsets.size(), tracks + 1u);
+        EXPECT_EQ(offsets.front(), 150u);
+        EXPECT_EQ(offsets.back(), tracks * 15000u + 9000u + 150u);
+    }
+}
+
+TEST(TocTextTest, ParseTocText_HighestSixDigitOffset_IsRead) {
+    std::vector<uint32_t> offsets;
+    ASSERT_TRUE(moxdb::parseTocText("000096FFFFFF", &offsets));
+    EXPECT_EQ(offsets, (std::vector<uint32_t>{150, 0xFFFFFF}));
+}
+
+TEST(TocTextTest, ParseTocText_TextOfAnotherForm_IsRefusedAndLeavesTheOffsets) {
+    const std::string hundredTracks = moxdb::makeTocTextOfTracks(100);
+    for (const std::string& text : {
+             std::string(""),              // no entry
+             std::string("000096"),        // a lead-out without a track
+             std::string("0000960046E"),   // not a multiple of six
+             std::string("0000960046e6"),  // lower-case digit
+             std::string("000096 046E6"),  // not a digit
+             std::string("+00096046E60"),  // a sign
+             std::string("0000950046E6"),  // an offset below 150
+             std::string("0046E6000096"),  // offsets that decrease
+             std::string("0046E60046E6"),  // offsets that repeat
+             hundredTracks,                // more than 99 tracks
+             std::string("000096\0"
+                         "46E6",
+                         12),  // a NUL
+         }) {
+        std::vector<uint32_t> offsets = {7};
+        EXPECT_FALSE(moxdb::parseTocText(text, &offsets)) << text;
+        EXPECT_EQ(offsets, (std::vector<uint32_t>{7})) << text;
+    }
+}

@@ -12,6 +12,7 @@ again and again. An ANSWER is an object with
     "body"     the body as text (UTF-8)
     "latin1"   the body as text, sent in ISO 8859-1
     "size"     the body is this many bytes of "x"
+    "echo_header"  the body is the value of this header of the request
     "delay_ms" wait this long before answering
 A request that no route takes gets 404. The server listens on 127.0.0.1, a
 free port, and writes "listening on 127.0.0.1:PORT" on stderr once it does,
@@ -45,7 +46,9 @@ class Routes:
                     return answer
         return {"status": 404, "body": "no route\n"}
 
-    def body(self, answer):
+    def body(self, answer, headers):
+        if "echo_header" in answer:
+            return headers.get(answer["echo_header"], "").encode("utf-8")
         if "file" in answer:
             with open(os.path.join(self.fixtures, answer["file"]), "rb") as handle:
                 return handle.read()
@@ -66,7 +69,7 @@ def make_handler(routes):
             answer = routes.answer(self.path)
             if answer.get("delay_ms"):
                 time.sleep(answer["delay_ms"] / 1000.0)
-            body = routes.body(answer)
+            body = routes.body(answer, self.headers)
             try:
                 self.send_response(answer.get("status", 200))
                 self.send_header("Content-Length", str(len(body)))

@@ -9,8 +9,20 @@ namespace {
 
 constexpr size_t kMaxWord = 32;
 
+constexpr size_t kCodeDigits = 3;
+
+// The status code of a status line: its three digits, when a space or the
+// line's end follows them; "" for a line of another form.
 std::string codeOf(const std::string& line) {
-    return line.size() >= 3 ? line.substr(0, 3) : line;
+    if (line.size() < kCodeDigits || (line.size() > kCodeDigits && line[kCodeDigits] != ' ')) {
+        return std::string();
+    }
+    for (size_t i = 0; i < kCodeDigits; ++i) {
+        if (line[i] < '0' || line[i] > '9') {
+            return std::string();
+        }
+    }
+    return line.substr(0, kCodeDigits);
 }
 
 // "categ discid ..." -> the first two words, both fit for a request.

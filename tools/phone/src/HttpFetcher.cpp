@@ -62,6 +62,15 @@ void configure(CURL* easy, const std::string& url, const std::string& userAgent,
     curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
 }
 
+// A request not made or not tried again: cancelled, or `late` when the
+// deadline comes first.
+HttpFetcher::Response ended(const LookupControl& control, const std::string& late) {
+    HttpFetcher::Response response;
+    response.outcome = HttpFetcher::Response::Outcome::kTimedOut;
+    response.error = control.cancelled() ? "cancelled" : late;
+    return response;
+}
+
 std::string tooLargeText() {
     return "the answer is larger than " + std::to_string(HttpFetcher::kMaxBodyBytes / 1024 / 1024) +
            " MiB";
@@ -85,10 +94,7 @@ HttpFetcher::Response HttpFetcher::get(const std::string& url, LookupControl& co
     Response response;
     for (int attempt = 1; attempt <= kMaxAttempts; ++attempt) {
         if (!mPacer.waitTurn(url, control)) {
-            response = Response();
-            response.outcome = Response::Outcome::kTimedOut;
-            response.error = "no time left for a request";
-            return response;
+            return ended(control, "no time left for a request");
         }
         response = getOnce(url, control);
         if (response.outcome != Response::Outcome::kAnswered) {
@@ -104,10 +110,7 @@ HttpFetcher::Response HttpFetcher::get(const std::string& url, LookupControl& co
         const uint32_t pause = mPacer.pauseMs(url, retryMs);
         notes->push_back(got + "; again in " + std::to_string(pause) + " ms");
         if (!control.waitUntil(LookupControl::Clock::now() + std::chrono::milliseconds(pause))) {
-            response = Response();
-            response.outcome = Response::Outcome::kTimedOut;
-            response.error = "no time left to try again";
-            return response;
+            return ended(control, "no time left to try again");
         }
         retryMs *= 2;
     }

@@ -143,13 +143,20 @@ bool albumOf(const Json& json, FoundAlbum* found) {
     }
     const uint64_t medium = json["medium"].get<uint64_t>();
     const int64_t confidence = json["confidence"].get<int64_t>();
-    if (medium < 1 || medium > album.media.size() || confidence < INT32_MIN ||
-        confidence > INT32_MAX) {
+    if (medium < 1 || medium > album.media.size() || medium > UINT16_MAX ||
+        confidence < INT32_MIN || confidence > INT32_MAX) {
         return false;
     }
     found->medium = static_cast<uint16_t>(medium);
     found->confidence = static_cast<int32_t>(confidence);
     return true;
+}
+
+// Seconds since 1970 that a signed 64-bit difference with now cannot overflow.
+bool isTime(const Json& value) {
+    return value.is_number_integer() &&
+           (value.is_number_unsigned() ? value.get<uint64_t>() <= static_cast<uint64_t>(INT64_MAX)
+                                       : value.get<int64_t>() >= 0);
 }
 
 bool readWhole(const std::string& path, std::string* text) {
@@ -204,8 +211,8 @@ bool LookupCache::load(const std::string& server, const std::string& discId, con
     bool valid = root.is_object() && root.contains("format") && root["format"] == kFormat &&
                  textOf(root, "server", &savedServer) && savedServer == server &&
                  textOf(root, "toc", &savedToc) && savedToc == toc && root.contains("saved") &&
-                 root["saved"].is_number_integer() && root.contains("albums") &&
-                 root["albums"].is_array() && !root["albums"].empty();
+                 isTime(root["saved"]) && root.contains("albums") && root["albums"].is_array() &&
+                 !root["albums"].empty();
     for (size_t i = 0; valid && i < root["albums"].size(); ++i) {
         FoundAlbum album;
         valid = albumOf(root["albums"][i], &album);
@@ -216,7 +223,11 @@ bool LookupCache::load(const std::string& server, const std::string& discId, con
         return false;
     }
     const int64_t age = nowSeconds() - root["saved"].get<int64_t>();
-    if (age < 0 || age > static_cast<int64_t>(mDays) * kSecondsPerDay) {
+    if (age < 0) {
+        *note = "the cache file " + path + " was saved later than now; ignored";
+        return false;
+    }
+    if (age > static_cast<int64_t>(mDays) * kSecondsPerDay) {
         *note =
             "the cache file " + path + " is older than " + std::to_string(mDays) + " days; ignored";
         return false;

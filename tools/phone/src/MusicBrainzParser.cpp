@@ -298,9 +298,13 @@ bool MusicBrainzParser::parse(const std::string& json, const DiscQuery& disc,
         *why = "the answer is not a JSON object";
         return false;
     }
-    const Json* releases = arrayMember(root, "releases");
+    const Json* releases = member(root, "releases");
     if (releases == nullptr) {
         return true;  // no release (an error document or a CD stub)
+    }
+    if (!releases->is_array()) {
+        *why = "the answer's \"releases\" is not a list";
+        return false;
     }
     for (const Json& release : *releases) {
         if (albums->size() == kMaxReleases) {

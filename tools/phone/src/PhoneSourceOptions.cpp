@@ -83,6 +83,10 @@ bool PhoneSourceOptions::makeSource(const std::string& tool, const std::string& 
         *why = option + " takes an http:// or https:// URL, not '" + server + "'";
         return false;
     }
+    if (offline && cacheDays == 0) {
+        *why = "--offline answers from the cache alone, which --cache-days 0 turns off";
+        return false;
+    }
 #ifdef MOXPHONE_ONLINE
     OnlineSource::Settings settings;
     settings.server = server;

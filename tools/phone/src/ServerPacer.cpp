@@ -50,22 +50,26 @@ uint32_t ServerPacer::pauseMs(const std::string& url, uint32_t ms) const {
     return static_cast<uint32_t>(std::max(0.0, std::min(scaled, static_cast<double>(ms))));
 }
 
-bool ServerPacer::waitTurn(const std::string& url, LookupControl& control) {
+bool ServerPacer::takeTurn(const std::string& url, Clock::time_point deadline,
+                           Clock::time_point* turn) {
     bool loopback = false;
     const std::string server = serverOf(url, &loopback);
     const auto pause = std::chrono::milliseconds(pauseMs(url, kPauseMs));
-    LookupControl::Clock::time_point turn;
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        const auto now = LookupControl::Clock::now();
-        const auto found = mNextTurn.find(server);
-        turn = found == mNextTurn.end() ? now : std::max(now, found->second);
-        if (turn > control.deadline()) {
-            return false;
-        }
-        mNextTurn[server] = turn + pause;
+    std::lock_guard<std::mutex> lock(mMutex);
+    const Clock::time_point now = mNow();
+    const auto found = mNextTurn.find(server);
+    const Clock::time_point next = found == mNextTurn.end() ? now : std::max(now, found->second);
+    if (next > deadline) {
+        return false;
     }
-    return control.waitUntil(turn);
+    mNextTurn[server] = next + pause;
+    *turn = next;
+    return true;
+}
+
+bool ServerPacer::waitTurn(const std::string& url, LookupControl& control) {
+    Clock::time_point turn;
+    return takeTurn(url, control.deadline(), &turn) && control.waitUntil(turn);
 }
 
 }  // namespace moxphone

@@ -42,7 +42,7 @@ public:
     static constexpr size_t kMaxDepth = 64;
 
     // The albums of `json` for `disc`. False, with a one-line reason, when
-    // the text is not a JSON object.
+    // the text is not a JSON object or its "releases" is not a list.
     static bool parse(const std::string& json, const DiscQuery& disc,
                       std::vector<FoundAlbum>* albums, std::string* why);
 };

@@ -9,6 +9,7 @@
 #define MOXPHONE_SERVERPACER_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -21,11 +22,20 @@ class ServerPacer {
 public:
     static constexpr uint32_t kPauseMs = 1000;
 
-    explicit ServerPacer(double timeScale) : mTimeScale(timeScale) {}
+    using Clock = LookupControl::Clock;
+    // The time now; the tests give a clock of their own.
+    using Now = std::function<Clock::time_point()>;
+
+    explicit ServerPacer(double timeScale, Now now = &Clock::now)
+        : mTimeScale(timeScale), mNow(std::move(now)) {}
 
     // Waits for the turn of the server of `url` and takes it. False when the
     // turn would come after the control's deadline, or on cancel.
     bool waitTurn(const std::string& url, LookupControl& control);
+    // Takes the next turn of the server of `url` without waiting: `turn` is
+    // the time its request may be made, now at the earliest. False, and no
+    // turn taken, when that time lies past `deadline`.
+    bool takeTurn(const std::string& url, Clock::time_point deadline, Clock::time_point* turn);
     // `ms` for the server of `url`: scaled for a loopback server.
     uint32_t pauseMs(const std::string& url, uint32_t ms) const;
     // "scheme://host:port" of `url`, "" when it is not a URL; `loopback`
@@ -34,8 +44,9 @@ public:
 
 private:
     const double mTimeScale;
+    const Now mNow;
     std::mutex mMutex;  // guards mNextTurn
-    std::map<std::string, LookupControl::Clock::time_point> mNextTurn;
+    std::map<std::string, Clock::time_point> mNextTurn;
 };
 
 }  // namespace moxphone
