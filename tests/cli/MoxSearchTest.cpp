@@ -536,11 +536,9 @@ TEST_F(MoxSearchTest, TocFollowedByAnOption_IsBadUsageNotATocText) {
     const RunResult result = run({"search", file, "--toc", "--json"});
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err.rfind("--toc: --json is not a TOC text (it starts with '-'); give the "
-                               "text right after --toc\n",
-                               0),
-              0u)
-        << result.err;
+    EXPECT_EQ(result.err,
+              "mox search: --toc: --json is not a TOC text (it starts with '-'); give the text "
+              "right after --toc\nRun with --help for more information.\n");
     EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
               (std::vector<unsigned char>{'o', 'l', 'd'}));
 }

@@ -226,7 +226,8 @@ Command addDumpCommand(CLI::App& app) {
     auto options = std::make_shared<DumpOptions>();
     CLI::App* dump = app.add_subcommand(
         "dump",
-        "Render a response database: header, section table, then every record of QuillToc, "
+        "Render a response database, one line per structure. The header, the section table, "
+        "then every record of QuillToc, "
         "QuillAlbum, QuillTrack, QuillArtist and QuillGenre, one line each (at most 1000 "
         "records per section, then a line saying how many were left out). Exit status 1 "
         "when the file ends inside a structure (what was read is printed, the reason goes "

@@ -45,6 +45,7 @@
 
 #include "AlbumOutput.h"
 #include "BuiltinPhone.h"
+#include "CommandLine.h"
 #include "Commands.h"
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
@@ -325,20 +326,23 @@ Command addLookupCommand(CLI::App& app) {
                        "catalogue of the built-in phone (default: the bundled sample)");
     lookup->add_option("--fault", options->faults, "fault of the built-in phone (repeatable)");
     lookup->add_option("--kind", options->kind, "lookup kind (0-255)")
-        ->check(CLI::Range(0, 255))
+        ->check(CommandLine::wholeNumber(0, 255))
         ->capture_default_str();
     lookup->add_option("--param1", options->param1, "first lookup parameter (0-65535)")
-        ->check(CLI::Range(0, 65535))
+        ->check(CommandLine::wholeNumber(0, 65535))
         ->capture_default_str();
     lookup->add_option("--param2", options->param2, "second lookup parameter (0-65535)")
-        ->check(CLI::Range(0, 65535))
+        ->check(CommandLine::wholeNumber(0, 65535))
         ->capture_default_str();
     lookup->add_flag("--json", options->json,
                      "print one JSON object: ok, state, states, albums, log, result_dir");
-    lookup->add_option("--timeout", options->timeoutSeconds, "bound on the whole wait, seconds")
-        ->check(CLI::PositiveNumber)
+    lookup
+        ->add_option("--timeout", options->timeoutSeconds,
+                     "bound on the whole wait, seconds (default 60)")
+        ->check(CommandLine::positiveNumber())
         ->capture_default_str();
     lookup->add_flag("--verbose", options->verbose,
                      "the module's debug messages and the built-in phone's frames on stderr");
+    lookup->footer(BuiltinPhone::faultsHelp());
     return Command{lookup, [options]() { return runLookup(*options); }};
 }
