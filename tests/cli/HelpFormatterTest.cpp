@@ -67,11 +67,11 @@ TEST_F(HelpFormatterTest, LookupHelp_NamesTheValueOfEachOption) {
 
 TEST_F(HelpFormatterTest, LookupHelp_ListsTheFaultsAndWhereTheirOutcomesAreTold) {
     const std::string out = help({"lookup"});
-    EXPECT_NE(
-        out.find("\nFaults of the built-in phone (--fault NAME or NAME=VALUE, repeatable; the "
-                 "result states that each leads to: mox-phone --list-faults):\n"
-                 "  silent-after-connect      the connect request is never answered\n"),
-        std::string::npos)
+    EXPECT_NE(out.find("\nThe faults of the built-in phone, for --fault NAME or NAME=VALUE "
+                       "(repeatable); mox-phone --list-faults tells the result states that each "
+                       "leads to.\n"
+                       "  silent-after-connect      the connect request is never answered\n"),
+              std::string::npos)
         << out;
     EXPECT_NE(out.find("\n  status-ack=N              the lookup answer 0x8010 carries the status "
                        "N; nothing follows\n"),

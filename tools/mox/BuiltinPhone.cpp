@@ -49,8 +49,8 @@ std::unique_ptr<BuiltinPhone> BuiltinPhone::create(const std::string& catalogPat
 
 std::string BuiltinPhone::faultsHelp() {
     std::string out =
-        "Faults of the built-in phone (--fault NAME or NAME=VALUE, repeatable; the result "
-        "states that each leads to: mox-phone --list-faults):\n";
+        "The faults of the built-in phone, for --fault NAME or NAME=VALUE (repeatable); "
+        "mox-phone --list-faults tells the result states that each leads to.\n";
     for (const moxphone::FaultInfo& fault : moxphone::Faults::known()) {
         std::string name = fault.name;
         if (fault.value == moxphone::FaultValue::kRequired) {
