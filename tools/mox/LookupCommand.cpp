@@ -317,7 +317,12 @@ Command addLookupCommand(CLI::App& app) {
     CLI::App* lookup =
         app.add_subcommand("lookup", "Look a disc up through the module and a phone");
     CLI::Option_group* disc = options->source.addTo(*lookup);
-    disc->add_option("--toc", options->toc, "the disc's TOC text, sent as it is");
+    disc->add_option("--toc", options->toc,
+                     "the disc's TOC text (six upper-case hexadecimal digits per track, then "
+                     "for the lead-out), checked, then sent as it is")
+        ->check(TocSourceOptions::tocTextCheck());
+    disc->add_option("--raw-toc", options->toc, "any text, sent unchanged as the TOC text")
+        ->type_name("TEXT");
     lookup
         ->add_option("--phone", options->phone,
                      "builtin (the simulator in this process), unix:PATH or tcp:HOST:PORT")

@@ -105,7 +105,7 @@ Command addTocCommand(CLI::App& app) {
     std::shared_ptr<TocOptions> options = std::make_shared<TocOptions>();
     CLI::App* toc = app.add_subcommand(
         "toc", "TOC text and disc IDs from offsets, a CUE sheet, an image or a CD drive");
-    options->source.addTo(*toc);
+    options->source.addTocText(*options->source.addTo(*toc));
     toc->add_flag("--json", options->json,
                   "print one JSON object: toc, first, last, offsets, leadout, musicbrainz, "
                   "freedb, data_track");
