@@ -108,3 +108,6 @@ endif()
 file(GLOB _mox_docs CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${_mox_docs} DESTINATION ${CMAKE_INSTALL_DOCDIR}
   COMPONENT tools)
+# The JSON Schemas of the tools' --json output.
+file(GLOB _mox_schemas CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/schemas/*.schema.json)
+install(FILES ${_mox_schemas} DESTINATION ${CMAKE_INSTALL_DOCDIR}/schemas COMPONENT tools)

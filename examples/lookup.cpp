@@ -1,7 +1,5 @@
 // Looks a disc up through the phone and prints its albums, with the public headers alone.
-// Exit status 0 when albums were found, 1 otherwise ("link lost": no phone, or it left).
-//
-//   OST_LINKAPP_ENDPOINT=unix:$XDG_RUNTIME_DIR/phone.sock mox-example 0000960046E6008D3600D386
+// Exit status 0 with albums, else 1 with the reason: OST_LINKAPP_ENDPOINT=unix:PATH mox-example TOC
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -12,8 +10,9 @@
 #include "HbSMox.h"
 #include "HbSMoxDef.h"
 
-// Follows the module's notifications: 1 link state, 2 result state, 3 device status.
-// A lost link ends every wait: the module drops a search that it gets without one.
+// Follows the module's notifications: 1 link state, 2 result state, 3 device status. A lost
+// link ends every wait (the module drops a search that it gets without one). 4 (timeout),
+// 20 (error) or a status of the phone make the module give up: the first is the reason.
 class Lookup {
 public:
     uint32 onMox(uint32 id, void* data, uint32 size) {
@@ -27,6 +26,8 @@ public:
             mLost = mLost || (mLinked && value == 0);
             mLinked = value != 0;
         } else if (id == 2 && size == sizeof(value)) {
+            mPhoneStatus = value != 0 && value != 4 && value != 20 && (value < 100 || value > 104);
+            mFirst = mFirst == 0 && (mPhoneStatus || value == 4 || value == 20) ? value : mFirst;
             mSearching = mSearching || value == 103;
             mState = value;
         }
@@ -34,31 +35,29 @@ public:
         return 1;
     }
 
-    // Waits until the link is `up` (or not); false when it was lost, or after a minute.
+    // Waits until the link is `up` (or not); false when lost, failed, or after a minute.
     bool waitForLink(bool up) {
         std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait_for(lock, std::chrono::minutes(1), [&] { return mLost || mLinked == up; });
+        mChanged.wait_for(lock, std::chrono::minutes(1),
+                          [&] { return mLost || mLinked == up || (up && mFirst != 0); });
         return mLinked == up && !mLost;
     }
 
-    // The result state once the lookup has ended: 0 when a result is stored, 100
-    // when it ended without one, the phone's failure code; -1 when the link was lost.
-    int32 waitForEnd() {
+    // The end of the lookup: 0 when a result is stored, else the first failure, 100 when
+    // it was cancelled, -1 when the link was lost. Without `wait`, the state as it is.
+    int32 end(bool wait) {
         std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait_for(lock, std::chrono::minutes(1), [this] {
-            const bool failureCode = mState != 4 && mState != 20 && (mState < 100 || mState > 104);
-            return mLost || (mSearching && (mState == 0 || mState == 100 || failureCode));
+        mChanged.wait_for(lock, std::chrono::minutes(wait ? 1 : 0), [this] {
+            return mLost || mPhoneStatus || (mSearching && (mState == 0 || mState == 100));
         });
-        return mLost ? -1 : mState;
+        return mLost ? -1 : mFirst != 0 ? mFirst : mState;
     }
 
 private:
     std::mutex mMutex;
     std::condition_variable mChanged;
-    bool mLinked = false;
-    bool mLost = false;
-    bool mSearching = false;
-    int32 mState = 100;
+    bool mLinked = false, mLost = false, mSearching = false, mPhoneStatus = false;
+    int32 mState = 100, mFirst = 0;
 };
 
 int main(int argc, char** argv) {
@@ -72,11 +71,8 @@ int main(int argc, char** argv) {
     mox->AddObserver(&observer);
     mox->startLink();
     HbSMoxDef::SearchInfo info{0, 0, 0, argv[1]};
-    int32 state = -1;  // no link: lost, or none within a minute
-    if (lookup.waitForLink(true)) {
-        mox->search(info);
-        state = lookup.waitForEnd();
-    }
+    const int32 state =
+        lookup.waitForLink(true) ? (mox->search(info), lookup.end(true)) : lookup.end(false);
     std::list<HbSMoxDef::AlbumInfo> albums;
     if (state == 0 && mox->getSearchResult(info.toc, &albums) && !albums.empty()) {
         for (const HbSMoxDef::AlbumInfo& album : albums) {
@@ -86,10 +82,14 @@ int main(int argc, char** argv) {
                 std::printf("  %s - %s\n", track.PerformerName.c_str(), track.TrackName.c_str());
             }
         }
-    } else if (state == -1) {
-        std::fprintf(stderr, "link lost\n");
     } else {
-        std::fprintf(stderr, "no album found (result state %d)\n", state);
+        const char* why = state == -1   ? "link lost: no phone, or it left"
+                          : state == 4  ? "timed out: the phone did not answer in time"
+                          : state == 20 ? "error: no answer, or an answer that was refused"
+                          : state == 0 || state == 404   ? "the phone knows no album for this disc"
+                          : state >= 100 && state <= 104 ? "no end"
+                                                         : "the phone failed";
+        std::fprintf(stderr, "%s (result state %d)\n", why, state);
     }
     mox->stopLink();  // tells the phone, then closes the link
     lookup.waitForLink(false);

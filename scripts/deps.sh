@@ -37,8 +37,9 @@ mox_require_packages() {
 # Packages for building and running the module, its tools and its tests on the host
 # (python3-jsonschema checks the phone simulator's catalogue against its schema;
 # help2man writes the tools' manual pages, man-db renders them in their test;
+# libcurl4-openssl-dev gives the phone simulator its online sources;
 # libutf8proc-dev measures the tools' texts in terminal cells).
-MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema help2man man-db libutf8proc-dev"
+MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema help2man man-db libcurl4-openssl-dev libutf8proc-dev"
 # Making the Debian packages: dpkg-shlibdeps (dpkg-dev) finds their
 # dependencies, in the binaries that file(1) recognises.
 MOX_PACKAGE_PACKAGES="dpkg-dev file"

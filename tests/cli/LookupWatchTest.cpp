@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
+
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -13,6 +16,11 @@ namespace {
 
 using Clock = LookupWatch::Clock;
 using States = std::vector<int32>;
+
+// "kind: message", as scripts and people read a failure.
+std::string described(const LookupFailure& failure) {
+    return std::string(failure.kindName()) + ": " + failure.message();
+}
 
 class LookupWatchTest : public ::testing::Test {
 protected:
@@ -52,14 +60,14 @@ private:
 
 TEST_F(LookupWatchTest, LinkLostBeforeTheSearch_SearchDropped_EndsAtOnceWithLinkLost) {
     linkUp();
-    std::string why;
+    LookupFailure why;
     ASSERT_TRUE(watch.waitForLink(Clock::now() + std::chrono::seconds(10), &why));
     phoneGoes();  // before the lookup could ask: the module drops the search
     watch.markSearching();
     int32 end = -1;
     EXPECT_LT(msToEnd(&end), 1000.0);
     EXPECT_EQ(end, 100);
-    EXPECT_EQ(watch.failure(end), "link lost");
+    EXPECT_EQ(described(watch.failure(end)), "link_lost: link lost");
     EXPECT_EQ(watch.states(), (States{101, 102, 20, 100}));
 }
 
@@ -73,7 +81,7 @@ TEST_F(LookupWatchTest, LinkFlagDownBeforeTheGiveUp_EndsOnceTheModuleIsIdle) {
     int32 end = -1;
     EXPECT_LT(msToEnd(&end), 1000.0);
     EXPECT_EQ(end, 100);
-    EXPECT_EQ(watch.failure(end), "link lost");
+    EXPECT_EQ(described(watch.failure(end)), "link_lost: link lost");
 }
 
 TEST_F(LookupWatchTest, LinkLostDuringTheSearch_EndsAtOnceWithLinkLost) {
@@ -84,7 +92,7 @@ TEST_F(LookupWatchTest, LinkLostDuringTheSearch_EndsAtOnceWithLinkLost) {
     int32 end = -1;
     EXPECT_LT(msToEnd(&end), 1000.0);
     EXPECT_EQ(end, 100);
-    EXPECT_EQ(watch.failure(end), "link lost");
+    EXPECT_EQ(described(watch.failure(end)), "link_lost: link lost");
     EXPECT_EQ(watch.states(), (States{101, 102, 103, 20, 100}));
 }
 
@@ -96,44 +104,45 @@ TEST_F(LookupWatchTest, PhoneStatusDuringTheSearch_IsTheFailure) {
     int32 end = -1;
     EXPECT_LT(msToEnd(&end), 1000.0);
     EXPECT_EQ(end, 404);
-    EXPECT_EQ(watch.failure(end), "phone status 404");
+    EXPECT_EQ(described(watch.failure(end)),
+              "not_found: the phone does not know this disc (phone status 404)");
 }
 
 TEST_F(LookupWatchTest, PhoneGoesBeforeTheLink_EndsWithLinkLostOnceTheModuleIsIdle) {
     device(2);
     state(101);
     device(3);
-    std::string why;
+    LookupFailure why;
     // The module has not given up its connect yet: no end before it has.
     EXPECT_FALSE(watch.waitForLink(Clock::now(), &why));
-    EXPECT_EQ(why, "timed out waiting for the phone link");
+    EXPECT_EQ(described(why), "timed_out: timed out waiting for the phone link");
     state(20);
     EXPECT_FALSE(watch.waitForLink(Clock::now(), &why));
-    EXPECT_EQ(why, "timed out waiting for the phone link");
+    EXPECT_EQ(described(why), "timed_out: timed out waiting for the phone link");
     state(100);
     const Clock::time_point start = Clock::now();
     EXPECT_FALSE(watch.waitForLink(start + std::chrono::seconds(10), &why));
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
-    EXPECT_EQ(why, "link lost");
+    EXPECT_EQ(described(why), "link_lost: link lost");
     EXPECT_EQ(watch.lastState(), 100);
 }
 
 TEST_F(LookupWatchTest, NoPhoneToReach_EndsAtOnceSayingSo) {
     device(0);
-    std::string why;
+    LookupFailure why;
     const Clock::time_point start = Clock::now();
     EXPECT_FALSE(watch.waitForLink(start + std::chrono::seconds(10), &why));
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
-    EXPECT_EQ(why, "link lost: the phone could not be reached");
+    EXPECT_EQ(described(why), "no_phone: no phone: the phone could not be reached");
 }
 
 TEST_F(LookupWatchTest, SilentPhoneOnTheConnect_EndsWithTheError) {
     device(2);
     state(101);
     state(20);
-    std::string why;
+    LookupFailure why;
     EXPECT_FALSE(watch.waitForLink(Clock::now() + std::chrono::seconds(10), &why));
-    EXPECT_EQ(why, "error: the phone did not answer the connect");
+    EXPECT_EQ(described(why), "timed_out: timed out: the phone did not answer the connect");
 }
 
 TEST_F(LookupWatchTest, LinkDownAfterStopLink_IsNotALoss) {
@@ -148,7 +157,7 @@ TEST_F(LookupWatchTest, LinkDownAfterStopLink_IsNotALoss) {
     state(100);
     link(0);
     EXPECT_FALSE(watch.linked());
-    EXPECT_EQ(watch.failure(100), "cancelled");
+    EXPECT_EQ(described(watch.failure(100)), "cancelled: the module cancelled the search");
     EXPECT_EQ(watch.states(), (States{101, 102, 103, 0}));
 }
 
@@ -170,7 +179,68 @@ TEST_F(LookupWatchTest, EndlessStateChanges_KeepTheFirst1000AndCountTheRest) {
     int32 end = -1;
     EXPECT_LT(msToEnd(&end), 1000.0);
     EXPECT_EQ(end, 404);
-    EXPECT_EQ(watch.failure(end), "phone status 404");
+    EXPECT_EQ(described(watch.failure(end)),
+              "not_found: the phone does not know this disc (phone status 404)");
+}
+
+TEST_F(LookupWatchTest, InterruptBeforeTheLink_EndsTheWaitCancelledBySignal) {
+    std::atomic<int> interrupt{SIGINT};
+    watch.setInterruptFlag(&interrupt);
+    device(2);
+    state(101);
+    LookupFailure why;
+    EXPECT_FALSE(watch.waitForLink(Clock::now() + std::chrono::hours(1), &why));
+    EXPECT_EQ(described(why), "cancelled: cancelled by SIGINT");
+    EXPECT_EQ(why.exitStatus(), 130);
+    EXPECT_EQ(watch.interruptedBy(), SIGINT);
+}
+
+TEST_F(LookupWatchTest, InterruptDuringTheSearch_EndsTheWaitCancelledBySignal) {
+    std::atomic<int> interrupt{0};
+    watch.setInterruptFlag(&interrupt);
+    linkUp();
+    watch.markSearching();
+    state(103);
+    interrupt = SIGTERM;
+    const int32 end = watch.waitForEnd(Clock::now() + std::chrono::hours(1));
+    EXPECT_EQ(end, -1);
+    EXPECT_EQ(described(watch.failure(end)), "cancelled: cancelled by SIGTERM");
+    EXPECT_EQ(watch.failure(end).exitStatus(), 143);
+    EXPECT_EQ(watch.lastState(), 103);
+}
+
+TEST_F(LookupWatchTest, Interrupt_DoesNotCutTheWaitForTheLinkToGoDown) {
+    std::atomic<int> interrupt{SIGINT};
+    watch.setInterruptFlag(&interrupt);
+    linkUp();
+    watch.markStopping();
+    link(0);
+    watch.waitForUnlink(Clock::now() + std::chrono::hours(1));
+    EXPECT_FALSE(watch.linked());
+    EXPECT_EQ(watch.interruptedBy(), 0);
+}
+
+TEST_F(LookupWatchTest, ErrorAfterTheSearch_IsARefusal) {
+    linkUp();
+    watch.markSearching();
+    state(103);
+    state(20);
+    state(104);
+    state(100);
+    int32 end = 0;
+    msToEnd(&end);
+    EXPECT_EQ(end, 100);
+    EXPECT_EQ(described(watch.failure(end)), "refused: the phone's answer was refused");
+}
+
+TEST_F(LookupWatchTest, OtherFailureCode_IsAPhoneFailure) {
+    linkUp();
+    watch.markSearching();
+    state(103);
+    state(503);
+    int32 end = 0;
+    msToEnd(&end);
+    EXPECT_EQ(described(watch.failure(end)), "phone_failed: the phone failed (phone status 503)");
 }
 
 }  // namespace

@@ -24,9 +24,8 @@
 #include <string>
 #include <vector>
 
+#include "SpawnLists.h"
 #include "TestDir.h"
-
-extern char** environ;
 
 class MeasuredRun {
 public:
@@ -70,17 +69,10 @@ public:
                                          O_WRONLY | O_CREAT | O_TRUNC, 0600);
         posix_spawn_file_actions_addopen(&actions, 2, mErrPath.c_str(),
                                          O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        std::vector<std::string> argv = {program};
-        argv.insert(argv.end(), args.begin(), args.end());
-        std::vector<std::string> env = environment;
-        for (char** entry = environ; *entry != nullptr; ++entry) {
-            env.push_back(*entry);
-        }
-        std::vector<char*> argvPointers = pointersOf(argv);
-        std::vector<char*> envPointers = pointersOf(env);
+        SpawnLists lists(program, args, environment);
         mStarted = std::chrono::steady_clock::now();
-        if (posix_spawn(&mPid, program.c_str(), &actions, nullptr, argvPointers.data(),
-                        envPointers.data()) != 0) {
+        if (posix_spawn(&mPid, program.c_str(), &actions, nullptr, lists.argv(), lists.envp()) !=
+            0) {
             mPid = -1;
         }
         posix_spawn_file_actions_destroy(&actions);
@@ -126,15 +118,6 @@ public:
     }
 
 private:
-    static std::vector<char*> pointersOf(std::vector<std::string>& strings) {
-        std::vector<char*> pointers;
-        for (std::string& text : strings) {
-            pointers.push_back(&text[0]);
-        }
-        pointers.push_back(nullptr);
-        return pointers;
-    }
-
     static std::string textOf(const std::string& path) {
         const std::vector<unsigned char> bytes = TestDir::readFile(path);
         return std::string(bytes.begin(), bytes.end());

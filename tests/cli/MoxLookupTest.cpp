@@ -18,7 +18,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -30,8 +32,10 @@
 #include "CliRun.h"
 #include "DiscImageFiles.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "JsonSchemaCheck.h"
 #include "MeasuredRun.h"
 #include "RawPhone.h"
+#include "TerminalProgram.h"
 #include "TestDir.h"
 
 extern char** environ;
@@ -65,6 +69,8 @@ public:
     }
 
     const std::string& endpoint() const { return mEndpoint; }
+    // The phone's next log line that starts with `prefix`.
+    std::string waitForLine(const std::string& prefix) { return mProgram.waitForLine(prefix); }
 
 private:
     static std::vector<std::string> arguments(const std::string& endpoint,
@@ -84,7 +90,9 @@ protected:
         // Every command timer of the module and every delay of the phone
         // runs at 1/50 of its time: a silent phone costs 200 ms, not 10 s.
         setenv("HB_TIMER_SCALE", "0.02", 1);
-        setenv("HB_DBG_OUTPUT", "stderr", 1);
+        // The module's messages are kept in the JSON's log; with
+        // HB_DBG_OUTPUT set they would also be written out.
+        setenv("HB_DBG_OUTPUT", "off", 1);
     }
 
     CliResult lookup(const std::vector<std::string>& args) {
@@ -99,11 +107,26 @@ protected:
         all.push_back("--json");
         const CliResult result = lookup(all);
         EXPECT_EQ(result.status, expectedStatus) << result.err;
-        if (!Json::accept(result.out)) {
-            ADD_FAILURE() << "not one JSON object: " << result.out << "\n" << result.err;
+        return checkedJson(result.out, result.status, result.err);
+    }
+
+    // The one object of `mox lookup --json`, valid against its published
+    // schema, its "ok" true exactly when the status is 0, and its error's
+    // message the line on stderr.
+    static Json checkedJson(const std::string& text, int status, const std::string& err) {
+        if (!Json::accept(text)) {
+            ADD_FAILURE() << "not one JSON object: " << text << "\n" << err;
             return Json::object();
         }
-        return Json::parse(result.out);
+        EXPECT_EQ(JsonSchemaCheck::problems("mox-lookup", text), "") << text;
+        const Json out = Json::parse(text);
+        EXPECT_EQ(out.value("ok", false), status == 0) << text;
+        if (out.contains("error")) {
+            const std::string message = out.at("error").value("message", "");
+            EXPECT_EQ(err.substr(err.rfind('\n', err.size() - 2) + 1),
+                      "mox lookup: " + message + "\n");
+        }
+        return out;
     }
 
     static std::vector<std::string> albumIds(const Json& out) {
@@ -218,36 +241,10 @@ TEST_F(MoxLookupTest, MissingCueSheet_IsBadUsage) {
 }
 
 TEST_F(MoxLookupTest, OnATerminal_ShowsTheStateByNameAndClearsTheLineAtTheEnd) {
-    int master = -1;
-    int slave = -1;
-    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, slave, 2);
-    posix_spawn_file_actions_addclose(&actions, master);
-    const std::string out = dir.file("out");
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    std::vector<std::string> all = {kMox, "lookup", "--toc", kDisc1};
-    std::vector<char*> argv;
-    for (std::string& arg : all) {
-        argv.push_back(&arg[0]);
-    }
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    ASSERT_EQ(posix_spawn(&pid, kMox.c_str(), &actions, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(slave);
-    std::string shown;
-    char buffer[4096];
-    ssize_t got = 0;
-    // Reading ends with EIO once the program has closed the terminal.
-    while ((got = ::read(master, buffer, sizeof(buffer))) > 0) {
-        shown.append(buffer, static_cast<size_t>(got));
-    }
-    ::close(master);
-    int status = 0;
-    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    TerminalProgram run(kMox, {"lookup", "--toc", kDisc1}, dir.file("out"));
+    ASSERT_TRUE(run.started());
+    EXPECT_EQ(run.wait(), 0);
+    const std::string shown = run.shown();
     EXPECT_EQ(shown.rfind("\r\033[Kconnecting  ", 0), 0u) << shown;
     EXPECT_NE(shown.find(" s"), std::string::npos);
     const std::string clear = "\r\033[K";
@@ -269,14 +266,14 @@ TEST_F(MoxLookupTest, UnknownDisc_FailsWithThePhonesStatus) {
     const CliResult result = lookup({"--toc", "000096001234"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    EXPECT_EQ(result.err, "mox lookup: the phone does not know this disc (phone status 404)\n");
 }
 
 TEST_F(MoxLookupTest, StatusOnTheConnect_FailsAtOnceNamingIt) {
     const CliResult result = lookup({"--toc", kDisc1, "--fault", "status-connect=503"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "mox lookup: phone status 503 on the connect\n");
+    EXPECT_EQ(result.err, "mox lookup: the phone failed on the connect (phone status 503)\n");
 }
 
 TEST_F(MoxLookupTest, Json_LogHoldsTheModulesMessages) {
@@ -285,43 +282,167 @@ TEST_F(MoxLookupTest, Json_LogHoldsTheModulesMessages) {
     EXPECT_NE(std::find(log.begin(), log.end(), "index error."), log.end());
 }
 
+// --- Failures in words --------------------------------------------------------------
+
+// An answer with no album for the disc is a failure like an unknown disc:
+// "ok" false, exit status 1.
+TEST_F(MoxLookupTest, AnswerWithoutAnAlbum_IsNotFoundAndNotOk) {
+    const std::string catalog = dir.file("empty-disc.json");
+    std::ofstream(catalog)
+        << R"({"albums": [], "discs": [{"toc": "000096001234", "candidates": []}]})";
+    const Json out = lookupJson({"--catalog", catalog, "--toc", "000096001234"}, 1);
+    EXPECT_EQ(out.at("state"), 0);
+    EXPECT_EQ(out.at("albums"), Json::array());
+    EXPECT_EQ(out.at("error"),
+              Json({{"kind", "not_found"}, {"message", "no album found for this disc"}}));
+}
+
+// --timeout bounds the wait for another run that holds a shared result
+// directory, as it bounds the lookup.
+TEST_F(MoxLookupTest, TimeoutPassesWhileAnotherRunHoldsTheDirectory_TimedOutSayingWhy) {
+    const std::string given = dir.file("shared") + "/";
+    ASSERT_EQ(::mkdir(given.c_str(), 0700), 0);
+    const int holder = ::open(given.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(holder, 0);
+    ASSERT_EQ(::flock(holder, LOCK_EX), 0);
+    MeasuredRun run(kMox, {"lookup", "--toc", kDisc1, "--json", "--timeout", "0.3"}, dir,
+                    {"MOX_RESULT_DIR=" + given});
+    const MeasuredRun::Result result = run.finish(30);
+    ::close(holder);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: waiting for another run that uses " + given +
+                              "\nmox lookup: timed out waiting for another run that uses " + given +
+                              "\n");
+    const Json out = checkedJson(result.out, result.status, result.err);
+    EXPECT_EQ(out.at("error").at("kind"), "timed_out");
+    EXPECT_EQ(out.at("states"), Json::array());
+    EXPECT_EQ(out.at("state"), 100);
+}
+
+// HB_DBG_OUTPUT=<file> receives the module's messages, as it does for mox
+// search; stderr keeps only the one line of the failure.
+TEST_F(MoxLookupTest, DebugOutputFile_ReceivesTheModulesMessages) {
+    const std::string file = dir.file("debug.log");
+    MeasuredRun run(kMox, {"lookup", "--toc", kDisc1, "--fault", "wrong-chunk-index"}, dir,
+                    {"HB_DBG_OUTPUT=" + file});
+    const MeasuredRun::Result result = run.finish(30);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "mox lookup: the phone's answer was refused: index error.\n");
+    std::ifstream in(file);
+    const std::string written((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
+    EXPECT_EQ(written.rfind("private/MoxProtocol.cpp:", 0), 0u) << written;
+    EXPECT_NE(written.find(" rcvCmdReturnCdMetaInfo: index error.\n"), std::string::npos)
+        << written;
+}
+
+// --- Ctrl-C and SIGTERM -------------------------------------------------------------------
+// The phone sends its answer slowly (3 s before the chunk, inside the
+// module's 10 s timer); the signal comes once the transfer has begun.
+
+class MoxLookupSignalTest : public MoxLookupTest {
+protected:
+    void SetUp() override {
+        MoxLookupTest::SetUp();
+        setenv("HB_TIMER_SCALE", "1", 1);
+        phone.reset(
+            new PhoneProcess("unix:" + dir.file("phone.sock"), {"--fault", "slow-chunks=3000"}));
+        ASSERT_FALSE(phone->endpoint().empty());
+    }
+
+    void waitForTheTransfer() {
+        EXPECT_NE(phone->waitForLine("mox-phone: sending the database"), "");
+    }
+
+    std::unique_ptr<PhoneProcess> phone;
+};
+
+TEST_F(MoxLookupSignalTest, CtrlCOnTheTerminal_TellsThePhoneClearsTheLineExits130) {
+    TerminalProgram run(kMox, {"lookup", "--toc", kDisc1, "--phone", phone->endpoint()},
+                        dir.file("out"));
+    ASSERT_TRUE(run.started());
+    waitForTheTransfer();
+    ASSERT_TRUE(run.waitForShown("searching"));
+    run.typeCtrlC();
+    EXPECT_EQ(run.wait(), 130);
+    const std::string shown = run.shown();
+    const std::string end = "\r\033[Kmox lookup: cancelled by SIGINT\r\n";
+    ASSERT_GE(shown.size(), end.size()) << shown;
+    EXPECT_EQ(shown.substr(shown.size() - end.size()), end) << shown;
+    EXPECT_EQ(phone->waitForLine("mox-phone: <- 0x0002 disconnect"),
+              "mox-phone: <- 0x0002 disconnect (2 bytes)");
+    EXPECT_EQ(TestDir::readFile(dir.file("out")).size(), 0u);
+}
+
+TEST_F(MoxLookupSignalTest, SigtermWithJson_PrintsTheCancelledObjectAndLeavesNoPartialFile) {
+    const std::string given = dir.file("shared") + "/";
+    ChildProgram run(kMox, {"lookup", "--toc", kDisc1, "--phone", phone->endpoint(), "--json"},
+                     {"MOX_RESULT_DIR=" + given});
+    waitForTheTransfer();
+    run.signal(SIGTERM);
+    EXPECT_EQ(run.wait(), 143);
+    EXPECT_EQ(run.err(), "mox lookup: cancelled by SIGTERM\n");
+    const Json out = checkedJson(run.out(), 143, run.err());
+    EXPECT_EQ(out.at("error"), Json({{"kind", "cancelled"}, {"message", "cancelled by SIGTERM"}}));
+    EXPECT_EQ(out.at("state"), 103);
+    EXPECT_EQ(out.at("states"), Json({101, 102, 103}));
+    EXPECT_EQ(phone->waitForLine("mox-phone: <- 0x0002 disconnect"),
+              "mox-phone: <- 0x0002 disconnect (2 bytes)");
+    EXPECT_FALSE(std::filesystem::exists(given + "dbupdateresponse.dap3"));
+}
+
 // --- Faults, over each transport --------------------------------------------------------
 
 struct FaultCase {
     std::vector<std::string> faults;
     States states;
     int status;
+    std::string error;  // "kind: message" of the failure, "" when albums were found
 };
 
 const std::vector<FaultCase>& faultCases() {
+    static const std::string kSilent = "timed_out: timed out: the phone did not answer in time";
+    static const std::string k503 = "phone_failed: the phone failed (phone status 503)";
+    static const std::string kLost = "link_lost: link lost";
+    static const std::string kIndex = "refused: the phone's answer was refused: index error.";
+    static const std::string kSize = "refused: the phone's answer was refused: size error";
     static const std::vector<FaultCase> cases = {
-        {{}, {101, 102, 103, 0}, 0},
-        {{"silent-after-connect"}, {101, 20}, 1},
-        {{"silent-after-lookup"}, {101, 102, 103, 4, 104, 100}, 1},
-        {{"silent-after-notice"}, {101, 102, 103, 4, 104, 100}, 1},
-        {{"silent-mid-transfer"}, {101, 102, 103, 4, 104, 100}, 1},
-        {{"status-connect=503"}, {101, 503}, 1},
-        {{"status-ack=503"}, {101, 102, 103, 503}, 1},
-        {{"status-notice=503"}, {101, 102, 103, 503}, 1},
-        {{"status-chunk=503"}, {101, 102, 103, 503}, 1},
+        {{}, {101, 102, 103, 0}, 0, ""},
+        {{"silent-after-connect"},
+         {101, 20},
+         1,
+         "timed_out: timed out: the phone did not answer the connect"},
+        {{"silent-after-lookup"}, {101, 102, 103, 4, 104, 100}, 1, kSilent},
+        {{"silent-after-notice"}, {101, 102, 103, 4, 104, 100}, 1, kSilent},
+        {{"silent-mid-transfer"}, {101, 102, 103, 4, 104, 100}, 1, kSilent},
+        {{"status-connect=503"},
+         {101, 503},
+         1,
+         "phone_failed: the phone failed on the connect (phone status 503)"},
+        {{"status-ack=503"}, {101, 102, 103, 503}, 1, k503},
+        {{"status-notice=503"}, {101, 102, 103, 503}, 1, k503},
+        {{"status-chunk=503"}, {101, 102, 103, 503}, 1, k503},
         // A failure code that is "searching" itself makes the module cancel.
-        {{"status-ack=103"}, {101, 102, 103, 104, 100}, 1},
-        {{"status-cancel=503"}, {101, 102, 103, 0}, 0},
-        {{"status-cancel=503", "silent-after-lookup"}, {101, 102, 103, 4, 104, 503}, 1},
-        {{"wrong-chunk-index"}, {101, 102, 103, 20, 104, 100}, 1},
-        {{"repeated-chunk"}, {101, 102, 103, 20, 104, 100}, 1},
-        {{"chunk-count-zero"}, {101, 102, 103, 20, 104, 100}, 1},
-        {{"short-notice"}, {101, 102, 103, 20, 104, 100}, 1},
-        {{"length-short"}, {101, 102, 103, 20, 104, 100}, 1},
-        {{"length-long"}, {101, 102, 103, 20, 104, 100}, 1},
-        {{"drop-mid-transfer"}, {101, 102, 103, 20, 100}, 1},
-        {{"garbage-length-zero"}, {101, 102, 103, 20, 100}, 1},
-        {{"garbage-oversize"}, {101, 102, 103, 20, 100}, 1},
-        {{"garbage-type"}, {101, 102, 103, 20, 100}, 1},
-        {{"slow-chunks=100"}, {101, 102, 103, 0}, 0},
-        {{"slow-chunks=20000"}, {101, 102, 103, 4, 104, 100}, 1},
-        {{"no-cancel-answer"}, {101, 102, 103, 0}, 0},
-        {{"no-cancel-answer", "silent-after-lookup"}, {101, 102, 103, 4, 104, 100}, 1},
+        {{"status-ack=103"},
+         {101, 102, 103, 104, 100},
+         1,
+         "cancelled: the module cancelled the search"},
+        {{"status-cancel=503"}, {101, 102, 103, 0}, 0, ""},
+        {{"status-cancel=503", "silent-after-lookup"}, {101, 102, 103, 4, 104, 503}, 1, kSilent},
+        {{"wrong-chunk-index"}, {101, 102, 103, 20, 104, 100}, 1, kIndex},
+        {{"repeated-chunk"}, {101, 102, 103, 20, 104, 100}, 1, kIndex},
+        {{"chunk-count-zero"}, {101, 102, 103, 20, 104, 100}, 1, kIndex},
+        {{"short-notice"}, {101, 102, 103, 20, 104, 100}, 1, kSize},
+        {{"length-short"}, {101, 102, 103, 20, 104, 100}, 1, kSize},
+        {{"length-long"}, {101, 102, 103, 20, 104, 100}, 1, kSize},
+        {{"drop-mid-transfer"}, {101, 102, 103, 20, 100}, 1, kLost},
+        {{"garbage-length-zero"}, {101, 102, 103, 20, 100}, 1, kLost},
+        {{"garbage-oversize"}, {101, 102, 103, 20, 100}, 1, kLost},
+        {{"garbage-type"}, {101, 102, 103, 20, 100}, 1, kLost},
+        {{"slow-chunks=100"}, {101, 102, 103, 0}, 0, ""},
+        {{"slow-chunks=20000"}, {101, 102, 103, 4, 104, 100}, 1, kSilent},
+        {{"no-cancel-answer"}, {101, 102, 103, 0}, 0, ""},
+        {{"no-cancel-answer", "silent-after-lookup"}, {101, 102, 103, 4, 104, 100}, 1, kSilent},
     };
     return cases;
 }
@@ -381,6 +502,9 @@ TEST_P(MoxLookupFaultTest, EndsInTheDocumentedStatesAndExitStatus) {
     EXPECT_EQ(out.value("states", States{}), fault.states);
     EXPECT_EQ(out.value("state", -1), fault.states.back());
     EXPECT_EQ(out.value("ok", true), fault.status == 0);
+    const Json error = out.value("error", Json::object());
+    EXPECT_EQ(error.empty() ? "" : error.value("kind", "") + ": " + error.value("message", ""),
+              fault.error);
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryFault, MoxLookupFaultTest,
@@ -455,18 +579,68 @@ TEST_F(MoxLookupTest, CatalogueThatIsAFifo_IsBadUsageAtOnce) {
     EXPECT_LT(result.seconds, 5.0);
 }
 
-TEST_F(MoxLookupTest, NoPhoneAtTheSocket_FailsWithLinkLost) {
-    const CliResult result = lookup({"--toc", kDisc1, "--phone", "unix:" + dir.file("none.sock")});
+TEST_F(MoxLookupTest, NoPhoneAtTheSocket_NamesTheEndpointAndTheSystemsReason) {
+    const std::string socket = dir.file("none.sock");
+    const CliResult result = lookup({"--toc", kDisc1, "--phone", "unix:" + socket});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "mox lookup: link lost: the phone could not be reached\n");
+    EXPECT_EQ(result.err, "mox lookup: no phone: cannot connect to unix:" + socket +
+                              ": No such file or directory\n");
 }
 
-TEST_F(MoxLookupTest, RemoteTcpAddress_IsRefused) {
-    const CliResult result = lookup({"--toc", kDisc1, "--phone", "tcp:192.0.2.7:7000"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "mox lookup: link lost: the phone could not be reached\n");
+TEST_F(MoxLookupTest, NoPhoneAtTheTcpPort_NamesTheEndpointAndTheSystemsReason) {
+    // Port 1 on the loopback: nothing listens there in a test machine.
+    const Json out = lookupJson({"--toc", kDisc1, "--phone", "tcp:127.0.0.1:1"}, 1);
+    EXPECT_EQ(out.at("error").at("kind"), "no_phone");
+    EXPECT_EQ(out.at("error").at("message"),
+              "no phone: cannot connect to tcp:127.0.0.1:1: Connection refused");
+    EXPECT_EQ(out.at("state"), 100);
 }
+
+TEST_F(MoxLookupTest, RemoteTcpAddress_IsBadUsageNamingTheOption) {
+    const CliResult result = lookup({"--toc", kDisc1, "--phone", "tcp:192.0.2.7:7000"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err,
+              "mox lookup: remote endpoint 'tcp:192.0.2.7:7000' refused: 192.0.2.7 is not a "
+              "loopback address (allow it with --allow-remote)\n");
+}
+
+struct EndpointCase {
+    const char* endpoint;
+    const char* reason;
+};
+
+void PrintTo(const EndpointCase& endpoint, std::ostream* out) {
+    *out << endpoint.endpoint;
+}
+
+class MoxLookupEndpointTest : public MoxLookupTest,
+                              public ::testing::WithParamInterface<EndpointCase> {};
+
+TEST_P(MoxLookupEndpointTest, MalformedEndpoint_IsBadUsageWithTheReason) {
+    const CliResult result = lookup({"--toc", kDisc1, "--phone", GetParam().endpoint});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, std::string("mox lookup: ") + GetParam().reason + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryForm, MoxLookupEndpointTest,
+    ::testing::Values(
+        EndpointCase{"tcp:127.0.0.1", "bad endpoint 'tcp:127.0.0.1': expected tcp:HOST:PORT"},
+        EndpointCase{"tcp:127.0.0.1:70000",
+                     "bad endpoint 'tcp:127.0.0.1:70000': port must be a number from 1 to 65535"},
+        EndpointCase{"foo", "bad endpoint 'foo': expected loopback, unix:PATH or tcp:HOST:PORT"},
+        EndpointCase{"unix:", "bad endpoint 'unix:': empty socket path"}),
+    [](const ::testing::TestParamInfo<EndpointCase>& info) {
+        std::string name = info.param.endpoint;
+        for (char& c : name) {
+            if (!std::isalnum(static_cast<unsigned char>(c))) {
+                c = '_';
+            }
+        }
+        return name;
+    });
 
 // Two runs given the same directory on purpose (MOX_RESULT_DIR) take turns:
 // the second says once that it waits.
@@ -524,8 +698,8 @@ TEST_F(MoxLookupTest, MoxResultDirWritableByOthers_RefusedInWords) {
     unsetenv("MOX_RESULT_DIR");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err,
-              "mox lookup: result directory " + given + " is writable by other users\n");
+    EXPECT_EQ(result.err, "mox lookup: cannot store the answer: result directory " + given +
+                              " is writable by other users\n");
     EXPECT_TRUE(std::filesystem::is_empty(given));
 }
 
@@ -541,8 +715,8 @@ TEST_F(MoxLookupTest, ResultFileIsASymbolicLink_TargetUntouchedRefusalInWords) {
     const CliResult result = lookup({"--toc", kDisc1});
     unsetenv("MOX_RESULT_DIR");
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err,
-              "mox lookup: result file " + given + "dbupdateresponse.dap3 is a symbolic link\n");
+    EXPECT_EQ(result.err, "mox lookup: cannot store the answer: result file " + given +
+                              "dbupdateresponse.dap3 is a symbolic link\n");
     EXPECT_EQ(TestDir::readFile(victim), (std::vector<unsigned char>{'k', 'e', 'e', 'p'}));
 }
 
@@ -574,10 +748,10 @@ TEST_F(MoxLookupTest, FileSizeLimitBelowTheAnswer_ModuleReportsTheWriteAndLookup
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(limited.wait(), 1) << limited.err();
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-    EXPECT_EQ(limited.err(), "mox lookup: error: search result file close error.\n");
-    ASSERT_TRUE(Json::accept(limited.out())) << limited.out();
-    const Json out = Json::parse(limited.out());
-    EXPECT_EQ(out.value("ok", true), false);
+    EXPECT_EQ(limited.err(), "mox lookup: cannot store the answer in " + given +
+                                 ": search result file close error.\n");
+    const Json out = checkedJson(limited.out(), 1, limited.err());
+    EXPECT_EQ(out.at("error").at("kind"), "cannot_store");
     // The error, then the cancel that the module sends with it, answered.
     EXPECT_EQ(out.value("states", States{}), (States{101, 102, 103, 20, 104, 100}));
     EXPECT_EQ(out.value("log", std::vector<std::string>{}),
@@ -652,7 +826,7 @@ protected:
         unsetenv("MOX_RESULT_DIR");
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, "mox lookup: " + reason + "\n");
+        EXPECT_EQ(result.err, "mox lookup: cannot store the answer: " + reason + "\n");
         EXPECT_EQ(TestDir::readFile(victimFile), kVictimBytes);
     }
 
@@ -784,11 +958,7 @@ protected:
     }
 
     static Json jsonOf(const MeasuredRun::Result& result) {
-        if (!Json::accept(result.out)) {
-            ADD_FAILURE() << "not one JSON object: " << result.out << "\n" << result.err;
-            return Json::object();
-        }
-        return Json::parse(result.out);
+        return checkedJson(result.out, result.status, result.err);
     }
 
     std::string timerScale = "0.02";
@@ -809,7 +979,7 @@ TEST_F(MoxLookupRawPhoneTest, FloodOfUnknownFrames_LogKeepsTheFirst1000AndCounts
     std::printf("flood of %zu frames: %.2f s, peak resident %ld KiB\n", kFlood, result.seconds,
                 result.peakResidentKiB);
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    EXPECT_EQ(result.err, "mox lookup: the phone does not know this disc (phone status 404)\n");
     const Json out = jsonOf(result);
     EXPECT_EQ(out.value("states", States{}), (States{101, 102, 103, 404}));
     const std::vector<std::string> log = out.value("log", std::vector<std::string>{});
@@ -842,7 +1012,7 @@ TEST_F(MoxLookupRawPhoneTest, EndlessStateChanges_JsonKeepsTheFirst1000States) {
     ASSERT_TRUE(phone.send(answers));
     const MeasuredRun::Result result = run->finish(60);
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "mox lookup: phone status 404\n");
+    EXPECT_EQ(result.err, "mox lookup: the phone does not know this disc (phone status 404)\n");
     const Json out = jsonOf(result);
     EXPECT_EQ(out.value("state", -1), 404);
     const States states = out.value("states", States{});
@@ -866,8 +1036,8 @@ TEST_F(MoxLookupRawPhoneTest, RefusalAfterTheLogIsFull_IsStillTheReason) {
     ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
     const MeasuredRun::Result result = run->finish(30);
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err,
-              "mox lookup: result file " + given + "dbupdateresponse.dap3 is a symbolic link\n");
+    EXPECT_EQ(result.err, "mox lookup: cannot store the answer: result file " + given +
+                              "dbupdateresponse.dap3 is a symbolic link\n");
     const std::vector<std::string> log = jsonOf(result).value("log", std::vector<std::string>{});
     ASSERT_EQ(log.size(), 1001u);
     EXPECT_EQ(log[999], "receive unknown cmdID=0x7777");
@@ -956,7 +1126,7 @@ TEST_P(MoxLinkLossTest, ExampleProgram_EndsAtOnceWithLinkLost) {
     const MeasuredRun::Result result = run.finish(90);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "link lost\n");
+    EXPECT_EQ(result.err, "link lost: no phone, or it left (result state -1)\n");
     EXPECT_LT(result.seconds, 5.0) << "the example's bound is 60 s";
 }
 
@@ -981,7 +1151,7 @@ TEST_F(MoxLookupTest, ExampleProgram_NoPhoneToReach_EndsAtOnceWithLinkLost) {
     const MeasuredRun::Result result = run.finish(90);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "link lost\n");
+    EXPECT_EQ(result.err, "link lost: no phone, or it left (result state -1)\n");
     EXPECT_LT(result.seconds, 5.0) << "the example's bound is 60 s";
 }
 
@@ -1001,14 +1171,58 @@ TEST_F(MoxLookupTest, ExampleProgram_LooksADiscUpThroughTheSimulator) {
               "  The Harbor Lights - Last Exit\n");
 }
 
-TEST_F(MoxLookupTest, ExampleProgram_UnknownDisc_ExitsOne) {
-    PhoneProcess phone("unix:" + dir.file("phone.sock"), {});
-    setenv("OST_LINKAPP_ENDPOINT", phone.endpoint().c_str(), 1);
-    const CliResult result = runCli(kExample, {"000096001234"}, dir);
-    unsetenv("OST_LINKAPP_ENDPOINT");
+struct ExampleCase {
+    const char* fault;  // of the phone, "" for none
+    const char* toc;
+    const char* reason;
+};
+
+void PrintTo(const ExampleCase& example, std::ostream* out) {
+    *out << (example.fault[0] == '\0' ? "no fault" : example.fault) << ", " << example.toc;
+}
+
+class ExampleFailureTest : public MoxLookupTest,
+                           public ::testing::WithParamInterface<ExampleCase> {};
+
+// The example ends as soon as the module gives the lookup up, at the connect
+// as during the search, and says why; the module's timers run at 1/50.
+TEST_P(ExampleFailureTest, EndsAtOnceWithTheReason) {
+    std::vector<std::string> faults;
+    if (GetParam().fault[0] != '\0') {
+        faults = {"--fault", GetParam().fault};
+    }
+    PhoneProcess phone("unix:" + dir.file("phone.sock"), faults);
+    MeasuredRun run(kExample, {GetParam().toc}, dir,
+                    {"OST_LINKAPP_ENDPOINT=" + phone.endpoint(), "HB_DBG_OUTPUT=off"});
+    const MeasuredRun::Result result = run.finish(90);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, std::string(GetParam().reason) + "\n");
+    EXPECT_LT(result.seconds, 20.0) << "the example's bound is 60 s";
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryWayToFail, ExampleFailureTest,
+    ::testing::Values(
+        ExampleCase{"", "000096001234",
+                    "the phone knows no album for this disc (result state 404)"},
+        ExampleCase{"silent-after-connect", "0000960046E6008D3600D386",
+                    "error: no answer, or an answer that was refused (result state 20)"},
+        ExampleCase{"status-connect=503", "0000960046E6008D3600D386",
+                    "the phone failed (result state 503)"},
+        ExampleCase{"silent-after-lookup", "0000960046E6008D3600D386",
+                    "timed out: the phone did not answer in time (result state 4)"},
+        ExampleCase{"wrong-chunk-index", "0000960046E6008D3600D386",
+                    "error: no answer, or an answer that was refused (result state 20)"}),
+    [](const ::testing::TestParamInfo<ExampleCase>& info) {
+        std::string name = info.param.fault[0] == '\0' ? "UnknownDisc" : info.param.fault;
+        for (char& c : name) {
+            if (!std::isalnum(static_cast<unsigned char>(c))) {
+                c = '_';
+            }
+        }
+        return name;
+    });
 
 // --- The TOC text --------------------------------------------------------------------------------
 

@@ -17,6 +17,7 @@
 
 #include "CliRun.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "JsonSchemaCheck.h"
 #include "MoxDbWriter.h"
 #include "TestDir.h"
 #include "private/MoxLimits.h"
@@ -72,6 +73,7 @@ protected:
         EXPECT_EQ(result.err, "");
         EXPECT_FALSE(result.out.empty());
         EXPECT_EQ(result.out.back(), '\n');
+        EXPECT_EQ(JsonSchemaCheck::problems("mox-search", result.out), "") << result.out;
         return json::parse(result.out);  // throws (fails the test) on anything but one value
     }
 

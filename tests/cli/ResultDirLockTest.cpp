@@ -3,7 +3,9 @@
 // like those of two processes (each opens the directory anew), so one
 // process can play both runs.
 #include <gtest/gtest.h>
+#include <signal.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -130,6 +132,32 @@ TEST_F(ResultDirLockTest, Construct_WaitingWithoutPrefix_SaysMox) {
     first.reset();
     second.join();
     EXPECT_EQ(secondNotice.text(), "mox: waiting for another run that uses " + dir.path() + "\n");
+}
+
+TEST_F(ResultDirLockTest, Construct_HeldByAnotherPastTheDeadline_TimesOutSayingWhy) {
+    WatchedStream firstNotice;
+    const ResultDirLock first(dir.path(), firstNotice.stream());
+    WatchedStream notice;
+    const ResultDirLock second(dir.path(), notice.stream(),
+                               "mox lookup: ", ResultDirLock::Clock::now());
+    EXPECT_FALSE(second.locked());
+    EXPECT_TRUE(second.timedOut());
+    EXPECT_FALSE(second.interrupted());
+    EXPECT_EQ(second.error(), "timed out waiting for another run that uses " + dir.path());
+    EXPECT_EQ(notice.text(), "mox lookup: waiting for another run that uses " + dir.path() + "\n");
+}
+
+TEST_F(ResultDirLockTest, Construct_HeldByAnotherAndInterrupted_GivesUpCancelled) {
+    WatchedStream firstNotice;
+    const ResultDirLock first(dir.path(), firstNotice.stream());
+    WatchedStream notice;
+    const std::atomic<int> interrupt{SIGINT};
+    const ResultDirLock second(dir.path(), notice.stream(),
+                               "mox lookup: ", ResultDirLock::Clock::time_point::max(), &interrupt);
+    EXPECT_FALSE(second.locked());
+    EXPECT_TRUE(second.interrupted());
+    EXPECT_FALSE(second.timedOut());
+    EXPECT_EQ(second.error(), "cancelled");
 }
 
 }  // namespace

@@ -20,8 +20,7 @@ std::string parseError(const std::string& text, bool allowRemote, OstLinkAppEndp
     return ok ? std::string() : error;
 }
 
-const char kRemoteHint[] =
-    " is not a loopback address (allow remote hosts with OstLinkAppHost::setAllowRemote(true))";
+const char kRemoteHint[] = " is not a loopback address";
 
 }  // namespace
 

@@ -7,7 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
+#include "SpawnLists.h"
 
 ChildProgram::ChildProgram(const std::string& program, const std::vector<std::string>& args,
                            const std::vector<std::string>& environment) {
@@ -19,24 +19,8 @@ ChildProgram::ChildProgram(const std::string& program, const std::vector<std::st
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
     posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-    std::vector<std::string> argv = {program};
-    argv.insert(argv.end(), args.begin(), args.end());
-    std::vector<char*> argvPointers;
-    for (std::string& arg : argv) {
-        argvPointers.push_back(&arg[0]);
-    }
-    argvPointers.push_back(nullptr);
-    std::vector<std::string> env = environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        env.push_back(*entry);
-    }
-    std::vector<char*> envPointers;
-    for (std::string& entry : env) {
-        envPointers.push_back(&entry[0]);
-    }
-    envPointers.push_back(nullptr);
-    EXPECT_EQ(0, posix_spawn(&mPid, program.c_str(), &actions, nullptr, argvPointers.data(),
-                             envPointers.data()))
+    SpawnLists lists(program, args, environment);
+    EXPECT_EQ(0, posix_spawn(&mPid, program.c_str(), &actions, nullptr, lists.argv(), lists.envp()))
         << program;
     posix_spawn_file_actions_destroy(&actions);
     ::close(out[1]);

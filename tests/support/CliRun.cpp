@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
-extern char** environ;
+#include "SpawnLists.h"
 
 namespace {
 
@@ -23,14 +23,9 @@ std::string readText(const std::string& path) {
 // the reason in `result.err` when it cannot be started.
 bool spawn(const std::string& program, const std::vector<std::string>& args,
            posix_spawn_file_actions_t* actions, pid_t* pid, CliResult* result) {
-    std::vector<std::string> all = {program};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& arg : all) {
-        argv.push_back(&arg[0]);
-    }
-    argv.push_back(nullptr);
-    const int spawned = posix_spawn(pid, program.c_str(), actions, nullptr, argv.data(), environ);
+    SpawnLists lists(program, args);
+    const int spawned =
+        posix_spawn(pid, program.c_str(), actions, nullptr, lists.argv(), lists.envp());
     posix_spawn_file_actions_destroy(actions);
     if (spawned != 0) {
         result->err = "cannot start " + program + ": " + std::strerror(spawned);

@@ -12,7 +12,8 @@
 
 std::unique_ptr<BuiltinPhone> BuiltinPhone::create(const std::string& catalogPath,
                                                    const std::vector<std::string>& faults,
-                                                   std::ostream* log, std::string* why) {
+                                                   std::ostream* log, std::string* why,
+                                                   const moxphone::PhoneSourceOptions* sources) {
     const std::string path = catalogPath.empty() ? moxphone::Catalogue::bundledPath() : catalogPath;
     // A FIFO or a device would block the catalogue's reader, or never end.
     struct stat info;
@@ -39,6 +40,10 @@ std::unique_ptr<BuiltinPhone> BuiltinPhone::create(const std::string& catalogPat
     }
     // The phone's delays follow the module's timers.
     options.timeScale = HbLTimerMng::GetTimerMng()->GetTimeScale();
+    if (sources != nullptr &&
+        !sources->makeSource("mox", MOX_VERSION, options.timeScale, &options.source, why)) {
+        return nullptr;
+    }
     if (!options.validate(why)) {
         return nullptr;
     }

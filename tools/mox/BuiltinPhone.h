@@ -11,15 +11,18 @@
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "moxphone/LoopbackPhone.h"
 #include "moxphone/PhoneLog.h"
+#include "moxphone/PhoneSourceOptions.h"
 
 class BuiltinPhone {
 public:
     // `catalogPath` empty means the bundled sample catalogue. `log` receives
-    // one line per frame, or nothing when null. Null, with a one-line reason,
-    // when the catalogue does not load or a fault is unknown.
-    static std::unique_ptr<BuiltinPhone> create(const std::string& catalogPath,
-                                                const std::vector<std::string>& faults,
-                                                std::ostream* log, std::string* why);
+    // one line per frame, or nothing when null. `sources` chooses where discs
+    // are looked up (null: the catalogue). Null, with a one-line reason, when
+    // the catalogue does not load, a fault is unknown or the source options
+    // do not go together.
+    static std::unique_ptr<BuiltinPhone> create(
+        const std::string& catalogPath, const std::vector<std::string>& faults, std::ostream* log,
+        std::string* why, const moxphone::PhoneSourceOptions* sources = nullptr);
 
     // The faults that --fault takes, for the help: one line per fault, its
     // name (with =N where it takes a value) and what the phone then does,

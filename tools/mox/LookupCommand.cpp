@@ -1,5 +1,5 @@
 // mox lookup (--toc TEXT | --offsets N... | --cue FILE | --image FILE | --device [PATH])
-//            [--phone builtin|unix:PATH|tcp:HOST:PORT]
+//            [--phone builtin|unix:PATH|tcp:HOST:PORT] [--allow-remote]
 //            [--catalog FILE] [--fault NAME...] [--kind N --param1 N --param2 N]
 //            [--json] [--timeout SEC]
 //
@@ -15,30 +15,40 @@
 // edition gives this process (HbFileSysHost.h): MOX_RESULT_DIR, or else a
 // private directory removed when the run ends. A directory given on purpose
 // may be shared: the run then takes the directory's lock, and waits (saying
-// so once) while another run holds it. A directory or result file that the
-// host edition refuses ends the run with the refusal in words.
+// so once) while another run holds it, within --timeout. A directory or
+// result file that the host edition refuses ends the run with the refusal in
+// words.
+//
+// Every failure is one line on stderr, "mox lookup: <message>", of one kind
+// of LookupFailure.h (bad usage, no phone, link lost, not found, phone
+// failed, refused, timed out, cancelled, cannot store).
+//
+// Ctrl-C or SIGTERM cancels: the waits end, the link is stopped as stopLink
+// does (the phone is told), a partial result file in a shared directory is
+// removed, the progress line is cleared, and the run ends "cancelled" with
+// status 130 or 143. A second signal ends it at once.
 //
 // Output: a table per album (as mox search prints it), or with --json one
-// object {"ok", "state", "states", "albums", "log", "result_dir"}. On a
-// terminal, a progress line on stderr (not with --json). The log holds the
-// module's first 1000 debug messages; when there were more, its last line is
-// "N more messages left out". "states" holds the first 1000 result states;
-// when there were more, "states_left_out" counts the rest ("state" is always
-// the last). So a phone that makes the module log or change state without end
-// cannot make the lookup grow without end.
-// Exit status: 0 ok with at least one album; 1 the lookup failed, the search
-// failed or found nothing (one line on stderr says which); 2 bad usage.
+// object {"ok", "state", "states", "albums", "log", "result_dir", "error"}
+// (docs/schemas/mox-lookup.schema.json). On a terminal, a progress line on
+// stderr (not with --json). "state" is the last result state notified (100,
+// idle, before any). The log holds the module's first 1000 debug messages;
+// when there were more, its last line is "N more messages left out".
+// "states" holds the first 1000 result states; when there were more,
+// "states_left_out" counts the rest. So a phone that makes the module log or
+// change state without end cannot make the lookup grow without end.
+// Exit status: 0 at least one album found ("ok": true); 1 the lookup failed or
+// found nothing; 2 bad usage; 130 or 143 cancelled by SIGINT or SIGTERM.
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -47,11 +57,12 @@
 #include "BuiltinPhone.h"
 #include "CommandLine.h"
 #include "Commands.h"
-#include "HbFramework/HbDbgOutput.h"
-#include "HbFramework/HbFileSys.h"
 #include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbSingletonFinalizer.h"
 #include "HbSMox.h"
+#include "InterruptSignals.h"
+#include "LookupFailure.h"
+#include "LookupLog.h"
 #include "LookupWatch.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "ResultDirLock.h"
@@ -73,8 +84,10 @@ struct LookupOptions {
     TocSourceOptions source;  // --offsets, --cue, --image, --device
     bool verbose = false;
     std::string phone = "builtin";
+    bool allowRemote = false;
     std::string catalog;
     std::vector<std::string> faults;
+    moxphone::PhoneSourceOptions phoneSource;  // --source and its companions
     unsigned int kind = 0;
     unsigned int param1 = 0;
     unsigned int param2 = 0;
@@ -82,126 +95,56 @@ struct LookupOptions {
     double timeoutSeconds = 60.0;
 };
 
-// The module's debug messages, in order, each without its final line feed.
-// A phone can make the module log without end (every unknown frame is one
-// message), so only the first kLogLinesKept messages are kept and the rest
-// are counted; lines() then ends with one line saying how many were left out.
-class LogCapture {
-public:
-    static const size_t kLogLinesKept = 1000;
-    // How the module's messages about storing the answer begin.
-    const std::string kStoreErrorStart = "search result file ";
-
-    // With `echo`, every message also goes to stderr as it comes.
-    explicit LogCapture(bool echo) {
-        mPrevious = HbDbgOutput::SetSink([this, echo](const HbDbgRecord& record) {
-            if (echo) {
-                std::cerr << HbDbgOutput::Render(record);
-            }
-            std::lock_guard<std::mutex> lock(mMutex);
-            const bool refusal = mRefusal.empty() && record.file == HbFileSysHost::SOURCE;
-            const bool storeError =
-                mStoreError.empty() &&
-                record.text.compare(0, kStoreErrorStart.size(), kStoreErrorStart) == 0;
-            const bool kept = mLines.size() < kLogLinesKept;
-            if (!kept) {
-                ++mLeftOut;
-            }
-            if (!kept && !refusal && !storeError) {
-                return;
-            }
-            std::string text = record.text;
-            if (!text.empty() && text.back() == '\n') {
-                text.pop_back();
-            }
-            if (refusal) {
-                mRefusal = text;
-            }
-            if (storeError) {
-                mStoreError = text;
-            }
-            if (kept) {
-                mLines.push_back(text);
-            }
-        });
-    }
-    ~LogCapture() { HbDbgOutput::SetSink(mPrevious); }
-    // The kept messages, then "N more messages left out" when there were more.
-    std::vector<std::string> lines() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        std::vector<std::string> lines = mLines;
-        if (mLeftOut > 0) {
-            lines.push_back(std::to_string(mLeftOut) + " more messages left out");
-        }
-        return lines;
-    }
-    // The host edition's first refusal of the result directory or file, "" if
-    // none; taken even when the log was already full.
-    std::string refusal() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mRefusal;
-    }
-    // The module's first failure to store the phone's answer ("search result
-    // file write error.", its size limit, ...), "" if none.
-    std::string storeError() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mStoreError;
-    }
-
-private:
-    mutable std::mutex mMutex;
-    std::vector<std::string> mLines;  // at most kLogLinesKept
-    uint64_t mLeftOut = 0;
-    std::string mRefusal;
-    std::string mStoreError;
-    HbDbgOutput::Sink mPrevious;
-};
+using Clock = LookupWatch::Clock;
 
 struct LookupOutcome {
-    bool linked = false;
-    int32 state = -1;
-    bool found = false;
-    std::string why;
+    int32 state = 100;  // the last result state notified
     std::list<HbSMoxDef::AlbumInfo> albums;
+    LookupFailure failure;
 };
 
-LookupOutcome lookUp(const LookupOptions& options, const std::string& toc, LookupWatch& watch) {
+// Looks `toc` up once the link is up; the outcome's failure says why there
+// are no albums.
+void searchDisc(const LookupOptions& options, const std::string& toc, Clock::time_point deadline,
+                LookupWatch& watch, LookupOutcome* outcome) {
+    HbSMox* mox = HbSMox::GetInstance();
+    HbSMoxDef::SearchInfo info;
+    info.lookupKind = static_cast<uint8>(options.kind);
+    info.lookupParam1 = static_cast<uint16>(options.param1);
+    info.lookupParam2 = static_cast<uint16>(options.param2);
+    info.toc = toc;
+    watch.markSearching();
+    mox->search(info);
+    const int32 end = watch.waitForEnd(deadline);
+    if (end != 0) {
+        outcome->failure = watch.failure(end);
+        return;
+    }
+    if (!mox->getSearchResult(toc, &outcome->albums)) {
+        outcome->failure = LookupFailure(LookupFailure::kRefused, "the album search failed");
+    } else if (outcome->albums.empty()) {
+        outcome->failure = LookupFailure(LookupFailure::kNotFound, "no album found for this disc");
+    }
+}
+
+LookupOutcome lookUp(const LookupOptions& options, const std::string& toc,
+                     Clock::time_point deadline, LookupWatch& watch) {
     LookupOutcome outcome;
-    const LookupWatch::Clock::time_point deadline =
-        LookupWatch::Clock::now() +
-        std::chrono::milliseconds(static_cast<long>(options.timeoutSeconds * 1000));
     HbSMox* mox = HbSMox::GetInstance();
     HbObserver<LookupWatch> observer(&watch, &LookupWatch::onMox);
     mox->AddObserver(&observer);
     watch.drawProgress();
     mox->startLink();
-    outcome.linked = watch.waitForLink(deadline, &outcome.why);
-    if (outcome.linked) {
-        HbSMoxDef::SearchInfo info;
-        info.lookupKind = static_cast<uint8>(options.kind);
-        info.lookupParam1 = static_cast<uint16>(options.param1);
-        info.lookupParam2 = static_cast<uint16>(options.param2);
-        info.toc = toc;
-        watch.markSearching();
-        mox->search(info);
-        outcome.state = watch.waitForEnd(deadline);
-        if (outcome.state == 0) {
-            outcome.found = mox->getSearchResult(toc, &outcome.albums);
-            if (!outcome.found) {
-                outcome.why = "the album search failed";
-            } else if (outcome.albums.empty()) {
-                outcome.why = "no album found for this disc";
-            }
-        } else {
-            outcome.why = watch.failure(outcome.state);
-        }
-    } else {
-        outcome.state = watch.lastState();
+    if (watch.waitForLink(deadline, &outcome.failure)) {
+        searchDisc(options, toc, deadline, watch, &outcome);
     }
+    outcome.state = watch.lastState();
+    // Stopping tells the phone (a disconnect) before the link closes, also
+    // after a cancel.
     watch.markStopping();
     if (watch.linked()) {
         mox->stopLink();
-        watch.waitForUnlink(LookupWatch::Clock::now() + std::chrono::seconds(2));
+        watch.waitForUnlink(Clock::now() + std::chrono::seconds(2));
     }
     mox->Terminate();
     mox->RemoveObserver(&observer);
@@ -210,104 +153,194 @@ LookupOutcome lookUp(const LookupOptions& options, const std::string& toc, Looku
 }
 
 // A result directory given on purpose (MOX_RESULT_DIR) may be another run's
-// too: it is checked, made when missing and locked for the whole lookup. A
-// private one needs none of that. False with a one-line reason.
-bool lockSharedResultDirectory(const std::string& resultDir, std::unique_ptr<ResultDirLock>* lock,
-                               std::string* why) {
+// too: it is checked, made when missing and locked for the whole lookup,
+// within the run's deadline. A private one needs none of that.
+LookupFailure lockSharedResultDirectory(const std::string& resultDir, Clock::time_point deadline,
+                                        std::unique_ptr<ResultDirLock>* lock) {
     if (HbFileSysHost::getResultDirectoryOrigin() == HbFileSysHost::en_ORIGIN_PRIVATE) {
+        return LookupFailure();
+    }
+    std::string why;
+    if (!HbFileSysHost::checkDirectory(resultDir, &why) || !makeResultDirectory(resultDir, &why)) {
+        return LookupFailure(LookupFailure::kCannotStore, "cannot store the answer: " + why);
+    }
+    lock->reset(
+        new ResultDirLock(resultDir, std::cerr, PREFIX, deadline, &InterruptSignals::flag()));
+    if ((*lock)->interrupted()) {
+        return LookupFailure::cancelled(InterruptSignals::received());
+    }
+    if ((*lock)->timedOut()) {
+        return LookupFailure(LookupFailure::kTimedOut, (*lock)->error());
+    }
+    if (!(*lock)->locked()) {
+        return LookupFailure(LookupFailure::kCannotStore,
+                             "cannot store the answer: " + (*lock)->error());
+    }
+    return LookupFailure();
+}
+
+// Why the answer could not be stored: the system's reason when the result
+// directory cannot be written, else the module's message.
+std::string storeFailure(const std::string& resultDir, const std::string& moduleMessage) {
+    if (::access(resultDir.c_str(), W_OK | X_OK) != 0) {
+        return "cannot store the answer in " + resultDir + ": " + std::strerror(errno);
+    }
+    return "cannot store the answer in " + resultDir + ": " + moduleMessage;
+}
+
+// The watch tells what the application saw; the log tells the causes behind
+// it that only the module and the host edition know.
+void explainFailure(const LookupLog& log, const std::string& resultDir, LookupFailure* failure) {
+    const LookupFailure::Kind kind = failure->kind();
+    if (kind == LookupFailure::kCancelled || kind == LookupFailure::kNone) {
+        return;
+    }
+    if (!log.refusal().empty()) {
+        *failure =
+            LookupFailure(LookupFailure::kCannotStore, "cannot store the answer: " + log.refusal());
+    } else if (!log.storeError().empty()) {
+        // A disk that is full or a file-size limit (SIGXFSZ is ignored) makes
+        // the module fail its write; that is the cause, not the phone.
+        *failure =
+            LookupFailure(LookupFailure::kCannotStore, storeFailure(resultDir, log.storeError()));
+    } else if (kind == LookupFailure::kNoPhone && !log.linkError().empty()) {
+        *failure = LookupFailure(kind, "no phone: " + log.linkError());
+    } else if (kind == LookupFailure::kRefused && !log.moduleError().empty()) {
+        *failure = LookupFailure(kind, failure->message() + ": " + log.moduleError());
+    }
+}
+
+void printJson(const LookupOutcome& outcome, const LookupWatch* watch, const LookupLog* log,
+               const std::string& resultDir) {
+    Json out = Json::object();
+    out["ok"] = !outcome.failure.failed();
+    out["state"] = outcome.state;
+    out["states"] = watch != nullptr ? watch->states() : std::vector<int32>();
+    if (watch != nullptr && watch->statesLeftOut() > 0) {
+        out["states_left_out"] = watch->statesLeftOut();
+    }
+    out["albums"] = albumsToJson(outcome.albums);
+    out["log"] = log != nullptr ? log->lines() : std::vector<std::string>();
+    if (!resultDir.empty()) {
+        out["result_dir"] = resultDir;
+    }
+    if (outcome.failure.failed()) {
+        out["error"] = outcome.failure.toJson();
+    }
+    std::cout << out.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
+}
+
+// The end of every run: the output, the one line of a failure, the status.
+int finish(const LookupOptions& options, const LookupOutcome& outcome, const LookupWatch* watch,
+           const LookupLog* log, const std::string& resultDir) {
+    if (options.json) {
+        printJson(outcome, watch, log, resultDir);
+    } else if (!outcome.failure.failed()) {
+        printAlbumTable(outcome.albums, std::cout);
+    }
+    std::cout.flush();
+    if (outcome.failure.failed()) {
+        std::cerr << PREFIX << outcome.failure.message() << "\n";
+    }
+    return outcome.failure.exitStatus();
+}
+
+int usageFailure(const LookupOptions& options, const std::string& why) {
+    LookupOutcome outcome;
+    outcome.failure = LookupFailure(LookupFailure::kBadUsage, why);
+    return finish(options, outcome, nullptr, nullptr, std::string());
+}
+
+// The phone: the simulator in this process, or an endpoint that must at
+// least be well formed (a malformed one is bad usage, not a missing phone).
+bool choosePhone(const LookupOptions& options, std::unique_ptr<BuiltinPhone>* builtin,
+                 std::string* why) {
+    if (options.phone == "builtin") {
+        *builtin =
+            BuiltinPhone::create(options.catalog, options.faults,
+                                 options.verbose ? &std::cerr : nullptr, why, &options.phoneSource);
+        if (!*builtin) {
+            return false;
+        }
+        OstLinkAppHost::setLoopbackPeer((*builtin)->peer());
+        OstLinkAppHost::setEndpoint("loopback");
         return true;
     }
-    if (!HbFileSysHost::checkDirectory(resultDir, why)) {
+    if (!options.faults.empty() || !options.catalog.empty()) {
+        *why = "--fault and --catalog need --phone builtin";
         return false;
     }
-    if (!makeResultDirectory(resultDir, why)) {
+    if (!options.phoneSource.isCatalogue()) {
+        *why = "--source needs --phone builtin";
         return false;
     }
-    lock->reset(new ResultDirLock(resultDir, std::cerr, PREFIX));
-    if (!(*lock)->locked()) {
-        *why = (*lock)->error();
+    OstLinkAppHost::setAllowRemote(options.allowRemote);
+    bool remote = false;
+    if (!OstLinkAppHost::checkEndpoint(options.phone, why, &remote)) {
+        if (remote) {
+            *why += " (allow it with --allow-remote)";
+        }
         return false;
     }
+    OstLinkAppHost::setEndpoint(options.phone);
     return true;
 }
 
+// A cancelled or failed lookup leaves no partial answer in a directory that
+// outlives the run (a private one goes with the run).
+void removePartialAnswer(const LookupOutcome& outcome) {
+    if (!outcome.failure.failed() ||
+        HbFileSysHost::getResultDirectoryOrigin() == HbFileSysHost::en_ORIGIN_PRIVATE) {
+        return;
+    }
+    if (outcome.failure.kind() == LookupFailure::kCancelled) {
+        ::unlink(HbFileSysHost::getResultFilePath().c_str());
+    }
+}
+
 int runLookup(const LookupOptions& options) {
+    const Clock::time_point deadline =
+        Clock::now() +
+        std::chrono::milliseconds(static_cast<long long>(options.timeoutSeconds * 1000));
     std::string toc = options.toc;
     std::string why;
     if (options.source.given()) {
         DiscToc disc;
         if (!readDiscToc(options.source.request(), &disc, &why)) {
-            std::cerr << PREFIX << why << "\n";
-            return EXIT_BAD_USAGE;
+            return usageFailure(options, why);
         }
         toc = disc.toc;
     }
     std::unique_ptr<BuiltinPhone> builtin;
-    if (options.phone == "builtin") {
-        builtin = BuiltinPhone::create(options.catalog, options.faults,
-                                       options.verbose ? &std::cerr : nullptr, &why);
-        if (!builtin) {
-            std::cerr << PREFIX << why << "\n";
-            return EXIT_BAD_USAGE;
-        }
-        OstLinkAppHost::setLoopbackPeer(builtin->peer());
-        OstLinkAppHost::setEndpoint("loopback");
-    } else {
-        if (!options.faults.empty() || !options.catalog.empty()) {
-            std::cerr << PREFIX << "--fault and --catalog need --phone builtin\n";
-            return EXIT_BAD_USAGE;
-        }
-        OstLinkAppHost::setEndpoint(options.phone);
+    if (!choosePhone(options, &builtin, &why)) {
+        return usageFailure(options, why);
     }
-
+    LookupOutcome outcome;
     const std::string resultDir = HbFileSysHost::getResultDirectory();
     if (resultDir.empty()) {
-        std::cerr << PREFIX << "cannot make a private result directory\n";
-        return EXIT_FAILED;
-    }
-    std::unique_ptr<ResultDirLock> lock;
-    if (!lockSharedResultDirectory(resultDir, &lock, &why)) {
-        std::cerr << PREFIX << why << "\n";
-        return EXIT_FAILED;
+        outcome.failure =
+            LookupFailure(LookupFailure::kCannotStore,
+                          "cannot store the answer: cannot make a private result directory");
+        return finish(options, outcome, nullptr, nullptr, resultDir);
     }
     const bool progress = !options.json && isatty(STDERR_FILENO) != 0;
-    LogCapture log(options.verbose);
+    const InterruptSignals signals(progress);
+    std::unique_ptr<ResultDirLock> lock;
+    outcome.failure = lockSharedResultDirectory(resultDir, deadline, &lock);
+    if (outcome.failure.failed()) {
+        return finish(options, outcome, nullptr, nullptr, resultDir);
+    }
+    LookupLog log(options.verbose);
     LookupWatch watch(progress);
-    LookupOutcome outcome = lookUp(options, toc, watch);
+    watch.setInterruptFlag(&InterruptSignals::flag());
+    outcome = lookUp(options, toc, deadline, watch);
     OstLinkAppHost::setLoopbackPeer(nullptr);
     if (progress) {
         std::fprintf(stderr, "\r\033[K");
     }
-
-    if (!log.refusal().empty()) {
-        outcome.why = log.refusal();
-    } else if (outcome.state != 0 && !log.storeError().empty()) {
-        // A disk that is full or a file-size limit (SIGXFSZ is ignored) makes
-        // the module fail its write; that is the cause, not the phone.
-        outcome.why = "error: " + log.storeError();
-    }
-    const bool ok = outcome.state == 0 && outcome.found;
-    if (options.json) {
-        Json out = Json::object();
-        out["ok"] = ok;
-        out["state"] = outcome.state;
-        out["states"] = watch.states();
-        if (watch.statesLeftOut() > 0) {
-            out["states_left_out"] = watch.statesLeftOut();
-        }
-        out["albums"] = albumsToJson(outcome.albums);
-        out["log"] = log.lines();
-        out["result_dir"] = resultDir;
-        std::cout << out.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
-    } else if (ok) {
-        printAlbumTable(outcome.albums, std::cout);
-    }
-    std::cout.flush();
-    if (ok && !outcome.albums.empty()) {
-        return EXIT_FOUND;
-    }
-    std::cerr << PREFIX << outcome.why << "\n";
-    return EXIT_FAILED;
+    explainFailure(log, resultDir, &outcome.failure);
+    removePartialAnswer(outcome);
+    return finish(options, outcome, &watch, &log, resultDir);
 }
 
 }  // namespace
@@ -327,9 +360,12 @@ Command addLookupCommand(CLI::App& app) {
         ->add_option("--phone", options->phone,
                      "builtin (the simulator in this process), unix:PATH or tcp:HOST:PORT")
         ->capture_default_str();
+    lookup->add_flag("--allow-remote", options->allowRemote,
+                     "allow a tcp: phone outside this machine (127.0.0.0/8, ::1)");
     lookup->add_option("--catalog", options->catalog,
                        "catalogue of the built-in phone (default: the bundled sample)");
     lookup->add_option("--fault", options->faults, "fault of the built-in phone (repeatable)");
+    options->phoneSource.addTo(*lookup);
     lookup->add_option("--kind", options->kind, "lookup kind (0-255)")
         ->check(CommandLine::wholeNumber(0, 255))
         ->capture_default_str();
@@ -340,10 +376,11 @@ Command addLookupCommand(CLI::App& app) {
         ->check(CommandLine::wholeNumber(0, 65535))
         ->capture_default_str();
     lookup->add_flag("--json", options->json,
-                     "print one JSON object: ok, state, states, albums, log, result_dir");
+                     "print one JSON object: ok, state, states, albums, log, result_dir, error");
     lookup
         ->add_option("--timeout", options->timeoutSeconds,
-                     "bound on the whole wait, seconds (default 60)")
+                     "bound on the whole run, the wait for another run's lock included, seconds "
+                     "(default 60)")
         ->check(CommandLine::positiveNumber())
         ->capture_default_str();
     lookup->add_flag("--verbose", options->verbose,

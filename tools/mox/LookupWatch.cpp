@@ -58,7 +58,17 @@ uint32 LookupWatch::onMox(uint32 id, void* data, uint32 size) {
     return 1;
 }
 
-bool LookupWatch::waitForLink(Clock::time_point deadline, std::string* why) {
+void LookupWatch::setInterruptFlag(const std::atomic<int>* flag) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mInterrupt = flag;
+}
+
+int LookupWatch::interruptedBy() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mInterruptedBy;
+}
+
+bool LookupWatch::waitForLink(Clock::time_point deadline, LookupFailure* why) {
     std::unique_lock<std::mutex> lock(mMutex);
     for (;;) {
         if (mLinked) {
@@ -66,22 +76,27 @@ bool LookupWatch::waitForLink(Clock::time_point deadline, std::string* why) {
         }
         if (mLinkLost || mDeviceGone) {
             if (mLastState == 100) {
-                *why = mLinkLost || mDeviceSeen ? "link lost"
-                                                : "link lost: the phone could not be reached";
+                *why = mLinkLost || mDeviceSeen
+                           ? LookupFailure(LookupFailure::kLinkLost, "link lost")
+                           : LookupFailure(LookupFailure::kNoPhone,
+                                           "no phone: the phone could not be reached");
                 return false;
             }
         } else if (mLastState == 20) {
-            *why = "error: the phone did not answer the connect";
+            *why = LookupFailure(LookupFailure::kTimedOut,
+                                 "timed out: the phone did not answer the connect");
             return false;
         } else if (isFailureCode(mLastState)) {
-            *why = "phone status " + std::to_string(mLastState) + " on the connect";
+            *why = LookupFailure::phoneStatus(mLastState, " on the connect");
             return false;
         } else if (mLastState == 100 && mStateCount > 1) {
-            *why = "the connect ended without a link";
+            *why = LookupFailure(LookupFailure::kLinkLost, "the connect ended without a link");
             return false;
         }
         if (!waitTick(lock, deadline)) {
-            *why = "timed out waiting for the phone link";
+            *why = mInterruptedBy != 0 ? LookupFailure::cancelled(mInterruptedBy)
+                                       : LookupFailure(LookupFailure::kTimedOut,
+                                                       "timed out waiting for the phone link");
             return false;
         }
     }
@@ -119,7 +134,7 @@ int32 LookupWatch::waitForEnd(Clock::time_point deadline) {
 
 void LookupWatch::waitForUnlink(Clock::time_point deadline) {
     std::unique_lock<std::mutex> lock(mMutex);
-    while (mLinked && waitTick(lock, deadline)) {
+    while (mLinked && waitTick(lock, deadline, false)) {
     }
 }
 
@@ -143,25 +158,32 @@ bool LookupWatch::linked() const {
     return mLinked;
 }
 
-std::string LookupWatch::failure(int32 state) const {
+LookupFailure LookupWatch::failure(int32 state) const {
     std::lock_guard<std::mutex> lock(mMutex);
-    if (state < 0) {
-        return "timed out waiting for the lookup to end (result state " +
-               std::to_string(mLastState) + ")";
+    if (state < 0 && mInterruptedBy != 0) {
+        return LookupFailure::cancelled(mInterruptedBy);
     }
-    if (mSearchFailureCode != 0) {
-        return "phone status " + std::to_string(mSearchFailureCode);
+    if (state < 0) {
+        return LookupFailure(LookupFailure::kTimedOut,
+                             "timed out waiting for the lookup to end (result state " +
+                                 std::to_string(mLastState) + ")");
+    }
+    // A timeout or an error comes first when there is one: a failure code
+    // ends the wait, so any that follows them answers the module's cancel.
+    if (mSearchFirstEnd == 4) {
+        return LookupFailure(LookupFailure::kTimedOut,
+                             "timed out: the phone did not answer in time");
+    }
+    if (mSearchFirstEnd == 0 && mSearchFailureCode != 0) {
+        return LookupFailure::phoneStatus(mSearchFailureCode, "");
     }
     if (mLinkLost || mDeviceGone) {
-        return "link lost";
-    }
-    if (mSearchFirstEnd == 4) {
-        return "timed out: the phone did not answer in time";
+        return LookupFailure(LookupFailure::kLinkLost, "link lost");
     }
     if (mSearchFirstEnd == 20) {
-        return "error: the phone's answer was refused";
+        return LookupFailure(LookupFailure::kRefused, "the phone's answer was refused");
     }
-    return "cancelled";
+    return LookupFailure(LookupFailure::kCancelled, "the module cancelled the search");
 }
 
 void LookupWatch::addStateLocked(int32 value) {
@@ -198,8 +220,13 @@ bool LookupWatch::settledLocked() const {
     return mLastState == 20 && Clock::now() - mLastChange >= kErrorGrace;
 }
 
-bool LookupWatch::waitTick(std::unique_lock<std::mutex>& lock, Clock::time_point deadline) {
+bool LookupWatch::waitTick(std::unique_lock<std::mutex>& lock, Clock::time_point deadline,
+                           bool interruptible) {
     drawProgressLocked();
+    if (interruptible && mInterrupt != nullptr && mInterrupt->load() != 0) {
+        mInterruptedBy = mInterrupt->load();
+        return false;
+    }
     const Clock::time_point now = Clock::now();
     if (now >= deadline) {
         return false;

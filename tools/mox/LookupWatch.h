@@ -10,6 +10,7 @@
 //       mox->search(info);
 //       const int32 state = watch.waitForEnd(deadline);  // -1: deadline passed
 //   }
+//   LookupFailure failure = watch.failure(state);
 //
 // - onMox() runs on the module's threads; every other member on the
 //   command's thread. All state is guarded by one lock; the progress line is
@@ -28,9 +29,14 @@
 // - A phone can make the result state change without end (answers that move
 //   it between connected and searching), so only the first kStatesKept
 //   states are kept for the output; what the waits need is kept as it comes.
+// - An interrupt flag (setInterruptFlag) that becomes non-zero ends the waits
+//   for the link and for the end as if their deadline had passed; failure()
+//   then says "cancelled". The wait for the link to go down after stopLink is
+//   not cut short: it is the clean-up that a cancel wants.
 #ifndef MOX_TOOLS_LOOKUPWATCH_H
 #define MOX_TOOLS_LOOKUPWATCH_H
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -39,6 +45,7 @@
 #include <vector>
 
 #include "HbFramework/HbTypes.h"
+#include "LookupFailure.h"
 
 class LookupWatch {
 public:
@@ -58,10 +65,16 @@ public:
     // 3 (device status).
     uint32 onMox(uint32 id, void* data, uint32 size);
 
-    // Waits for the link; false with the reason when the link failed or
-    // `deadline` passed. A phone that goes is final once the module has given
-    // up its connect (idle again), so that the states reported are all there.
-    bool waitForLink(Clock::time_point deadline, std::string* why);
+    // Ends the waits for the link and for the end early once `*flag` is not
+    // 0 (the signal that asked for it); checked at least every 100 ms.
+    void setInterruptFlag(const std::atomic<int>* flag);
+    // The signal that interrupted a wait, 0 if none did.
+    int interruptedBy() const;
+
+    // Waits for the link; false with the reason when the link failed, the
+    // wait was interrupted or `deadline` passed. A phone that goes is final once the module has
+    // given up its connect (idle again), so that the states reported are all there.
+    bool waitForLink(Clock::time_point deadline, LookupFailure* why);
 
     // Shows the progress line at once, before anything is asked of the
     // module: a lookup always starts by connecting.
@@ -73,7 +86,7 @@ public:
     void markStopping();
 
     // Waits until the result state settles; returns it, or -1 when `deadline`
-    // passed first. No state is recorded afterwards.
+    // passed or the wait was interrupted first. No state is recorded afterwards.
     int32 waitForEnd(Clock::time_point deadline);
 
     // Waits (bounded) until the link is down after stopLink.
@@ -87,15 +100,17 @@ public:
     int32 lastState() const;
     bool linked() const;
 
-    // The failure in words, from what was notified; `state` is what
-    // waitForEnd() returned.
-    std::string failure(int32 state) const;
+    // Why the search ended without a result, from what was notified; `state`
+    // is what waitForEnd() returned.
+    LookupFailure failure(int32 state) const;
 
 private:
     void addStateLocked(int32 value);
     bool settledLocked() const;
-    // One bounded wait; redraws the progress line. False once `deadline` passed.
-    bool waitTick(std::unique_lock<std::mutex>& lock, Clock::time_point deadline);
+    // One bounded wait; redraws the progress line. False once `deadline`
+    // passed, or when `interruptible` and the interrupt flag is set.
+    bool waitTick(std::unique_lock<std::mutex>& lock, Clock::time_point deadline,
+                  bool interruptible = true);
     void drawProgressLocked() const;
 
     const bool mProgress;
@@ -116,6 +131,8 @@ private:
     bool mSearching = false;
     bool mStopping = false;
     bool mSettled = false;
+    const std::atomic<int>* mInterrupt = nullptr;
+    int mInterruptedBy = 0;
 };
 
 #endif  // MOX_TOOLS_LOOKUPWATCH_H

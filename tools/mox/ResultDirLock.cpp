@@ -8,9 +8,11 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 
 ResultDirLock::ResultDirLock(const std::string& directory, std::ostream& waitNotice,
-                             const std::string& prefix)
+                             const std::string& prefix, Clock::time_point deadline,
+                             const std::atomic<int>* interrupt)
     : mFd(-1), mError() {
     const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
@@ -28,16 +30,35 @@ ResultDirLock::ResultDirLock(const std::string& directory, std::ostream& waitNot
         return;
     }
     waitNotice << prefix << "waiting for another run that uses " << directory << std::endl;
-    int result = 0;
-    while ((result = ::flock(fd, LOCK_EX)) != 0 && errno == EINTR) {
-    }
-    if (result != 0) {
-        const int error = errno;
+    if (!waitFor(fd, directory, deadline, interrupt)) {
         ::close(fd);
-        fail(directory, error);
         return;
     }
     mFd = fd;
+}
+
+bool ResultDirLock::waitFor(int fd, const std::string& directory, Clock::time_point deadline,
+                            const std::atomic<int>* interrupt) {
+    for (;;) {
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+            return true;
+        }
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            fail(directory, errno);
+            return false;
+        }
+        if (interrupt != nullptr && interrupt->load() != 0) {
+            mInterrupted = true;
+            mError = "cancelled";
+            return false;
+        }
+        if (Clock::now() >= deadline) {
+            mTimedOut = true;
+            mError = "timed out waiting for another run that uses " + directory;
+            return false;
+        }
+        std::this_thread::sleep_for(kRetry);
+    }
 }
 
 ResultDirLock::~ResultDirLock() {

@@ -6,7 +6,8 @@
 // The lock is an flock(2) on the directory itself, held from construction to
 // destruction; the system releases it when the process ends, however it ends.
 // A run that finds the directory locked waits for the other one and says so
-// once, on the stream it was given.
+// once, on the stream it was given; the wait ends at the run's deadline
+// (mox lookup --timeout), or when the run is interrupted (Ctrl-C).
 //
 //   ResultDirLock lock(HbFileSysHost::getResultDirectory(), std::cerr, "mox lookup: ");
 //   if (!lock.locked()) { std::cerr << lock.error() << "\n"; return 2; }
@@ -14,28 +15,48 @@
 #ifndef MOX_TOOLS_RESULTDIRLOCK_H
 #define MOX_TOOLS_RESULTDIRLOCK_H
 
+#include <atomic>
+#include <chrono>
 #include <ostream>
 #include <string>
 
 class ResultDirLock {
 public:
-    // Locks `directory`, which must exist, waiting as long as another run
-    // holds it. While waiting, writes one line to `waitNotice`:
+    using Clock = std::chrono::steady_clock;
+
+    // Locks `directory`, which must exist, waiting while another run holds
+    // it, until `deadline` or until `*interrupt` is not 0. While waiting,
+    // writes one line to `waitNotice`:
     // "<prefix>waiting for another run that uses <directory>".
     ResultDirLock(const std::string& directory, std::ostream& waitNotice,
-                  const std::string& prefix = "mox: ");
+                  const std::string& prefix = "mox: ",
+                  Clock::time_point deadline = Clock::time_point::max(),
+                  const std::atomic<int>* interrupt = nullptr);
     ~ResultDirLock();
     ResultDirLock(const ResultDirLock&) = delete;
     ResultDirLock& operator=(const ResultDirLock&) = delete;
 
     bool locked() const { return mFd >= 0; }
-    // Why the directory is not locked: "cannot lock <directory>: <reason>".
+    // The deadline passed, or the interrupt came, while another run held it.
+    bool timedOut() const { return mTimedOut; }
+    bool interrupted() const { return mInterrupted; }
+    // Why the directory is not locked: "cannot lock <directory>: <reason>",
+    // "timed out waiting for another run that uses <directory>", "cancelled".
     const std::string& error() const { return mError; }
 
 private:
+    // How often a waiting run tries again.
+    static constexpr std::chrono::milliseconds kRetry{20};
+
     void fail(const std::string& directory, int error);
+    // Tries until the lock is taken (true), the deadline passes or the
+    // interrupt comes (false).
+    bool waitFor(int fd, const std::string& directory, Clock::time_point deadline,
+                 const std::atomic<int>* interrupt);
 
     int mFd;
+    bool mTimedOut = false;
+    bool mInterrupted = false;
     std::string mError;
 };
 

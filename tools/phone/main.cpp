@@ -17,6 +17,7 @@
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
 #include "moxphone/PhoneServer.h"
+#include "moxphone/PhoneSourceOptions.h"
 
 namespace {
 
@@ -63,6 +64,8 @@ int main(int argc, char** argv) {
                    "Endpoint: unix:PATH or tcp:127.0.0.1:PORT; up to 64 modules are served at "
                    "once, each dropped after 30 s without traffic");
     app.add_option("--catalog", catalogPath, "Catalogue JSON file (default: the bundled sample)");
+    moxphone::PhoneSourceOptions sourceOptions;
+    sourceOptions.addTo(app);
     app.add_option("--chunk-size", chunkSize, "Payload bytes per database chunk (default 4096)")
         ->type_name("N");
     app.add_option("--not-found-status", notFoundStatus,
@@ -137,7 +140,9 @@ int main(int argc, char** argv) {
     }
     options.catalogue = catalogue;
     options.timeScale = moxphone::PhoneOptions::timeScaleFromEnvironment();
-    if (!options.validate(&error)) {
+    if (!sourceOptions.makeSource("mox-phone", MOX_VERSION, options.timeScale, &options.source,
+                                  &error) ||
+        !options.validate(&error)) {
         return usageError(error);
     }
 
@@ -167,6 +172,9 @@ int main(int argc, char** argv) {
     }
     log.line("catalogue " + catalogPath + ": " + std::to_string(catalogue->discs().size()) +
              " discs");
+    if (!sourceOptions.isCatalogue()) {
+        log.line("discs are looked up in " + sourceOptions.describe());
+    }
     for (const std::string& fault : options.faults.given()) {
         log.line("fault in force: " + fault);
     }

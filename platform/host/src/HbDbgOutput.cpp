@@ -102,13 +102,8 @@ void configureDefault(SinkState& s) {
     }
 }
 
-void deliver(const HbDbgRecord& record) {
-    SinkState& s = state();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    if (s.sink) {
-        s.sink(record);
-        return;
-    }
+// Called with s.mutex held.
+void writeDefaultLocked(SinkState& s, const HbDbgRecord& record) {
     configureDefault(s);
     if (s.target == DefaultTarget::kOff) {
         return;
@@ -123,6 +118,16 @@ void deliver(const HbDbgRecord& record) {
         }
     }
     std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void deliver(const HbDbgRecord& record) {
+    SinkState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    if (s.sink) {
+        s.sink(record);
+        return;
+    }
+    writeDefaultLocked(s, record);
 }
 
 }  // namespace
@@ -173,6 +178,11 @@ std::string HbDbgOutput::Render(const HbDbgRecord& record) {
         out.push_back('\n');
     }
     return out;
+}
+
+void HbDbgOutput::WriteDefault(const HbDbgRecord& record) {
+    // Runs inside a sink, under the delivery lock that deliver() holds.
+    writeDefaultLocked(state(), record);
 }
 
 void HbDbgOutput::ReloadSettings() {

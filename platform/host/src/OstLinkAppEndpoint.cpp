@@ -88,9 +88,8 @@ bool OstLinkAppEndpoint::parseTcp(const std::string& rest, bool allowRemote,
         return false;
     }
     if (!allowRemote && !isLoopbackAddress(out.mFamily, host)) {
-        error = "remote endpoint '" + out.mText + "' refused: " + host +
-                " is not a loopback address (allow remote hosts with "
-                "OstLinkAppHost::setAllowRemote(true))";
+        error =
+            "remote endpoint '" + out.mText + "' refused: " + host + " is not a loopback address";
         return false;
     }
     out.mKind = en_KIND_TCP;

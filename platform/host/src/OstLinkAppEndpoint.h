@@ -23,7 +23,7 @@ public:
     OstLinkAppEndpoint();
 
     // Reads `text`. False, with the reason in `error` ("bad endpoint ..." or
-    // "remote endpoint ... refused ..."), when it names no endpoint or a
+    // "remote endpoint ... refused: ... is not a loopback address"), when it names no endpoint or a
     // remote host while `allowRemote` is false.
     static bool parse(const std::string& text, bool allowRemote, OstLinkAppEndpoint& out,
                       std::string& error);

@@ -1,5 +1,7 @@
 #include "OstLinkApp/OstLinkAppHost.h"
 
+#include "OstLinkAppEndpoint.h"
+
 #include <cstdlib>
 #include <mutex>
 
@@ -50,6 +52,23 @@ std::string OstLinkAppHost::getEndpoint() {
         return fromEnvironment;
     }
     return kDefaultEndpoint;
+}
+
+bool OstLinkAppHost::checkEndpoint(const std::string& endpoint, std::string* error,
+                                   bool* remoteRefused) {
+    OstLinkAppEndpoint parsed;
+    std::string reason;
+    if (OstLinkAppEndpoint::parse(endpoint, getAllowRemote(), parsed, reason)) {
+        return true;
+    }
+    if (error != nullptr) {
+        *error = reason;
+    }
+    if (remoteRefused != nullptr) {
+        std::string ignored;
+        *remoteRefused = OstLinkAppEndpoint::parse(endpoint, true, parsed, ignored);
+    }
+    return false;
 }
 
 void OstLinkAppHost::setAllowRemote(bool allow) {

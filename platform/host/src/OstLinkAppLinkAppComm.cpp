@@ -261,8 +261,12 @@ std::shared_ptr<OstLinkAppTransport> OstLinkAppLinkAppComm::makeTransport() {
     OstLinkAppEndpoint endpoint;
     std::string error;
     if (!OstLinkAppEndpoint::parse(text, OstLinkAppHost::getAllowRemote(), endpoint, error)) {
+        bool remote = false;
+        OstLinkAppHost::checkEndpoint(text, nullptr, &remote);
+        const char* hint =
+            remote ? " (allow remote hosts with OstLinkAppHost::setAllowRemote(true))" : "";
         HbDbgOutput::DbgPrint(kSource, "openTransport", __LINE__, en_TAG_ERROR,
-                              "cannot open the link: %s\n", error.c_str());
+                              "cannot open the link: %s%s\n", error.c_str(), hint);
         return nullptr;
     }
     OstLinkAppTransport::PostFunc post = [this](uint32 id, const void* data, uint32 size) {

@@ -2,9 +2,11 @@
 #include "moxphone/PhoneSession.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <map>
 
+#include "moxphone/CatalogueSource.h"
 #include "moxphone/LookupRequest.h"
 #include "moxphone/PhoneFrames.h"
 #include "moxphone/ResponseDatabase.h"
@@ -80,8 +82,12 @@ PhoneSession::PhoneSession(const PhoneOptions& options, Transport& transport, Sc
       mLog(log),
       mOpen(false),
       mHaveDatabase(false),
+      mSource(options.source ? options.source
+                             : std::make_shared<CatalogueSource>(options.catalogue)),
       mNextStep(0),
       mWaitingForRoom(false) {}
+
+PhoneSession::~PhoneSession() {}
 
 void PhoneSession::open() {
     mOpen = true;
@@ -227,19 +233,60 @@ void PhoneSession::handleLookup(const Bytes& frame) {
     if (!mOpen) {
         return;
     }
-    const CatalogueDisc* disc = mOptions.catalogue->findDisc(request.toc);
-    if (disc == nullptr) {
-        mLog.line("the disc is not in the catalogue");
-        sendNotice(mOptions.notFoundStatus, 0);
+    if (mSource->answersAtOnce()) {
+        LookupControl control(LookupControl::Clock::now());
+        answerLookup(mSource->lookUp(request.toc, control));
         return;
     }
-    mDatabase = ResponseDatabase::build(*mOptions.catalogue, *disc);
-    mHaveDatabase = true;
-    const size_t candidates = disc->candidates.size();
-    mLog.line("the disc is in the catalogue: " + std::to_string(candidates) +
-              (candidates == 1 ? " candidate" : " candidates") + ", a response database of " +
-              std::to_string(mDatabase.size()) + " bytes");
-    sendNotice(0, static_cast<uint32_t>(mDatabase.size()));
+    mLog.line("looking the disc up online");
+    const auto budget = std::chrono::milliseconds(scaledDelayMs(kLookupBudgetMs));
+    mPending.reset(new PendingLookup(mSource, request.toc, LookupControl::Clock::now() + budget));
+    mScheduler.schedule(kLookupCheckMs, [this] { checkLookup(); });
+}
+
+void PhoneSession::checkLookup() {
+    if (!mPending) {
+        return;
+    }
+    DiscAnswer answer;
+    if (mPending->take(&answer)) {
+        mPending.reset();
+        answerLookup(answer);
+        return;
+    }
+    // A source ends by the deadline; one that does not is given up a little
+    // later, still before the module's timer.
+    const auto grace = std::chrono::milliseconds(scaledDelayMs(kLookupGraceMs));
+    if (LookupControl::Clock::now() < mPending->deadline() + grace) {
+        mScheduler.schedule(kLookupCheckMs, [this] { checkLookup(); });
+        return;
+    }
+    mPending.reset();
+    answer.outcome = DiscAnswer::Outcome::kFailed;
+    answer.status = DiscSource::kServiceTimedOutStatus;
+    answer.summary = "the online lookup did not end in time; answered with status " +
+                     std::to_string(answer.status);
+    answerLookup(answer);
+}
+
+void PhoneSession::answerLookup(const DiscAnswer& answer) {
+    for (const std::string& note : answer.notes) {
+        mLog.line(note);
+    }
+    mLog.line(answer.summary);
+    switch (answer.outcome) {
+        case DiscAnswer::Outcome::kFound:
+            mDatabase = answer.database;
+            mHaveDatabase = true;
+            sendNotice(0, static_cast<uint32_t>(mDatabase.size()));
+            return;
+        case DiscAnswer::Outcome::kNotFound:
+            sendNotice(mOptions.notFoundStatus, 0);
+            return;
+        case DiscAnswer::Outcome::kFailed:
+            sendNotice(answer.status, 0);
+            return;
+    }
 }
 
 void PhoneSession::sendNotice(uint16_t status, uint32_t size) {
@@ -548,6 +595,7 @@ void PhoneSession::runStep() {
 
 void PhoneSession::stopTransfer() {
     mScheduler.cancelAll();
+    mPending.reset();
     mSteps.clear();
     mNextStep = 0;
     mWaitingForRoom = false;

@@ -42,6 +42,23 @@ std::vector<uint32_t> addTracks(moxdb::CatalogueBuilder& builder,
     return trackIds;
 }
 
+// One candidate: its album record, its tracks and its TOC record.
+void addCandidate(moxdb::CatalogueBuilder& builder, std::map<std::string, uint32_t>& artists,
+                  const std::string& toc, const CatalogueAlbum& album, uint16_t medium,
+                  int32_t confidence) {
+    moxdb::AlbumFields fields;
+    fields.idText = album.id;
+    fields.title = album.title;
+    fields.genreCode = album.genre;
+    fields.language = album.language;
+    fields.confidence = confidence;
+    fields.mediaCount = static_cast<uint32_t>(album.media.size());
+    fields.trackIds = addTracks(builder, artists, album);
+    fields.mediaNum = medium;
+    const uint32_t albumId = builder.addAlbum(fields);
+    builder.addToc(toc, albumId, medium);
+}
+
 }  // namespace
 
 moxdb::Bytes ResponseDatabase::build(const Catalogue& catalogue, const CatalogueDisc& disc) {
@@ -52,17 +69,17 @@ moxdb::Bytes ResponseDatabase::build(const Catalogue& catalogue, const Catalogue
         if (album == nullptr) {
             continue;  // a loaded catalogue has none such
         }
-        moxdb::AlbumFields fields;
-        fields.idText = album->id;
-        fields.title = album->title;
-        fields.genreCode = album->genre;
-        fields.language = album->language;
-        fields.confidence = candidate.confidence;
-        fields.mediaCount = static_cast<uint32_t>(album->media.size());
-        fields.trackIds = addTracks(builder, artists, *album);
-        fields.mediaNum = candidate.medium;
-        const uint32_t albumId = builder.addAlbum(fields);
-        builder.addToc(disc.toc, albumId, candidate.medium);
+        addCandidate(builder, artists, disc.toc, *album, candidate.medium, candidate.confidence);
+    }
+    return builder.build();
+}
+
+moxdb::Bytes ResponseDatabase::build(const std::string& toc,
+                                     const std::vector<FoundAlbum>& albums) {
+    moxdb::CatalogueBuilder builder;
+    std::map<std::string, uint32_t> artists;
+    for (const FoundAlbum& found : albums) {
+        addCandidate(builder, artists, toc, found.album, found.medium, found.confidence);
     }
     return builder.build();
 }

@@ -48,6 +48,12 @@ public:
     // Host only. Renders a record the way the default sink writes it.
     static std::string Render(const HbDbgRecord& record);
 
+    // Host only, and only from inside a sink (which runs under the delivery
+    // lock): writes `record` where the default sink would, as HB_DBG_OUTPUT
+    // says (stderr, a file, or nowhere), so that a sink that keeps the
+    // records for itself can still honour the setting.
+    static void WriteDefault(const HbDbgRecord& record);
+
     // Host only. Reads HB_DBG_OUTPUT again for the default sink, for programs
     // (and tests) that change the setting while running.
     static void ReloadSettings();

@@ -94,6 +94,13 @@ public:
     static void setEndpoint(const std::string& endpoint);
     // The endpoint in force: the setter's, else OST_LINKAPP_ENDPOINT, else "loopback".
     static std::string getEndpoint();
+    // Whether `endpoint` names an endpoint that a link can be opened to with
+    // the settings in force; false with the reason ("bad endpoint 'foo':
+    // expected loopback, unix:PATH or tcp:HOST:PORT", "remote endpoint ...
+    // refused: ... is not a loopback address"), and in `remoteRefused`
+    // whether only the remote-host setting refuses it. Either may be null.
+    static bool checkEndpoint(const std::string& endpoint, std::string* error,
+                              bool* remoteRefused = nullptr);
     static void setAllowRemote(bool allow);
     static bool getAllowRemote();
     // Host only, for tests: the greeting and stall times of links opened

@@ -20,6 +20,13 @@ std::string makeTocText(const std::vector<uint32_t>& trackLbas, uint32_t leadOut
 // with the lead-out 9000 frames after the last: 6 * (tracks + 1) bytes.
 std::string makeTocTextOfTracks(uint32_t tracks);
 
+// The frame offsets of a TOC text written by the convention above: the
+// tracks' first, then the lead-out's. False for any other text: a length
+// that is not a multiple of six, fewer than one track or more than 99, a
+// character that is not an upper-case hexadecimal digit, an offset below 150
+// or offsets that do not increase strictly.
+bool parseTocText(const std::string& text, std::vector<uint32_t>* frameOffsets);
+
 }  // namespace moxdb
 
 #endif  // MOXDB_TOCTEXT_H

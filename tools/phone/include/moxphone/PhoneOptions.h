@@ -1,4 +1,4 @@
-// How a simulated phone behaves: its catalogue, chunk size, status for an
+// How a simulated phone behaves: its catalogue or other source, chunk size, status for an
 // unknown disc, OS type, device name, faults, and the time scale of its
 // delays. Shared by the server, the in-process phone and mox-phone's options.
 #ifndef MOXPHONE_PHONEOPTIONS_H
@@ -9,6 +9,7 @@
 #include <string>
 
 #include "moxphone/Catalogue.h"
+#include "moxphone/DiscSource.h"
 #include "moxphone/Envelope.h"
 #include "moxphone/Faults.h"
 #include "moxphone/PhoneFrames.h"
@@ -22,7 +23,9 @@ struct PhoneOptions {
         Envelope::kMaxLength - 1 - static_cast<uint32_t>(PhoneFrames::kChunkPayloadOffset);
     static constexpr uint16_t kDefaultNotFoundStatus = 404;
 
-    std::shared_ptr<const Catalogue> catalogue;        // required
+    std::shared_ptr<const Catalogue> catalogue;  // required
+    // Where discs are looked up; null: the catalogue (PhoneSourceOptions).
+    std::shared_ptr<const DiscSource> source;
     uint32_t chunkSize = kDefaultChunkSize;            // payload bytes per 0x8012 chunk
     uint16_t notFoundStatus = kDefaultNotFoundStatus;  // status of the notice for an unknown disc
     uint8_t osType = Envelope::kOsAndroid;             // of the device info

@@ -10,6 +10,7 @@
 //   lookup       0x0010 + XML + 00   -> 0x8010, then the notice 0x8011 with the size of
 //                                       the disc's response database, or with the
 //                                       not-found status for an unknown disc
+//                                       (or a failure status of an online source)
 //   get CD meta  00 12 00 00 03 E8   -> the database in 0x8012 chunks
 //   cancel       0F FF               -> 0x8FFF (pending chunks are dropped)
 //   echo         7F FF               -> 0xFFFF
@@ -25,17 +26,26 @@
 // single frames) and tells the session when the module's end has gone
 // (close). A transport that queues what it sends says when it holds too
 // much (hasRoom): the chunks of a transfer then wait until the owner calls
-// resume(). A session is not thread-safe: its owner calls it, and runs the
+// resume(). The disc is looked up in the options' source (the catalogue by
+// default). A source that does not answer at once (an online service) is
+// asked on a worker thread (PendingLookup) while the session goes on: the
+// lookup answer goes out at once, the notice when the source has answered,
+// which the session checks every kLookupCheckMs through the scheduler. A
+// cancel, another lookup, a disconnect or the end of the connection
+// abandons the lookup. A session is not thread-safe: its owner calls it, and runs the
 // scheduler's tasks, under one lock or on one thread.
 #ifndef MOXPHONE_PHONESESSION_H
 #define MOXPHONE_PHONESESSION_H
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "moxphone/DiscSource.h"
 #include "moxphone/EnvelopeStream.h"
+#include "moxphone/PendingLookup.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
 #include "moxphone/Scheduler.h"
@@ -62,11 +72,19 @@ public:
 
     // A malformed frame's log line shows this many of its bytes at most.
     static constexpr size_t kMaxLoggedFrameBytes = 32;
+    // How often a session looks whether its online lookup has ended.
+    static constexpr uint32_t kLookupCheckMs = 10;
+    // The time an online lookup may take, before HB_TIMER_SCALE: well inside
+    // the module's 10 000 ms command timer, so that the notice is there first.
+    static constexpr uint32_t kLookupBudgetMs = 8000;
+    // A lookup still running this long after its budget is given up.
+    static constexpr uint32_t kLookupGraceMs = 1000;
 
     // `options` must be valid (PhoneOptions::validate); the session keeps a
     // copy. `transport`, `scheduler` and `log` must outlive the session.
     PhoneSession(const PhoneOptions& options, Transport& transport, Scheduler& scheduler,
                  PhoneLog& log);
+    ~PhoneSession();
     PhoneSession(const PhoneSession&) = delete;
     PhoneSession& operator=(const PhoneSession&) = delete;
 
@@ -100,6 +118,8 @@ private:
     void handleEcho(const Bytes& frame);
     void handleDisconnect(const Bytes& frame);
     void handleOther(const Bytes& frame, uint16_t command);
+    void answerLookup(const DiscAnswer& answer);
+    void checkLookup();
     void sendNotice(uint16_t status, uint32_t size);
     bool expectExactly(const Bytes& frame, const Bytes& expected, const char* name);
     void refuse(uint16_t request, const std::string& name, const std::string& reason);
@@ -127,7 +147,9 @@ private:
     bool mOpen;
     bool mHaveDatabase;  // a lookup found the disc and its database waits for the request
     Bytes mDatabase;
-    std::vector<Step> mSteps;  // the transfer in progress
+    std::shared_ptr<const DiscSource> mSource;
+    std::unique_ptr<PendingLookup> mPending;  // the online lookup in progress
+    std::vector<Step> mSteps;                 // the transfer in progress
     size_t mNextStep;
     bool mWaitingForRoom;  // the transfer stopped at mNextStep until resume()
 };
