@@ -46,7 +46,9 @@ TEST_F(CommandLineTest, KindAboveItsRange_NamesTheLimit) {
 }
 
 TEST_F(CommandLineTest, UnknownOptionOfASubcommand_IsNamedBeforeTheRequiredOnes) {
-    expectRefused({"toc", "--toc", "X"}, "mox toc: unknown option --toc");
+    expectRefused({"toc", "--tok", "X"}, "mox toc: unknown option --tok");
+    expectRefused({"search", "f", "--toc", "X", "--offsets", "150"},
+                  "mox search: unknown option --offsets");
     expectRefused({"toc", "--offsets=150", "--bad=3"}, "mox toc: unknown option --bad");
 }
 

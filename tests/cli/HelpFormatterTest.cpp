@@ -55,9 +55,10 @@ TEST_F(HelpFormatterTest, LookupHelp_NamesTheValueOfEachOption) {
     const std::string out = help({"lookup"});
     EXPECT_NE(out.find("\n  --kind N                    lookup kind (0-255)\n"), std::string::npos)
         << out;
-    EXPECT_NE(out.find("\n  --timeout N                 bound on the whole wait, seconds (default "
-                       "60)\n"),
-              std::string::npos)
+    EXPECT_NE(
+        out.find("\n  --timeout N                 bound on the whole run, the wait for another "
+                 "run's lock included, seconds (default 60)\n"),
+        std::string::npos)
         << out;
     EXPECT_NE(out.find("\n  --json                      print one JSON object"), std::string::npos)
         << out;
