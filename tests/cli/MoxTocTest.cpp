@@ -6,6 +6,7 @@
 
 #include <cdio/cdio.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -248,6 +249,45 @@ TEST_F(MoxTocTest, Refuses_WhenCueSheetIsMalformed) {
                               "FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\n"
                               "  BOGUS LINE\n");
     expectRefused({"--cue", cue}, cue + ": malformed CUE sheet (bad character 'B')");
+}
+
+TEST_F(MoxTocTest, Refuses_WhenCueTimeOutOfRange_NamingTheLine) {
+    const std::string cue = dir.file("seconds.cue");
+    DiscImageFiles::writeText(cue,
+                              "FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:99:00\n");
+    expectRefused({"--cue", cue}, cue + ":3: INDEX 01 00:99:00: seconds above 59");
+}
+
+TEST_F(MoxTocTest, Refuses_WhenCueTrackHasNoIndex_NamingItsLine) {
+    const std::string cue = dir.file("noindex.cue");
+    DiscImageFiles::writeText(cue, "FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n");
+    expectRefused({"--cue", cue}, cue + ":2: TRACK 01 has no INDEX 01");
+}
+
+// A WAV header that libsndfile refuses: its reason stays on one line.
+TEST_F(MoxTocTest, Refuses_WhenFileIsNotAudio_WithOneLine) {
+    const std::string wav = dir.file("broken.wav");
+    const std::string header("RIFF\x10\0\0\0WAVEfmt \x02\0\0\0", 20);
+    DiscImageFiles::writeText(wav, header);
+    const std::string cue = dir.file("broken.cue");
+    DiscImageFiles::writeText(
+        cue, "FILE \"broken.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\n");
+    const CliResult result = run({"--cue", cue});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
+    EXPECT_EQ(
+        result.err.rfind("mox toc: " + wav + ": not an audio file that libsndfile reads (", 0), 0u)
+        << result.err;
+}
+
+// The size is checked before any byte is read: a sparse 300 MB sheet is
+// refused at once.
+TEST_F(MoxTocTest, Refuses_WhenCueSheetIs300Megabytes_AtOnce) {
+    const std::string cue = dir.file("huge.cue");
+    DiscImageFiles::writeText(cue, "");
+    ASSERT_EQ(::truncate(cue.c_str(), 300L * 1024 * 1024), 0);
+    expectRefusedAtOnce({"--cue", cue}, cue + ": larger than 1048576 bytes, too large for a sheet",
+                        1.0);
 }
 
 TEST_F(MoxTocTest, Refuses_WhenCueSheetHas100Tracks) {
