@@ -42,8 +42,9 @@ mox_require_packages() {
 # (python3-jsonschema checks the phone simulator's catalogue against its schema;
 # help2man writes the tools' manual pages, man-db renders them in their test;
 # libcurl4-openssl-dev gives the phone simulator its online sources;
-# libpcap-dev writes and reads the link captures of mox lookup and mox-phone).
-MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema help2man man-db libcurl4-openssl-dev libpcap-dev"
+# libpcap-dev writes and reads the link captures of mox lookup and mox-phone;
+# libutf8proc-dev measures the tools' texts in terminal cells).
+MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema help2man man-db libcurl4-openssl-dev libpcap-dev libutf8proc-dev"
 # Opening the link captures with the Wireshark dissector (tools/wireshark).
 MOX_WIRESHARK_PACKAGES="tshark"
 # Making the Debian packages: dpkg-shlibdeps (dpkg-dev) finds their

@@ -15,6 +15,7 @@
 #include "HbFramework/HbFileSysHost.h"
 #include "MeasuredRun.h"
 #include "TestDir.h"
+#include "TextEscape.h"
 #include "moxdb/CatalogueBuilder.h"
 #include "moxdb/DbBytes.h"
 #include "private/MoxLimits.h"
@@ -84,7 +85,8 @@ struct HeaderValues {
     }
 
     std::string line() const {
-        std::string out = "Signature=" + signature + ", Version=" + hex8(version) + ", AppVer1={";
+        std::string out = "Signature=" + escapeControlCharacters(signature) +
+                          ", Version=" + hex8(version) + ", AppVer1={";
         for (uint16_t v : appVer1) {
             out += hex4(v);
         }
@@ -374,15 +376,26 @@ TEST_F(MoxDumpTest, Dump_TocRecordsFollowTheHeadsRecordSizeOtherFamiliesTheirFix
                   {{Section::QuillToc, 32}, {Section::QuillAlbum, 4}, {Section::QuillTrack, 500}}));
 }
 
-TEST_F(MoxDumpTest, Dump_SignatureWithZeroBytes_IsPrintedAsItIs) {
+TEST_F(MoxDumpTest, Dump_SignatureWithZeroBytes_IsPrintedEscaped) {
     Known k = makeKnown();
     HeaderValues header;
     header.signature = std::string("AB\0\0", 4);
     header.applyTo(k.cat.image());
     const RunResult result = runMox(dir, {"dump", store(k.cat.build())});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out.substr(0, 16), std::string("Signature=AB\0\0, ", 16));
+    EXPECT_EQ(result.out.substr(0, 20), "Signature=AB\\x00\\x00");
     EXPECT_EQ(lines(result.out), expectedDump(k.cat, header, nullptr));
+}
+
+TEST_F(MoxDumpTest, Dump_SignatureThatClearsTheScreen_IsPrintedEscaped) {
+    Known k = makeKnown();
+    HeaderValues header;
+    header.signature = "\x1b[2J";
+    header.applyTo(k.cat.image());
+    const RunResult result = runMox(dir, {"dump", store(k.cat.build())});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out.substr(0, 20), "Signature=\\x1b[2J, V");
+    EXPECT_EQ(result.out.find('\x1b'), std::string::npos);
 }
 
 TEST_F(MoxDumpTest, Dump_WithStrings_EscapesControlCharacters) {

@@ -234,7 +234,10 @@ TEST_F(MoxLookupOnlineTest, FiveMebibyteBody_IsRefusedWithTheServiceFailureStatu
 
 TEST_F(MoxLookupOnlineTest, TocTextOfAnotherForm_IsNotFoundWithoutARequest) {
     FixtureServer server(mDir, "[]");
-    const Lookup lookup = musicBrainz(server, "0000960046E6008D3600D38");
+    // --raw-toc: --toc refuses a text that breaks the tools' rules.
+    const Lookup lookup = lookUp({"--raw-toc", "0000960046E6008D3600D38", "--source", "musicbrainz",
+                                  "--musicbrainz-server", server.url()},
+                                 kScale);
     EXPECT_EQ(lookup.status, 1);
     EXPECT_EQ(lookup.err, "mox lookup: the phone does not know this disc (phone status 404)\n");
     EXPECT_EQ(server.requests(), std::vector<std::string>());

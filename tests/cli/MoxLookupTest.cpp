@@ -1200,4 +1200,33 @@ INSTANTIATE_TEST_SUITE_P(
         return name;
     });
 
+// --- The TOC text --------------------------------------------------------------------------------
+
+TEST_F(MoxLookupTest, TocTextBreakingTheToolsRules_RefusedWithTheReasonBeforeAnyPhone) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"00009600012c",
+         "the TOC text's character 12 ('c') is not an upper-case hexadecimal digit (0-9, A-F)"},
+        {" 000096000100",
+         "the TOC text's character 1 (' ') is not an upper-case hexadecimal digit (0-9, A-F)"},
+        {"", "the TOC text is empty"},
+        {std::string(120000, '0'),
+         "the TOC text has 120000 characters; at most 600 (99 tracks and the lead-out)"},
+        {"0000960001F40000C8", "the TOC text's offsets do not increase: 500 then 200"},
+        {"000096", "the TOC text has one entry; it needs at least one track and the lead-out"}};
+    for (const auto& bad : cases) {
+        const CliResult result = lookup({"--toc", bad.first});
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err,
+                  "mox lookup: --toc: " + bad.second + "\nRun with --help for more information.\n");
+    }
+}
+
+TEST_F(MoxLookupTest, RawToc_SendsAnyTextUnchanged) {
+    const CliResult result = lookup({"--raw-toc", "00009600012c", "--json"});
+    EXPECT_EQ(result.status, 1) << result.err;
+    ASSERT_TRUE(Json::accept(result.out)) << result.out;
+    EXPECT_EQ(Json::parse(result.out).at("state"), 404);
+}
+
 }  // namespace

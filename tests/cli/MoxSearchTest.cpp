@@ -56,6 +56,16 @@ protected:
         return path;
     }
 
+    // Writes a database whose one album "RAW" is found by `toc` and has the
+    // title "A<ESC>[31mB<BEL>C".
+    std::string writeControlTitle(const std::string& toc) {
+        moxdb::CatalogueBuilder cat;
+        const uint32_t albumId = addAlbum(cat, "RAW", 1, 1);
+        cat.image().album(0).Title = cat.text("A\x1b[31mB\aC");
+        cat.addToc(toc, albumId, 1);
+        return write(cat);
+    }
+
     // Runs with --json and parses stdout as exactly one JSON value.
     json runJson(const std::string& file, const std::string& toc, int expectedStatus) {
         const RunResult result = run({"search", file, "--toc", toc, "--json"});
@@ -439,14 +449,23 @@ TEST_F(MoxSearchTest, Table_ControlCharactersInStrings_AreEscaped) {
 
 // --records is the module's own text form and stays byte for byte.
 TEST_F(MoxSearchTest, Records_ControlCharactersInStrings_StayRaw) {
-    moxdb::CatalogueBuilder cat;
     const std::string toc = moxdb::makeTocTextOfTracks(1);
-    const uint32_t albumId = addAlbum(cat, "RAW", 1, 1);
-    cat.image().album(0).Title = cat.text("A\x1b[31mB\aC");
-    cat.addToc(toc, albumId, 1);
-    const RunResult result = run({"search", write(cat), "--toc", toc, "--records"});
+    const RunResult result = run({"search", writeControlTitle(toc), "--toc", toc, "--records"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out.rfind("AlbumId=RAW, AlbumName=A\x1b[31mB\aC, ", 0), 0u) << result.out;
+}
+
+// A terminal gets the text form with its raw bytes escaped: AlbumLang and
+// Database are bytes 0x05 and 0x01, the title holds ESC and BEL.
+TEST_F(MoxSearchTest, Records_OnATerminal_RawBytesAreEscaped) {
+    const std::string toc = moxdb::makeTocTextOfTracks(1);
+    const RunResult result = runCliOnTerminal(
+        MOX_CLI_PATH, {"search", writeControlTitle(toc), "--toc", toc, "--records"}, dir);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out.rfind("AlbumId=RAW, AlbumName=A\\x1b[31mB\\x07C, ", 0), 0u) << result.out;
+    EXPECT_NE(result.out.find(", AlbumLang=0x\\x05, "), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find(" ,Database=0x\\x01, AlbumId=0xRAW\n"), std::string::npos)
+        << result.out;
 }
 
 TEST_F(MoxSearchTest, Help_SaysRecordsStringsAreRaw) {
@@ -519,11 +538,9 @@ TEST_F(MoxSearchTest, TocFollowedByAnOption_IsBadUsageNotATocText) {
     const RunResult result = run({"search", file, "--toc", "--json"});
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err.rfind("--toc: --json is not a TOC text (it starts with '-'); give the "
-                               "text right after --toc\n",
-                               0),
-              0u)
-        << result.err;
+    EXPECT_EQ(result.err,
+              "mox search: --toc: --json is not a TOC text (it starts with '-'); give the text "
+              "right after --toc\nRun with --help for more information.\n");
     EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
               (std::vector<unsigned char>{'o', 'l', 'd'}));
 }

@@ -6,6 +6,7 @@
 
 #include <cdio/cdio.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -14,6 +15,7 @@
 
 #include "CliRun.h"
 #include "DiscImageFiles.h"
+#include "JsonSchemaCheck.h"
 #include "MeasuredRun.h"
 #include "ReferenceReads.h"
 #include "TestDir.h"
@@ -41,6 +43,7 @@ protected:
         EXPECT_EQ(result.err, "");
         EXPECT_FALSE(result.out.empty());
         EXPECT_EQ(result.out.find('\n'), result.out.size() - 1) << result.out;
+        EXPECT_EQ(JsonSchemaCheck::problems("mox-toc", result.out), "");
         const json out = json::parse(result.out);
         EXPECT_TRUE(out.is_object());
         return out;
@@ -101,10 +104,11 @@ TEST_F(MoxTocTest, Readable_WhenKnownOffsets_PrintsTocIdsAndTrackLengths) {
               "Lead-out:     54150\n"
               "MusicBrainz:  LyYHtwByCwAcdhuXmLHF.KGB224-\n"
               "FreeDB:       1802d003\n"
-              "Track   Offset  Length\n"
-              "    1      150    4:00\n"
-              "    2    18150    4:00\n"
-              "    3    36150    4:00\n");
+              "Track   Offset  MSF       LSN     Length\n"
+              "    1      150  00:02:00  000000  04:00:00\n"
+              "    2    18150  04:02:00  018000  04:00:00\n"
+              "    3    36150  08:02:00  036000  04:00:00\n"
+              "  out    54150  12:02:00  054000\n");
 }
 
 TEST_F(MoxTocTest, Json_WhenKnownOffsets_PrintsExactlyTheObject) {
@@ -113,9 +117,20 @@ TEST_F(MoxTocTest, Json_WhenKnownOffsets_PrintsExactlyTheObject) {
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.out,
               "{\"toc\":\"0000960046E6008D3600D386\",\"first\":1,\"last\":3,"
-              "\"offsets\":[150,18150,36150],\"leadout\":54150,"
+              "\"offsets\":[150,18150,36150],\"leadout\":54150,\"leadout_msf\":\"12:02:00\","
               "\"musicbrainz\":\"LyYHtwByCwAcdhuXmLHF.KGB224-\",\"freedb\":\"1802d003\","
-              "\"data_track\":false}\n");
+              "\"cd_discid\":\"1802d003\",\"cd_discid_line\":\"1802d003 3 150 18150 36150 722\","
+              "\"musicbrainz_toc\":\"1 3 54150 150 18150 36150\","
+              "\"submission_url\":\"http://musicbrainz.org/cdtoc/attach?id=LyYHtwByCwAcdhuXmLHF."
+              "KGB224-&tracks=3&toc=1+3+54150+150+18150+36150\",\"ids_note\":null,"
+              "\"data_track\":false,\"tracks\":["
+              "{\"number\":1,\"offset\":150,\"lsn\":0,\"msf\":\"00:02:00\","
+              "\"length_frames\":18000,\"length_msf\":\"04:00:00\"},"
+              "{\"number\":2,\"offset\":18150,\"lsn\":18000,\"msf\":\"04:02:00\","
+              "\"length_frames\":18000,\"length_msf\":\"04:00:00\"},"
+              "{\"number\":3,\"offset\":36150,\"lsn\":36000,\"msf\":\"08:02:00\","
+              "\"length_frames\":18000,\"length_msf\":\"04:00:00\"}]}\n");
+    EXPECT_EQ(JsonSchemaCheck::problems("mox-toc", result.out), "");
 }
 
 TEST_F(MoxTocTest, Json_WhenBinCueOfKnownDisc_GivesItsTocAndIds) {
@@ -145,13 +160,17 @@ TEST_F(MoxTocTest, Json_WhenBinCueEndsInDataTrack_LeavesItOut) {
     expectLibdiscidIds(out);
 }
 
-TEST_F(MoxTocTest, Readable_WhenDataTrackLeftOut_SaysSo) {
+TEST_F(MoxTocTest, Readable_WhenDataTrackLeftOut_SaysSoAndPrintsBothFreedbIds) {
     const std::vector<ImageTrack> tracks = {audio(18000), audio(9000, 150), audio(13000, 75),
                                             data(20000)};
     const std::string cue = DiscImageFiles::writeBinCue(dir.path(), "enhanced", tracks);
     const CliResult result = run({"--image", cue});
     EXPECT_EQ(result.status, 0) << result.err;
+    // libdiscid: the audio tracks, the lead-out 11400 frames before the data.
     const DiscIdPair ids = idsFromLibdiscid(1, {150, 18300, 27375}, 28975);
+    EXPECT_EQ(ids.freedb, "1a018003");
+    // cd-discid, the FreeDB formula over all four tracks and the image's end
+    // (60375): digit sums 2 + 10 + 14 + 16 = 0x2a, 805 - 2 = 0x323 s, 4.
     EXPECT_EQ(result.out,
               "TOC text:     00009600477C006AEF00712F\n"
               "Tracks:       3 (1-3)\n"
@@ -159,15 +178,15 @@ TEST_F(MoxTocTest, Readable_WhenDataTrackLeftOut_SaysSo) {
               "MusicBrainz:  " +
                   ids.musicBrainz +
                   "\n"
-                  "FreeDB:       " +
-                  ids.freedb +
-                  "\n"
+                  "FreeDB:       1a018003 (libdiscid: the tracks it counts)\n"
+                  "cd-discid:    2a032304 (every track of the TOC, the disc's lead-out)\n"
                   "Data track:   track 4 at 40375 left out; the lead-out lies 11400 frames "
                   "before it\n"
-                  "Track   Offset  Length\n"
-                  "    1      150    4:02\n"
-                  "    2    18300    2:01\n"
-                  "    3    27375    0:21\n");
+                  "Track   Offset  MSF       LSN     Length\n"
+                  "    1      150  00:02:00  000000  04:02:00\n"
+                  "    2    18300  04:04:00  018150  02:01:00\n"
+                  "    3    27375  06:05:00  027225  00:21:25\n"
+                  "  out    28975  06:26:25  028825\n");
 }
 
 TEST_F(MoxTocTest, Json_WhenOneTrackBinCue_GivesOneTrack) {
@@ -228,6 +247,44 @@ TEST_F(MoxTocTest, Refuses_WhenCueSheetIsMalformed) {
                               "FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\n"
                               "  BOGUS LINE\n");
     expectRefused({"--cue", cue}, cue + ": malformed CUE sheet (bad character 'B')");
+}
+
+TEST_F(MoxTocTest, Refuses_WhenCueTimeOutOfRange_NamingTheLine) {
+    const std::string cue = dir.file("seconds.cue");
+    DiscImageFiles::writeText(cue,
+                              "FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:99:00\n");
+    expectRefused({"--cue", cue}, cue + ":3: INDEX 01 00:99:00: seconds above 59");
+}
+
+TEST_F(MoxTocTest, Refuses_WhenCueTrackHasNoIndex_NamingItsLine) {
+    const std::string cue = dir.file("noindex.cue");
+    DiscImageFiles::writeText(cue, "FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n");
+    expectRefused({"--cue", cue}, cue + ":2: TRACK 01 has no INDEX 01");
+}
+
+// A WAV header that libsndfile refuses: its reason stays on one line.
+TEST_F(MoxTocTest, Refuses_WhenFileIsNotAudio_WithOneLine) {
+    const std::string wav = dir.file("broken.wav");
+    const std::string header("RIFF\x10\0\0\0WAVEfmt \x02\0\0\0", 20);
+    DiscImageFiles::writeText(wav, header);
+    const std::string cue = dir.file("broken.cue");
+    DiscImageFiles::writeText(
+        cue, "FILE \"broken.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\n");
+    const CliResult result = run({"--cue", cue});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
+    EXPECT_EQ(
+        result.err.rfind("mox toc: " + wav + ": not an audio file that libsndfile reads (", 0), 0u)
+        << result.err;
+}
+
+// The size is checked before any byte is read: a sparse 300 MB sheet is
+// refused at once.
+TEST_F(MoxTocTest, Refuses_WhenCueSheetIs300Megabytes_AtOnce) {
+    const std::string cue = dir.file("huge.cue");
+    DiscImageFiles::writeText(cue, "");
+    ASSERT_EQ(::truncate(cue.c_str(), 300L * 1024 * 1024), 0);
+    expectRefusedAtOnce({"--cue", cue}, cue + ": larger than 1048576 bytes, too large for a sheet");
 }
 
 TEST_F(MoxTocTest, Refuses_WhenCueSheetHas100Tracks) {
@@ -423,10 +480,138 @@ TEST_F(MoxTocTest, Refuses_WhenNoSourceOrTwoSourcesGiven) {
     const CliResult none = run({"--json"});
     EXPECT_EQ(none.status, 2);
     EXPECT_EQ(none.out, "");
-    EXPECT_NE(none.err.find("Exactly 1 option from [--offsets,--cue,--image,--device]"),
+    EXPECT_NE(none.err.find("Exactly 1 option from [--offsets,--cue,--image,--device,--toc]"),
               std::string::npos)
         << none.err;
     const CliResult two = run({"--offsets", "150", "300", "--device", "/dev/null"});
     EXPECT_EQ(two.status, 2);
     EXPECT_EQ(two.out, "");
+}
+
+// --- The disc IDs of the CD tools, on the layouts that tell them apart ------------------------
+
+// An enhanced CD: audio at 150 and 13650, data at 28650, lead-out 48650.
+TEST_F(MoxTocTest, EnhancedCd_LibdiscidAndCdDiscidIdsBothPrintedAndNamed) {
+    const std::string cue = DiscImageFiles::writeBinCue(dir.path(), "enhanced",
+                                                        {audio(13500), audio(15000), data(20000)});
+    const CdioTrackList reference = readWithLibcdio(cue, CdioImageKind::BIN_CUE);
+    ASSERT_EQ(reference.offsets, std::vector<uint32_t>({150, 13650, 28650}));
+    ASSERT_EQ(reference.leadOut, 48650u);
+    const json out = runJson({"--cue", cue});
+    // libdiscid, as it reads a drive: the audio tracks, the lead-out 11400
+    // frames before the data track (28650 - 11400 = 17250).
+    const DiscIdPair libdiscid = idsFromLibdiscid(1, {150, 13650}, 17250);
+    EXPECT_EQ(libdiscid.freedb, "0d00e402");
+    EXPECT_EQ(out.at("musicbrainz"), libdiscid.musicBrainz);
+    EXPECT_EQ(out.at("freedb"), "0d00e402");
+    EXPECT_EQ(out.at("musicbrainz_toc"), "1 2 17250 150 13650");
+    // cd-discid: the FreeDB formula over all three tracks and the real
+    // lead-out: digit sums 2 + 11 + 13 = 0x1a, 648 - 2 = 0x286 s, 3 tracks.
+    EXPECT_EQ(out.at("cd_discid"), "1a028603");
+    EXPECT_EQ(out.at("cd_discid_line"), "1a028603 3 150 13650 28650 648");
+    EXPECT_EQ(out.at("left_out"),
+              json({{"number", 3}, {"offset", 28650}, {"counted_by_libdiscid", false}}));
+    const CliResult cddb = run({"--cue", cue, "--format", "cddb"});
+    EXPECT_EQ(cddb.status, 0);
+    EXPECT_EQ(cddb.out, "1a028603 3 150 13650 28650 648\n");
+}
+
+// A mixed-mode disc: data track 1 at 150, audio at 13650 and 28650.
+TEST_F(MoxTocTest, MixedModeDisc_LibdiscidCountsTheDataTrackLikeCdDiscid) {
+    const std::string cue =
+        DiscImageFiles::writeBinCue(dir.path(), "mixed", {data(13500), audio(15000), audio(20000)});
+    const json out = runJson({"--cue", cue});
+    EXPECT_EQ(out.at("toc"), "003552006FEA00BE0A");
+    EXPECT_EQ(out.at("first"), 2);
+    // libdiscid: tracks 1 to 3, the data track too, and the disc's lead-out.
+    const DiscIdPair libdiscid = idsFromLibdiscid(1, {150, 13650, 28650}, 48650);
+    EXPECT_EQ(out.at("musicbrainz"), libdiscid.musicBrainz);
+    EXPECT_EQ(out.at("freedb"), libdiscid.freedb);
+    EXPECT_EQ(out.at("musicbrainz_toc"), "1 3 48650 150 13650 28650");
+    // cd-discid's formula over the same tracks gives the same ID.
+    EXPECT_EQ(out.at("freedb"), "1a028603");
+    EXPECT_EQ(out.at("cd_discid"), "1a028603");
+    EXPECT_EQ(out.at("left_out"),
+              json({{"number", 1}, {"offset", 150}, {"counted_by_libdiscid", true}}));
+    const CliResult readable = run({"--cue", cue});
+    EXPECT_NE(readable.out.find("\nFreeDB:       1a028603\n"), std::string::npos) << readable.out;
+    EXPECT_NE(readable.out.find("\nData track:   track 1 at 150 left out of the TOC text; "
+                                "libdiscid counts it\n"),
+              std::string::npos)
+        << readable.out;
+}
+
+// libdiscid refuses a disc past 90 minutes; the TOC text and cd-discid's ID
+// are still printed.
+TEST_F(MoxTocTest, NinetyNineMinuteDisc_PrintsWhatCanBeComputedWithANote) {
+    const CliResult result = run({"--offsets", "150", "445000"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(idsFromLibdiscid(1, {150}, 445000).musicBrainz, "");
+    // cd-discid: digit sum 2, 5933 - 2 = 0x172b s, 1 track.
+    EXPECT_EQ(result.out,
+              "TOC text:     00009606CA48\n"
+              "Tracks:       1 (1-1)\n"
+              "Lead-out:     445000\n"
+              "MusicBrainz:  not computed: libdiscid refuses the TOC: Disc too long\n"
+              "FreeDB:       not computed by libdiscid\n"
+              "cd-discid:    02172b01\n"
+              "Track   Offset  MSF       LSN     Length\n"
+              "    1      150  00:02:00  000000  98:51:25\n"
+              "  out   445000  98:53:25  444850\n");
+    const json out = runJson({"--offsets", "150", "445000"});
+    EXPECT_EQ(out.at("musicbrainz"), nullptr);
+    EXPECT_EQ(out.at("ids_note"), "libdiscid refuses the TOC: Disc too long");
+    const CliResult musicbrainz = run({"--offsets", "150", "445000", "--format", "musicbrainz"});
+    EXPECT_EQ(musicbrainz.status, 1);
+    EXPECT_EQ(musicbrainz.out, "");
+    EXPECT_EQ(musicbrainz.err, "mox toc: libdiscid refuses the TOC: Disc too long\n");
+}
+
+TEST_F(MoxTocTest, NinetyNineMinuteImage_ReadAsLibcdioReadsIt) {
+    const std::string cue = DiscImageFiles::writeBinCue(dir.path(), "long", {audio(444850)});
+    const json out = runJson({"--cue", cue});
+    expectLibcdioTracks(out, cue, CdioImageKind::BIN_CUE);
+    EXPECT_EQ(out.at("cd_discid"), "02172b01");
+    EXPECT_EQ(out.at("musicbrainz"), nullptr);
+}
+
+TEST_F(MoxTocTest, FormatMusicbrainz_PrintsLibdiscidsTocStringAndSubmissionUrl) {
+    const CliResult result = run({"--toc", "0000960046E6008D3600D386", "--format", "musicbrainz"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(
+        result.out,
+        "1 3 54150 150 18150 36150\n"
+        "http://musicbrainz.org/cdtoc/attach?id=LyYHtwByCwAcdhuXmLHF.KGB224-&tracks=3&toc=1+3+"
+        "54150+150+18150+36150\n");
+}
+
+TEST_F(MoxTocTest, TocTextInput_GivesTheSameAsItsOffsets) {
+    const CliResult text = run({"--toc", "0000960046E6008D3600D386"});
+    const CliResult offsets = run({"--offsets", "150", "18150", "36150", "54150"});
+    EXPECT_EQ(text.status, 0);
+    EXPECT_EQ(text.out, offsets.out);
+    const CliResult bad = run({"--toc", "0000960046e6008D3600D386"});
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_EQ(bad.out, "");
+    EXPECT_EQ(bad.err,
+              "mox toc: --toc: the TOC text's character 11 ('e') is not an upper-case hexadecimal "
+              "digit (0-9, A-F)\nRun with --help for more information.\n");
+}
+
+// cd-info's view of each track: MSF of the frame offset and LSN, as libcdio
+// converts them.
+TEST_F(MoxTocTest, MsfAndLsn_AsLibcdioConvertsThem) {
+    const std::string cue = DiscImageFiles::writeBinCue(
+        dir.path(), "known", {audio(17850), audio(18000, 150), audio(18037, 11)});
+    const json out = runJson({"--cue", cue});
+    const CdioTrackList reference = readWithLibcdio(cue, CdioImageKind::BIN_CUE);
+    ASSERT_EQ(out.at("tracks").size(), reference.offsets.size());
+    for (size_t i = 0; i < reference.offsets.size(); ++i) {
+        const json& track = out.at("tracks")[i];
+        char* msf = cdio_lba_to_msf_str(static_cast<lba_t>(reference.offsets[i]));
+        EXPECT_EQ(track.at("msf"), std::string(msf));
+        cdio_free(msf);
+        EXPECT_EQ(track.at("lsn"), cdio_lba_to_lsn(static_cast<lba_t>(reference.offsets[i])));
+    }
 }

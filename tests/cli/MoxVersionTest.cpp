@@ -37,5 +37,8 @@ TEST_F(MoxVersionTest, Help_ListsTheVersionFlag) {
 TEST_F(MoxVersionTest, NoSubcommand_StillRefusedWithStatus2) {
     const CliResult bare = runCli(MOX_CLI_PATH, {}, dir);
     EXPECT_EQ(2, bare.status);
-    EXPECT_EQ("A subcommand is required\nRun with --help for more information.\n", bare.err);
+    EXPECT_EQ(
+        "mox: a subcommand is required (one of: dump, search, toc, lookup)\n"
+        "Run with --help for more information.\n",
+        bare.err);
 }

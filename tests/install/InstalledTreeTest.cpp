@@ -253,6 +253,29 @@ TEST_F(InstalledTreeTest, ManPages_RenderWithoutWarnings) {
     EXPECT_LE(6u, pages);
 }
 
+TEST_F(InstalledTreeTest, ManPages_EachHasExitStatusEnvironmentFilesAndExamples) {
+    ::setenv("MANWIDTH", "80", 1);
+    size_t pages = 0;
+    for (const fs::directory_entry& entry : fs::directory_iterator(installed("share/man/man1"))) {
+        const std::string page = entry.path().string();
+        const CliResult shown = run(MOX_TEST_MAN, {"-l", page});
+        EXPECT_EQ(0, shown.status) << page;
+        for (const char* section :
+             {"\nEXIT STATUS\n", "\nENVIRONMENT\n", "\nFILES\n", "\nEXAMPLES\n"}) {
+            EXPECT_NE(std::string::npos, shown.out.find(section)) << page << ": " << section;
+        }
+        for (const char* name :
+             {"HB_TIMER_SCALE", "OST_LINKAPP_ENDPOINT", "HB_DBG_OUTPUT", "MOX_RESULT_DIR"}) {
+            EXPECT_NE(std::string::npos, shown.out.find(name)) << page << ": " << name;
+        }
+        for (const char* note : {"UINT", "REQUIRED", "INT in", "[Exactly"}) {
+            EXPECT_EQ(std::string::npos, shown.out.find(note)) << page << ": " << note;
+        }
+        ++pages;
+    }
+    EXPECT_LE(7u, pages);
+}
+
 // ---- An application's build against the tree ----
 
 TEST_F(InstalledTreeTest, PkgConfig_NamesTheInstalledPrefix) {

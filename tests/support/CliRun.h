@@ -20,4 +20,10 @@ struct CliResult {
 CliResult runCli(const std::string& program, const std::vector<std::string>& args,
                  const TestDir& dir);
 
+// As runCli, with stdout on a terminal of its own (a pseudo-terminal in raw
+// mode, so that its bytes arrive unchanged): `out` is what the program
+// showed there.
+CliResult runCliOnTerminal(const std::string& program, const std::vector<std::string>& args,
+                           const TestDir& dir);
+
 #endif  // MOX_TESTS_CLIRUN_H

@@ -20,23 +20,6 @@ Json trackToJson(const HbSMoxDef::TrackInfo& track) {
     return out;
 }
 
-// Number of characters of a UTF-8 text (continuation bytes not counted), for
-// lining up the table's columns.
-size_t displayWidth(const std::string& text) {
-    size_t width = 0;
-    for (char c : text) {
-        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) {
-            ++width;
-        }
-    }
-    return width;
-}
-
-std::string padded(const std::string& text, size_t width) {
-    const size_t used = displayWidth(text);
-    return used >= width ? text : text + std::string(width - used, ' ');
-}
-
 std::string languageText(uint8 code) {
     if (code == 3) {
         return "3 (Japanese)";
@@ -85,20 +68,21 @@ void printAlbumTable(const std::list<HbSMoxDef::AlbumInfo>& albums, std::ostream
             << album.GenreID << ")   language " << languageText(album.AlbumLang) << "\n";
         std::vector<std::string> titles;
         std::vector<std::string> performers;
-        size_t titleWidth = displayWidth("title");
-        size_t performerWidth = displayWidth("performer");
+        size_t titleWidth = terminalCells("title");
+        size_t performerWidth = terminalCells("performer");
         for (const HbSMoxDef::TrackInfo& track : album.Tracks) {
             titles.push_back(escapeControlCharacters(track.TrackName));
             performers.push_back(escapeControlCharacters(track.PerformerName));
-            titleWidth = std::max(titleWidth, displayWidth(titles.back()));
-            performerWidth = std::max(performerWidth, displayWidth(performers.back()));
+            titleWidth = std::max(titleWidth, terminalCells(titles.back()));
+            performerWidth = std::max(performerWidth, terminalCells(performers.back()));
         }
-        out << "    " << padded("#", 4) << padded("title", titleWidth + 2)
-            << padded("performer", performerWidth + 2) << "genre\n";
+        out << "    " << padToCells("#", 4) << padToCells("title", titleWidth + 2)
+            << padToCells("performer", performerWidth + 2) << "genre\n";
         for (size_t i = 0; i < album.Tracks.size(); ++i) {
             const HbSMoxDef::TrackInfo& track = album.Tracks[i];
-            out << "    " << padded(std::to_string(i + 1), 4) << padded(titles[i], titleWidth + 2)
-                << padded(performers[i], performerWidth + 2)
+            out << "    " << padToCells(std::to_string(i + 1), 4)
+                << padToCells(titles[i], titleWidth + 2)
+                << padToCells(performers[i], performerWidth + 2)
                 << escapeControlCharacters(track.GenreName) << " (" << track.GenreID << ")\n";
         }
     }

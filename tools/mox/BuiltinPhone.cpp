@@ -7,6 +7,7 @@
 
 #include "HbFramework/HbLTimerMng.h"
 #include "moxphone/Catalogue.h"
+#include "moxphone/Faults.h"
 #include "moxphone/PhoneOptions.h"
 
 std::unique_ptr<BuiltinPhone> BuiltinPhone::create(const std::string& catalogPath,
@@ -49,4 +50,21 @@ std::unique_ptr<BuiltinPhone> BuiltinPhone::create(const std::string& catalogPat
     std::unique_ptr<BuiltinPhone> phone(new BuiltinPhone(log));
     phone->mPhone.reset(new moxphone::LoopbackPhone(options, phone->mLog));
     return phone;
+}
+
+std::string BuiltinPhone::faultsHelp() {
+    std::string out =
+        "The faults of the built-in phone, for --fault NAME or NAME=VALUE (repeatable); "
+        "mox-phone --list-faults tells the result states that each leads to.\n";
+    for (const moxphone::FaultInfo& fault : moxphone::Faults::known()) {
+        std::string name = fault.name;
+        if (fault.value == moxphone::FaultValue::kRequired) {
+            name += std::string("=") + fault.valueName;
+        } else if (fault.value == moxphone::FaultValue::kOptional) {
+            name += std::string("[=") + fault.valueName + "]";
+        }
+        out += "  " + name + std::string(name.size() < 26 ? 26 - name.size() : 1, ' ') +
+               fault.effect + "\n";
+    }
+    return out;
 }

@@ -24,6 +24,11 @@ public:
         const std::string& catalogPath, const std::vector<std::string>& faults, std::ostream* log,
         std::string* why, const moxphone::PhoneSourceOptions* sources = nullptr);
 
+    // The faults that --fault takes, for the help: one line per fault, its
+    // name (with =N where it takes a value) and what the phone then does,
+    // after a line saying where the result states of each are told.
+    static std::string faultsHelp();
+
     // The peer to install with OstLinkAppHost::setLoopbackPeer.
     OstLinkAppPeer* peer() { return mPhone.get(); }
 

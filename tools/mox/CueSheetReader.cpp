@@ -130,6 +130,7 @@ bool CueSheetReader::parse(const std::string& cuePath, std::string* why) {
     // Said before any library reads the sheet: libcdio writes into freed
     // memory on track numbers out of order, and blocks on a FIFO.
     if (!SheetText::checkTrackNumbers(cuePath, text, why) ||
+        !SheetText::checkTimes(cuePath, text, why) ||
         !SheetText::checkFileNames(cuePath, text, why)) {
         return false;
     }
@@ -196,7 +197,10 @@ bool CueSheetReader::fileSectors(const std::string& file, uint32* sectors, std::
     SF_INFO format = {};
     SNDFILE* audio = sf_open(file.c_str(), SFM_READ, &format);
     if (audio == nullptr) {
-        *why = file + ": not an audio file that libsndfile reads (" + sf_strerror(nullptr) + ")";
+        // libsndfile's reason may run over several lines: its first is kept.
+        std::string reason = sf_strerror(nullptr);
+        reason = reason.substr(0, reason.find('\n'));
+        *why = file + ": not an audio file that libsndfile reads (" + reason + ")";
         return false;
     }
     sf_close(audio);

@@ -18,9 +18,8 @@ void noteLaterDataTrack(const std::vector<DiscTrack>& tracks, size_t from, DiscT
     }
 }
 
-}  // namespace
-
-bool selectAudioTracks(const DiscLayout& layout, DiscToc* toc, std::string* why) {
+// The audio tracks of the first session (see selectAudioTracks).
+bool selectAudio(const DiscLayout& layout, DiscToc* toc, std::string* why) {
     const std::vector<DiscTrack>& tracks = layout.tracks;
     toc->offsets.clear();
     toc->dataTrack = false;
@@ -63,5 +62,39 @@ bool selectAudioTracks(const DiscLayout& layout, DiscToc* toc, std::string* why)
     } else if (!toc->dataTrack) {
         noteLaterDataTrack(tracks, i, toc);
     }
+    return true;
+}
+
+// The tracks that libdiscid and cd-discid count (see DiscToc), once the
+// audio tracks are chosen.
+void noteCountedTracks(const DiscLayout& layout, DiscToc* toc) {
+    toc->allOffsets.clear();
+    for (const DiscTrack& track : layout.tracks) {
+        toc->allOffsets.push_back(track.offset);
+    }
+    toc->discLeadOut = layout.leadOut;
+    toc->idFirst = toc->first;
+    toc->idOffsets = toc->offsets;
+    const bool dataTrackOne = toc->dataTrack && toc->dataTrackNumber == 1 && toc->first > 1;
+    if (dataTrackOne) {
+        std::vector<uint32> leading;
+        for (const DiscTrack& track : layout.tracks) {
+            if (track.number >= toc->first) {
+                break;
+            }
+            leading.push_back(track.offset);
+        }
+        toc->idFirst = layout.tracks.front().number;
+        toc->idOffsets.insert(toc->idOffsets.begin(), leading.begin(), leading.end());
+    }
+}
+
+}  // namespace
+
+bool selectAudioTracks(const DiscLayout& layout, DiscToc* toc, std::string* why) {
+    if (!selectAudio(layout, toc, why)) {
+        return false;
+    }
+    noteCountedTracks(layout, toc);
     return true;
 }

@@ -31,7 +31,8 @@ struct DiscLayout {
 // first data track or later-session track. A data track after the audio moves
 // the lead-out to that track's offset minus DATA_TRACK_GAP_FRAMES. False with
 // a one-line reason when the disc has no audio track or the moved lead-out
-// would not follow the last audio track.
+// would not follow the last audio track. Also fills the tracks that libdiscid
+// and cd-discid count (idFirst, idOffsets, allOffsets, discLeadOut).
 bool selectAudioTracks(const DiscLayout& layout, DiscToc* toc, std::string* why);
 
 #endif  // MOX_TOOLS_DISCLAYOUT_H

@@ -2,7 +2,8 @@
 // structure, with the module's own one-line renderings.
 //
 // Output (stdout), each on its own line:
-//   the header rendering, the section-table rendering, then for QuillToc,
+//   the header rendering (control characters escaped, as in the texts),
+//   the section-table rendering, then for QuillToc,
 //   QuillAlbum, QuillTrack, QuillArtist and QuillGenre in this order:
 //   "<Section> <head rendering>" and per record "  <record rendering>";
 //   with --strings the texts that the module resolves follow their record
@@ -113,7 +114,9 @@ public:
     // look for them in the reader's buffers; the caller's init() frees them.
     void header(const moxdb::Bytes& bytes) override {
         mDb.mpDbHeader = new DbHeader(structureOf<DbHeader>(bytes));
-        mOut << mDb.getStrDbHeader() << "\n";
+        // The signature's four bytes are the file's own: escaped, so
+        // that a file starting with ESC [ 2 J cannot clear the screen.
+        mOut << escapeControlCharacters(mDb.getStrDbHeader()) << "\n";
     }
 
     void table(const moxdb::Bytes& bytes) override {
@@ -223,7 +226,8 @@ Command addDumpCommand(CLI::App& app) {
     auto options = std::make_shared<DumpOptions>();
     CLI::App* dump = app.add_subcommand(
         "dump",
-        "Render a response database: header, section table, then every record of QuillToc, "
+        "Render a response database, one line per structure. The header, the section table, "
+        "then every record of QuillToc, "
         "QuillAlbum, QuillTrack, QuillArtist and QuillGenre, one line each (at most 1000 "
         "records per section, then a line saying how many were left out). Exit status 1 "
         "when the file ends inside a structure (what was read is printed, the reason goes "

@@ -55,6 +55,7 @@
 
 #include "AlbumOutput.h"
 #include "BuiltinPhone.h"
+#include "CommandLine.h"
 #include "Commands.h"
 #include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbSingletonFinalizer.h"
@@ -356,7 +357,12 @@ Command addLookupCommand(CLI::App& app) {
     CLI::App* lookup =
         app.add_subcommand("lookup", "Look a disc up through the module and a phone");
     CLI::Option_group* disc = options->source.addTo(*lookup);
-    disc->add_option("--toc", options->toc, "the disc's TOC text, sent as it is");
+    disc->add_option("--toc", options->toc,
+                     "the disc's TOC text (six upper-case hexadecimal digits per track, then "
+                     "for the lead-out), checked, then sent as it is")
+        ->check(TocSourceOptions::tocTextCheck());
+    disc->add_option("--raw-toc", options->toc, "any text, sent unchanged as the TOC text")
+        ->type_name("TEXT");
     lookup
         ->add_option("--phone", options->phone,
                      "builtin (the simulator in this process), unix:PATH or tcp:HOST:PORT")
@@ -368,24 +374,26 @@ Command addLookupCommand(CLI::App& app) {
     lookup->add_option("--fault", options->faults, "fault of the built-in phone (repeatable)");
     options->phoneSource.addTo(*lookup);
     lookup->add_option("--kind", options->kind, "lookup kind (0-255)")
-        ->check(CLI::Range(0, 255))
+        ->check(CommandLine::wholeNumber(0, 255))
         ->capture_default_str();
     lookup->add_option("--param1", options->param1, "first lookup parameter (0-65535)")
-        ->check(CLI::Range(0, 65535))
+        ->check(CommandLine::wholeNumber(0, 65535))
         ->capture_default_str();
     lookup->add_option("--param2", options->param2, "second lookup parameter (0-65535)")
-        ->check(CLI::Range(0, 65535))
+        ->check(CommandLine::wholeNumber(0, 65535))
         ->capture_default_str();
     lookup->add_flag("--json", options->json,
                      "print one JSON object: ok, state, states, albums, log, result_dir, error");
     lookup
         ->add_option("--timeout", options->timeoutSeconds,
-                     "bound on the whole run, the wait for another run's lock included, seconds")
-        ->check(CLI::PositiveNumber)
+                     "bound on the whole run, the wait for another run's lock included, seconds "
+                     "(default 60)")
+        ->check(CommandLine::positiveNumber())
         ->capture_default_str();
     lookup->add_flag("--verbose", options->verbose,
                      "the module's debug messages and the built-in phone's frames on stderr");
     lookup->add_option("--capture", options->capture,
                        "record the link's envelopes into a pcap file (Wireshark: moxlink.lua)");
+    lookup->footer(BuiltinPhone::faultsHelp());
     return Command{lookup, [options]() { return runLookup(*options); }};
 }

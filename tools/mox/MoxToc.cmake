@@ -8,6 +8,8 @@ pkg_check_modules(LIBCDIO REQUIRED IMPORTED_TARGET GLOBAL libcdio)
 pkg_check_modules(LIBDISCID REQUIRED IMPORTED_TARGET GLOBAL libdiscid)
 pkg_check_modules(LIBCUE REQUIRED IMPORTED_TARGET GLOBAL libcue)
 pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET GLOBAL sndfile)
+# Terminal cells and grapheme clusters of the texts the tools print.
+pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET GLOBAL libutf8proc)
 set(MOX_TOC_DIR ${CMAKE_CURRENT_LIST_DIR})
 # The disc IDs (libdiscid) on their own, for the phone simulator too, which
 # looks a disc up online by them.
@@ -28,5 +30,6 @@ add_library(mox_toc STATIC
 target_include_directories(mox_toc PUBLIC ${MOX_TOC_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_link_libraries(mox_toc
   PUBLIC moxdbwriter mox_discids CLI11::CLI11
-  PRIVATE PkgConfig::LIBCDIO PkgConfig::LIBDISCID PkgConfig::LIBCUE PkgConfig::SNDFILE)
+  PRIVATE PkgConfig::LIBCDIO PkgConfig::LIBDISCID PkgConfig::LIBCUE PkgConfig::SNDFILE
+          PkgConfig::UTF8PROC)
 mox_project_options(mox_toc)

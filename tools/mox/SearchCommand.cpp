@@ -19,11 +19,13 @@
 //              "log" holds every debug message of the search, in order, each
 //              without its final line feed
 //   --records  the module's text form of each album (getStrAlbum), one line
-//              per album, nothing else; its strings are raw, byte for byte
+//              per album, nothing else; its strings are raw, byte for byte,
+//              except on a terminal, which gets them escaped as the table
 // Exit status: 0 when the search returns true, 1 when it returns false, 2 for
 // bad usage, an unreadable or too large FILE or a result file that cannot be
 // written (one line on stderr says why).
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -192,8 +194,12 @@ int runSearch(const SearchOptions& options) {
     } else {
         found = database->getSearchResult(options.toc, &albums);
         if (options.records) {
+            // Raw bytes are the text form's contract in a pipe; a terminal
+            // gets them escaped (AlbumLang and Database are raw bytes).
+            const bool terminal = isatty(STDOUT_FILENO) != 0;
             for (HbSMoxDef::AlbumInfo& album : albums) {
-                const std::string text = database->getStrAlbum(album);
+                const std::string raw = database->getStrAlbum(album);
+                const std::string text = terminal ? escapeControlCharacters(raw) : raw;
                 std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
                 std::cout << '\n';
             }
@@ -232,7 +238,8 @@ Command addSearchCommand(CLI::App& app) {
     CLI::Option* records = search->add_flag(
         "--records", options->records,
         "print the module's text form of each album, one per line; its strings are raw, "
-        "byte for byte (the table escapes control characters)");
+        "byte for byte, in a pipe or file (a terminal, like the table, gets control "
+        "characters escaped)");
     json->excludes(records);
     return Command{search, [options]() { return runSearch(*options); }};
 }

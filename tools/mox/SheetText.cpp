@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <sstream>
 
 namespace {
 
@@ -238,4 +240,82 @@ bool SheetText::checkTrackModes(const std::string& tocPath, const std::string& t
         }
     }
     return true;
+}
+
+namespace {
+
+// The reason a CUE time "mm:ss:ff" is out of range or malformed; "" when it
+// is good.
+std::string timeProblem(const std::string& time) {
+    unsigned minutes = 0;
+    unsigned seconds = 0;
+    unsigned frames = 0;
+    char end = 0;
+    if (std::sscanf(time.c_str(), "%u:%u:%u%c", &minutes, &seconds, &frames, &end) != 3) {
+        return "not a time mm:ss:ff";
+    }
+    if (seconds > 59) {
+        return "seconds above 59";
+    }
+    if (frames > 74) {
+        return "frames above 74";
+    }
+    return std::string();
+}
+
+// The time of an INDEX line (after its number) or of a PREGAP or POSTGAP line.
+std::string timeWord(const std::string& keyword, const std::string& rest) {
+    std::string words = rest;
+    if (isKeyword(keyword, "INDEX")) {
+        const size_t gap = words.find_first_of(BLANKS);
+        words = gap == std::string::npos ? std::string() : trimmed(words.substr(gap));
+    }
+    return words.substr(0, words.find_first_of(BLANKS));
+}
+
+}  // namespace
+
+bool SheetText::checkTimes(const std::string& sheetPath, const std::string& text,
+                           std::string* why) {
+    std::string rest;
+    size_t lineNumber = 0;
+    size_t openTrackLine = 0;  // line of a TRACK still waiting for its INDEX 01
+    std::string openTrack;
+    std::istringstream in(text);
+    std::string line;
+    const auto noIndex = [&]() {
+        *why =
+            sheetPath + ":" + std::to_string(openTrackLine) + ": " + openTrack + " has no INDEX 01";
+        return false;
+    };
+    while (std::getline(in, line)) {
+        ++lineNumber;
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
+        const std::string keyword = keywordOf(line, &rest);
+        if (isKeyword(keyword, "TRACK")) {
+            if (openTrackLine != 0) {
+                return noIndex();
+            }
+            openTrackLine = lineNumber;
+            openTrack = "TRACK " + rest.substr(0, rest.find_first_of(BLANKS));
+            continue;
+        }
+        if (!isKeyword(keyword, "INDEX") && !isKeyword(keyword, "PREGAP") &&
+            !isKeyword(keyword, "POSTGAP")) {
+            continue;
+        }
+        const std::string time = timeWord(keyword, rest);
+        const std::string problem = timeProblem(time);
+        if (!problem.empty()) {
+            *why = sheetPath + ":" + std::to_string(lineNumber) + ": " + keyword + " " +
+                   shown(rest, "without a time") + ": " + problem;
+            return false;
+        }
+        if (isKeyword(keyword, "INDEX") && std::atoi(rest.c_str()) == 1) {
+            openTrackLine = 0;
+        }
+    }
+    return openTrackLine == 0 || noIndex();
 }

@@ -45,6 +45,12 @@ public:
     static bool checkTrackNumbers(const std::string& sheetPath, const std::string& text,
                                   std::string* why);
 
+    // CUE sheets: every INDEX, PREGAP and POSTGAP time is mm:ss:ff with
+    // seconds up to 59 and frames up to 74, and every TRACK has an INDEX 01
+    // before the next TRACK. False with "<path>:<line>: <reason>" for the
+    // first line (counted by line feeds) that breaks it.
+    static bool checkTimes(const std::string& sheetPath, const std::string& text, std::string* why);
+
     // cdrdao TOC files: every TRACK line must name a mode that libcdio sizes:
     // AUDIO, MODE1, MODE1_RAW, MODE2_FORM_MIX or MODE2_RAW. libcdio divides
     // by zero on a track without a mode, or of mode MODE2, MODE2_FORM1 or

@@ -18,4 +18,15 @@ const size_t MAX_CD_TRACKS = 99;
 // otherwise.
 bool tocFromOffsets(const std::vector<uint32>& offsets, std::string* toc, std::string* why);
 
+// Most characters of a TOC text: 99 tracks and the lead-out.
+const size_t MAX_TOC_TEXT_CHARACTERS = 6 * (MAX_CD_TRACKS + 1);
+
+// Reads a TOC text written by the tools' convention into the frame offsets of
+// its tracks, then of its lead-out: upper-case hexadecimal digits only, six
+// per entry, at least one track and the lead-out, at most 99 tracks, offsets
+// from 150 (LBA 0) on that increase strictly. False with a one-line reason
+// that names the first thing that breaks it (the text itself is not quoted:
+// it may be long or hold control characters).
+bool offsetsFromTocText(const std::string& text, std::vector<uint32>* offsets, std::string* why);
+
 #endif  // MOX_TOOLS_TOCINPUT_H

@@ -112,13 +112,27 @@ bool readLayout(const TocRequest& request, DiscLayout* layout, std::string* why)
     return false;
 }
 
-// TOC text and disc IDs for the tracks and lead-out already in `toc`.
+// TOC text and disc IDs for the tracks and lead-out already in `toc`. A TOC
+// that libdiscid refuses (a disc longer than it accepts) keeps the TOC text
+// and cd-discid's values; `idsNote` says why libdiscid's are missing.
 bool completeToc(DiscToc* toc, std::string* why) {
     std::vector<uint32> all = toc->offsets;
     all.push_back(toc->leadOut);
-    return tocFromOffsets(all, &toc->toc, why) &&
-           computeDiscIds(toc->first, toc->offsets, toc->leadOut, &toc->musicBrainzId,
-                          &toc->freedbId, why);
+    if (!tocFromOffsets(all, &toc->toc, why)) {
+        return false;
+    }
+    toc->cdDiscidId = freedbFormula(toc->allOffsets, toc->discLeadOut);
+    toc->cdDiscidLine = cdDiscidLine(toc->allOffsets, toc->discLeadOut);
+    LibdiscidValues values;
+    if (!computeLibdiscidValues(toc->idFirst, toc->idOffsets, toc->leadOut, &values,
+                                &toc->idsNote)) {
+        return true;
+    }
+    toc->musicBrainzId = values.musicBrainzId;
+    toc->freedbId = values.freedbId;
+    toc->tocString = values.tocString;
+    toc->submissionUrl = values.submissionUrl;
+    return true;
 }
 
 bool tocOfOffsets(const std::vector<uint32>& offsets, DiscToc* toc, std::string* why) {
@@ -129,6 +143,10 @@ bool tocOfOffsets(const std::vector<uint32>& offsets, DiscToc* toc, std::string*
     toc->last = static_cast<uint32>(offsets.size() - 1);
     toc->offsets.assign(offsets.begin(), offsets.end() - 1);
     toc->leadOut = offsets.back();
+    toc->idFirst = 1;
+    toc->idOffsets = toc->offsets;
+    toc->allOffsets = toc->offsets;
+    toc->discLeadOut = toc->leadOut;
     return completeToc(toc, why);
 }
 

@@ -1,5 +1,7 @@
 #include "TocSourceOptions.h"
 
+#include "TocInput.h"
+
 CLI::Option_group* TocSourceOptions::addTo(CLI::App& app) {
     CLI::Option_group* group =
         app.add_option_group("TOC source", "where the disc's TOC comes from (exactly one)");
@@ -23,9 +25,27 @@ CLI::Option_group* TocSourceOptions::addTo(CLI::App& app) {
     return group;
 }
 
+void TocSourceOptions::addTocText(CLI::Option_group& group) {
+    mTocTextOption = group
+                         .add_option("--toc", mTocText,
+                                     "a TOC text: six upper-case hexadecimal digits of each "
+                                     "track's frame offset, then of the lead-out's")
+                         ->check(tocTextCheck());
+}
+
+CLI::Validator TocSourceOptions::tocTextCheck() {
+    return CLI::Validator(
+        [](std::string& text) {
+            std::vector<uint32> offsets;
+            std::string why;
+            return offsetsFromTocText(text, &offsets, &why) ? std::string() : why;
+        },
+        "TOC text");
+}
+
 bool TocSourceOptions::given() const {
     return mOffsetsOption->count() > 0 || mCueOption->count() > 0 || mImageOption->count() > 0 ||
-           mDeviceOption->count() > 0;
+           mDeviceOption->count() > 0 || (mTocTextOption != nullptr && mTocTextOption->count() > 0);
 }
 
 TocRequest TocSourceOptions::request() const {
@@ -39,6 +59,10 @@ TocRequest TocSourceOptions::request() const {
     } else if (mDeviceOption->count() > 0) {
         request.origin = TocOrigin::DEVICE;
         request.path = mDevice;
+    } else if (mTocTextOption != nullptr && mTocTextOption->count() > 0) {
+        std::string why;  // checked by the option
+        request.origin = TocOrigin::OFFSETS;
+        offsetsFromTocText(mTocText, &request.offsets, &why);
     } else {
         request.origin = TocOrigin::OFFSETS;
         request.offsets = mOffsets;

@@ -1,6 +1,6 @@
 // The command-line options that name a disc's TOC source: --offsets, --cue,
-// --image and --device. A subcommand adds them to its CLI11 app and, once
-// parsed, turns them into a TocRequest for readDiscToc().
+// --image and --device, and where a subcommand wants it --toc. A subcommand adds them to its CLI11
+// app and, once parsed, turns them into a TocRequest for readDiscToc().
 #ifndef MOX_TOOLS_TOCSOURCEOPTIONS_H
 #define MOX_TOOLS_TOCSOURCEOPTIONS_H
 
@@ -18,7 +18,15 @@ public:
     // returned group. This object must outlive the parse.
     CLI::Option_group* addTo(CLI::App& app);
 
-    // True when one of the four options was given.
+    // Adds --toc TEXT to `group` (returned by addTo): the TOC text as the
+    // tools write it, read into its offsets.
+    void addTocText(CLI::Option_group& group);
+
+    // The check of a TOC text given on the command line (see
+    // offsetsFromTocText): the reason names what breaks the tools' rules.
+    static CLI::Validator tocTextCheck();
+
+    // True when one of the options was given.
     bool given() const;
 
     // The request the given option names.
@@ -29,10 +37,12 @@ private:
     std::string mCue;
     std::string mImage;
     std::string mDevice;
+    std::string mTocText;
     CLI::Option* mOffsetsOption = nullptr;
     CLI::Option* mCueOption = nullptr;
     CLI::Option* mImageOption = nullptr;
     CLI::Option* mDeviceOption = nullptr;
+    CLI::Option* mTocTextOption = nullptr;
 };
 
 #endif  // MOX_TOOLS_TOCSOURCEOPTIONS_H

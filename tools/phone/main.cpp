@@ -68,9 +68,11 @@ int main(int argc, char** argv) {
     app.add_option("--catalog", catalogPath, "Catalogue JSON file (default: the bundled sample)");
     moxphone::PhoneSourceOptions sourceOptions;
     sourceOptions.addTo(app);
-    app.add_option("--chunk-size", chunkSize, "Payload bytes per database chunk (default 4096)");
+    app.add_option("--chunk-size", chunkSize, "Payload bytes per database chunk (default 4096)")
+        ->type_name("N");
     app.add_option("--not-found-status", notFoundStatus,
-                   "Status answered for a disc that is not in the catalogue (default 404)");
+                   "Status answered for a disc that is not in the catalogue (default 404)")
+        ->type_name("N");
     app.add_option("--os", os, "OS type of the device info: android (default) or ios");
     app.add_option("--fault", faultTexts, "Fault NAME or NAME=VALUE; repeatable (--list-faults)");
     app.add_flag("--quiet", quiet, "Log nothing");

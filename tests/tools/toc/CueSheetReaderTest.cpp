@@ -124,10 +124,10 @@ TEST_F(CueSheetReaderTest, Parse_WhenTrackBeforeAnyFile_CallsTheSheetMalformed) 
     EXPECT_EQ(why.rfind(path + ": malformed CUE sheet", 0), 0u) << why;
 }
 
-TEST_F(CueSheetReaderTest, Parse_WhenTrackHasNoIndex01_CallsTheSheetMalformed) {
+TEST_F(CueSheetReaderTest, Parse_WhenTrackHasNoIndex01_NamesTheTracksLine) {
     const std::string path =
         sheet("noindex.cue", "FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 00 00:00:00\n");
-    EXPECT_EQ(parseFailure(path), path + ": malformed CUE sheet (track 1 has no INDEX 01)");
+    EXPECT_EQ(parseFailure(path), path + ":2: TRACK 01 has no INDEX 01");
 }
 
 TEST_F(CueSheetReaderTest, Parse_WhenSheetMissing_NamesTheFile) {

@@ -80,3 +80,33 @@ TEST(DiscIdsTest, ComputeDiscIds_WhenLeadOutBeforeLastTrack_PassesOnLibdiscidsRe
     EXPECT_EQ(ids.why.rfind("libdiscid refuses the TOC: ", 0), 0u) << ids.why;
     EXPECT_GT(ids.why.size(), std::string("libdiscid refuses the TOC: ").size());
 }
+
+// The FreeDB formula as cd-discid applies it, worked out by hand: digit sums
+// of the starts in seconds, the length in seconds, the track count.
+TEST(DiscIdsTest, FreedbFormula_EveryTrackOfAnEnhancedCd_GivesCdDiscidsId) {
+    EXPECT_EQ(freedbFormula({150, 13650, 28650}, 48650), "1a028603");
+}
+
+TEST(DiscIdsTest, FreedbFormula_PastNinetyMinutes_StillComputed) {
+    EXPECT_EQ(freedbFormula({150}, 445000), "02172b01");
+}
+
+TEST(DiscIdsTest, FreedbFormula_AllAudio_EqualsLibdiscidsFreedbId) {
+    const std::vector<uint32> offsets = {150, 18150, 36150};
+    EXPECT_EQ(freedbFormula(offsets, 54150), idsFromLibdiscid(1, offsets, 54150).freedb);
+}
+
+TEST(DiscIdsTest, CdDiscidLine_IdCountOffsetsAndSeconds) {
+    EXPECT_EQ(cdDiscidLine({150, 13650, 28650}, 48650), "1a028603 3 150 13650 28650 648");
+}
+
+TEST(DiscIdsTest, ComputeLibdiscidValues_GivesTocStringAndSubmissionUrl) {
+    LibdiscidValues values;
+    std::string why;
+    ASSERT_TRUE(computeLibdiscidValues(1, {150, 18150, 36150}, 54150, &values, &why)) << why;
+    EXPECT_EQ(values.musicBrainzId, "LyYHtwByCwAcdhuXmLHF.KGB224-");
+    EXPECT_EQ(values.tocString, "1 3 54150 150 18150 36150");
+    EXPECT_EQ(values.submissionUrl,
+              "http://musicbrainz.org/cdtoc/attach?id=LyYHtwByCwAcdhuXmLHF.KGB224-&tracks=3&toc=1+"
+              "3+54150+150+18150+36150");
+}

@@ -110,3 +110,26 @@ TEST(DiscLayoutTest, SelectAudioTracks_WhenDataTrackTooCloseToAudio_Refuses) {
               "track 3 at 29550 lies too close to the audio before it to place the lead-out "
               "11400 frames earlier");
 }
+
+TEST(DiscLayoutTest, SelectAudioTracks_WhenDataTrackLeads_LibdiscidAndCdDiscidCountIt) {
+    DiscToc toc;
+    std::string why;
+    ASSERT_TRUE(selectAudioTracks(
+        layoutOf({track(1, 150, false), track(2, 13650), track(3, 28650)}, 48650), &toc, &why));
+    EXPECT_EQ(toc.idFirst, 1u);
+    EXPECT_EQ(toc.idOffsets, (std::vector<uint32>{150, 13650, 28650}));
+    EXPECT_EQ(toc.allOffsets, (std::vector<uint32>{150, 13650, 28650}));
+    EXPECT_EQ(toc.discLeadOut, 48650u);
+}
+
+TEST(DiscLayoutTest, SelectAudioTracks_WhenDataTrackFollows_OnlyCdDiscidCountsIt) {
+    DiscToc toc;
+    std::string why;
+    ASSERT_TRUE(selectAudioTracks(
+        layoutOf({track(1, 150), track(2, 13650), track(3, 28650, false)}, 48650), &toc, &why));
+    EXPECT_EQ(toc.idFirst, 1u);
+    EXPECT_EQ(toc.idOffsets, (std::vector<uint32>{150, 13650}));
+    EXPECT_EQ(toc.leadOut, 17250u);
+    EXPECT_EQ(toc.allOffsets, (std::vector<uint32>{150, 13650, 28650}));
+    EXPECT_EQ(toc.discLeadOut, 48650u);
+}

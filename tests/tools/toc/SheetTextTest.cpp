@@ -180,3 +180,48 @@ TEST_F(SheetTextTest, Read_WhenSheetIsLargerThan1MiB_Refuses) {
 }
 
 }  // namespace
+
+// checkTimes: CUE times within range and an INDEX 01 for every track, the
+// first problem named with its line.
+namespace {
+
+std::string timesFailure(const std::string& text) {
+    std::string why;
+    EXPECT_FALSE(SheetText::checkTimes("s.cue", text, &why));
+    return why;
+}
+
+}  // namespace
+
+TEST(SheetTextTimesTest, CheckTimes_WhenInRange_Passes) {
+    std::string why;
+    EXPECT_TRUE(SheetText::checkTimes(
+        "s.cue",
+        "FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\n  TRACK 02 AUDIO\n"
+        "    PREGAP 00:02:00\n    INDEX 00 03:59:74\n    INDEX 01 99:59:74\n",
+        &why));
+    EXPECT_EQ(why, "");
+}
+
+TEST(SheetTextTimesTest, CheckTimes_WhenSecondsAbove59_NamesTheLine) {
+    EXPECT_EQ(timesFailure("FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:99:00\n"),
+              "s.cue:3: INDEX 01 00:99:00: seconds above 59");
+}
+
+TEST(SheetTextTimesTest, CheckTimes_WhenFramesAbove74_NamesTheLine) {
+    EXPECT_EQ(timesFailure("FILE \"a.wav\" WAVE\r\n  TRACK 01 AUDIO\r\n  PREGAP 00:00:75\r\n"),
+              "s.cue:3: PREGAP 00:00:75: frames above 74");
+}
+
+TEST(SheetTextTimesTest, CheckTimes_WhenNotATime_NamesTheLine) {
+    EXPECT_EQ(timesFailure("FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 1:2\n"),
+              "s.cue:3: INDEX 01 1:2: not a time mm:ss:ff");
+}
+
+TEST(SheetTextTimesTest, CheckTimes_WhenATrackHasNoIndex01_NamesItsLine) {
+    EXPECT_EQ(timesFailure("FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n"),
+              "s.cue:2: TRACK 01 has no INDEX 01");
+    EXPECT_EQ(timesFailure("FILE \"a.wav\" WAVE\n  TRACK 01 AUDIO\n    INDEX 00 00:00:00\n"
+                           "  TRACK 02 AUDIO\n    INDEX 01 00:10:00\n"),
+              "s.cue:2: TRACK 01 has no INDEX 01");
+}

@@ -75,3 +75,70 @@ TEST(TocInputTest, TocFromOffsets_WhenBeforeLba0_Refuses) {
 TEST(TocInputTest, TocFromOffsets_WhenPastSixHexDigits_Refuses) {
     EXPECT_EQ(reasonFor({150, 0x1000000}), "offset 16777216 lies outside 150..16777215");
 }
+
+// offsetsFromTocText: the tools' TOC text read back, and the reasons for a
+// text that breaks their rules.
+namespace {
+
+std::string textReasonFor(const std::string& text) {
+    std::vector<uint32> offsets = {1};
+    std::string why;
+    EXPECT_FALSE(offsetsFromTocText(text, &offsets, &why));
+    EXPECT_EQ(offsets, std::vector<uint32>({1}));
+    return why;
+}
+
+}  // namespace
+
+TEST(TocInputTest, OffsetsFromTocText_ToolsText_GivesTheOffsetsThenTheLeadOut) {
+    std::vector<uint32> offsets;
+    std::string why;
+    EXPECT_TRUE(offsetsFromTocText("000096003B2E0079AE00B82E", &offsets, &why)) << why;
+    EXPECT_EQ(offsets, std::vector<uint32>({150, 15150, 31150, 47150}));
+    EXPECT_TRUE(offsetsFromTocText(textOf(evenTracks(99)), &offsets, &why)) << why;
+    EXPECT_EQ(offsets, evenTracks(99));
+}
+
+TEST(TocInputTest, OffsetsFromTocText_LowerCaseHex_RefusedNamingTheCharacter) {
+    EXPECT_EQ(textReasonFor("00009600012c"),
+              "the TOC text's character 12 ('c') is not an upper-case hexadecimal digit (0-9, "
+              "A-F)");
+}
+
+TEST(TocInputTest, OffsetsFromTocText_LeadingSpace_Refused) {
+    EXPECT_EQ(textReasonFor(" 000096000100"),
+              "the TOC text's character 1 (' ') is not an upper-case hexadecimal digit (0-9, A-F)");
+}
+
+TEST(TocInputTest, OffsetsFromTocText_ControlCharacter_ShownEscaped) {
+    EXPECT_EQ(textReasonFor("000096\x1b[2J00"),
+              "the TOC text's character 7 ('\\x1b') is not an upper-case hexadecimal digit (0-9, "
+              "A-F)");
+}
+
+TEST(TocInputTest, OffsetsFromTocText_Empty_Refused) {
+    EXPECT_EQ(textReasonFor(""), "the TOC text is empty");
+}
+
+TEST(TocInputTest, OffsetsFromTocText_120000Characters_RefusedByItsLength) {
+    EXPECT_EQ(textReasonFor(std::string(120000, '0')),
+              "the TOC text has 120000 characters; at most 600 (99 tracks and the lead-out)");
+}
+
+TEST(TocInputTest, OffsetsFromTocText_PartOfAnEntry_Refused) {
+    EXPECT_EQ(textReasonFor("0000960001"), "the TOC text has 10 characters, not six per entry");
+}
+
+TEST(TocInputTest, OffsetsFromTocText_LeadOutAlone_Refused) {
+    EXPECT_EQ(textReasonFor("000096"),
+              "the TOC text has one entry; it needs at least one track and the lead-out");
+}
+
+TEST(TocInputTest, OffsetsFromTocText_FallingOffsets_Refused) {
+    EXPECT_EQ(textReasonFor("0000960001F40000C8"),
+              "the TOC text's offsets do not increase: 500 then 200");
+}
+
+TEST(TocInputTest, OffsetsFromTocText_BeforeLba0_Refused) {
+    EXPECT_EQ(textReasonFor("000010000100"), "the TOC text's offset 16 lies outside 150..16777215");
+}

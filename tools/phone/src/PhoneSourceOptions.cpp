@@ -27,19 +27,25 @@ PhoneSourceOptions::PhoneSourceOptions()
     : musicBrainzServer(kDefaultMusicBrainzServer), cacheDays(LookupCache::kDefaultDays) {}
 
 void PhoneSourceOptions::addTo(CLI::App& app) {
+    // The value names are given, so that the help (and the manual pages made
+    // from it) shows no parser type notes.
     app.add_option("--source", source,
-                   "Where discs are looked up: catalog (the catalogue), musicbrainz or cddb")
+                   "Where discs are looked up: catalog (the catalogue, the default), musicbrainz "
+                   "or cddb")
         ->check(CLI::IsMember({"catalog", "musicbrainz", "cddb"}))
-        ->capture_default_str();
+        ->option_text("catalog|musicbrainz|cddb");
     app.add_option("--musicbrainz-server", musicBrainzServer,
-                   "MusicBrainz server of --source musicbrainz")
-        ->capture_default_str();
+                   std::string("MusicBrainz server of --source musicbrainz (default ") +
+                       kDefaultMusicBrainzServer + ")")
+        ->option_text("URL");
     app.add_option("--cddb-server", cddbServer,
                    "cddb.cgi URL of --source cddb, such as "
-                   "https://gnudb.gnudb.org/~cddb/cddb.cgi");
+                   "https://gnudb.gnudb.org/~cddb/cddb.cgi")
+        ->option_text("URL");
     app.add_option("--cache-days", cacheDays,
-                   "Days an online answer is kept in $XDG_CACHE_HOME/mox (0: no cache)")
-        ->capture_default_str();
+                   "Days an online answer is kept in $XDG_CACHE_HOME/mox (default " +
+                       std::to_string(LookupCache::kDefaultDays) + "; 0: no cache)")
+        ->option_text("N");
     app.add_flag("--offline", offline, "Answer online lookups from the cache alone");
 }
 
