@@ -38,8 +38,8 @@ TEST(SampleDbCommandTest, Run_Help_PrintsUsageAndExitsZero) {
         EXPECT_EQ(SampleDbCommand::usage(), out.str());
         EXPECT_EQ("", err.str());
     }
-    EXPECT_EQ(0u,
-              std::string(SampleDbCommand::usage()).find("Usage: mox-sampledb [--help] [--version] PATH\n"));
+    EXPECT_EQ(0u, std::string(SampleDbCommand::usage())
+                      .find("Usage: mox-sampledb [--help] [--version] PATH\n"));
 }
 
 TEST(SampleDbCommandTest, Run_NoPath_IsBadUsage) {
