@@ -9,12 +9,6 @@ namespace {
 
 const std::chrono::seconds kLimit(10);
 
-// Result states on the way (connecting, connected, searching): every other
-// value ends a lookup.
-bool isUnderway(int32 state) {
-    return state >= 101 && state <= 103;
-}
-
 }  // namespace
 
 FacadeLookup::FacadeLookup()
@@ -38,15 +32,18 @@ bool FacadeLookup::unlink() {
 }
 
 int FacadeLookup::receive(const std::string& toc) {
+    LookupWatch watch(false);
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        mOutcome = -1;
+        mWatch = &watch;
     }
+    watch.markSearching();
     HbSMoxDef::SearchInfo info{0, 0, 0, toc};
     mFacade->search(info);
-    std::unique_lock<std::mutex> lock(mMutex);
-    mChanged.wait_for(lock, kLimit, [this] { return mOutcome != -1; });
-    return mOutcome;
+    const int32 end = watch.waitForEnd(LookupWatch::Clock::now() + kLimit);
+    std::lock_guard<std::mutex> lock(mMutex);
+    mWatch = nullptr;
+    return end;
 }
 
 bool FacadeLookup::lookup(const std::string& toc, std::list<HbSMoxDef::AlbumInfo>* albums) {
@@ -59,18 +56,14 @@ uint32 FacadeLookup::onNotify(uint32 id, void* data, uint32 size) {
         return 1;
     }
     std::memcpy(&value, data, sizeof(value));
-    // The waiting thread is woken only by what it waits for: a link change
-    // or the end of a lookup, not by the states on the way.
-    if (id == 2 && isUnderway(value)) {
-        return 1;
-    }
     std::lock_guard<std::mutex> lock(mMutex);
+    if (mWatch != nullptr) {
+        mWatch->onMox(id, data, size);
+    }
     if (id == 1) {
         mLink = value != 0 ? 1 : 0;
-    } else {
-        mOutcome = value;
+        mChanged.notify_all();
     }
-    mChanged.notify_all();
     return 1;
 }
 

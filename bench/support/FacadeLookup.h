@@ -1,7 +1,8 @@
 // Whole lookups through the module's facade (HbSMox), as an application
 // makes them: search(), wait for notification 2 to report the outcome,
-// then getSearchResult(). The waiting is on a condition variable that the
-// facade's observer signals (from the module's worker thread).
+// then getSearchResult(). A lookup ends by the rule of `mox lookup`
+// (LookupWatch), which the facade's observer feeds from the module's
+// threads; the link waits are on a condition variable that it signals.
 //
 //   FacadeLookup module;
 //   module.linkTo("unix:/tmp/phone.sock");   // link up (notification 1 with 1)
@@ -20,6 +21,7 @@
 
 #include "HbFramework/Foundation/HbObserver.h"
 #include "HbSMox.h"
+#include "LookupWatch.h"
 
 class FacadeLookup {
 public:
@@ -33,8 +35,9 @@ public:
     bool linkTo(const std::string& endpoint);
     // Stops the link and waits until the facade reports it down.
     bool unlink();
-    // search() and the wait for its outcome; the final result state (0 on
-    // success), or -1 when none came within 10 s.
+    // search() and the wait for its outcome; the result state that ended the
+    // lookup by LookupWatch's rule (0 on success), or -1 when it did not end
+    // within 10 s.
     int receive(const std::string& toc);
     // receive(), then getSearchResult() into `albums` when it succeeded.
     bool lookup(const std::string& toc, std::list<HbSMoxDef::AlbumInfo>* albums);
@@ -50,8 +53,8 @@ private:
     HbObserver<FacadeLookup> mObserver;
     std::mutex mMutex;
     std::condition_variable mChanged;
-    int mLink = 0;      // guarded by mMutex: last link state
-    int mOutcome = -1;  // guarded by mMutex: last result state that ends a lookup, or -1
+    int mLink = 0;                  // guarded by mMutex: last link state
+    LookupWatch* mWatch = nullptr;  // guarded by mMutex: the lookup under way, if any
 };
 
 #endif  // MOX_BENCH_FACADELOOKUP_H

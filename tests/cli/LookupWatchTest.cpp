@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "HbFramework/HbLTimerMng.h"
+
 namespace {
 
 using Clock = LookupWatch::Clock;
@@ -241,6 +243,41 @@ TEST_F(LookupWatchTest, OtherFailureCode_IsAPhoneFailure) {
     int32 end = 0;
     msToEnd(&end);
     EXPECT_EQ(described(watch.failure(end)), "phone_failed: the phone failed (phone status 503)");
+}
+
+// The grace after an error follows the module's time scale, as the timer
+// manager holds it (HB_TIMER_SCALE or SetTimeScale), rounded up to whole
+// milliseconds like the manager's periods.
+TEST(LookupWatchScaleTest, ErrorGrace_FollowsTheTimerManagersScale) {
+    HbLTimerMng* const timers = HbLTimerMng::GetTimerMng();
+    const double before = timers->GetTimeScale();
+    timers->SetTimeScale(1.0);
+    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(500));
+    timers->SetTimeScale(0.01);
+    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(5));
+    timers->SetTimeScale(0.001);
+    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(1));
+    timers->SetTimeScale(2.0);
+    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(1000));
+    timers->SetTimeScale(before);
+}
+
+// Under a short scale an error that no cancel follows ends the wait once the
+// scaled grace has passed: the wait is bounded by a deadline of an hour, so
+// only the grace can end it.
+TEST(LookupWatchScaleTest, ErrorWithoutCancel_EndsAfterTheScaledGrace) {
+    HbLTimerMng* const timers = HbLTimerMng::GetTimerMng();
+    const double before = timers->GetTimeScale();
+    timers->SetTimeScale(0.01);
+    LookupWatch watch(false);
+    timers->SetTimeScale(before);
+    int32 value = 101;
+    watch.onMox(2, &value, sizeof(value));
+    watch.markSearching();
+    value = 20;
+    watch.onMox(2, &value, sizeof(value));
+    EXPECT_EQ(watch.waitForEnd(Clock::now() + std::chrono::hours(1)), 20);
+    EXPECT_EQ(described(watch.failure(20)), "refused: the phone's answer was refused");
 }
 
 }  // namespace

@@ -67,6 +67,7 @@
 #include "LookupWatch.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "ResultDirLock.h"
+#include "ResultState.h"
 #include "TocSource.h"
 #include "TocSourceOptions.h"
 
@@ -100,7 +101,7 @@ struct LookupOptions {
 using Clock = LookupWatch::Clock;
 
 struct LookupOutcome {
-    int32 state = 100;  // the last result state notified
+    int32 state = ResultState::kIdle;  // the last result state notified
     std::list<HbSMoxDef::AlbumInfo> albums;
     LookupFailure failure;
 };

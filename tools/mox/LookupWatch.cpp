@@ -1,42 +1,35 @@
 #include "LookupWatch.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
+#include "HbFramework/HbLTimerMng.h"
+
 namespace {
 
-bool isFailureCode(int32 state) {
-    return state != 0 && state != 4 && state != 20 && (state < 100 || state > 104);
-}
+using RS = ResultState;
 
-// The state by name, for the progress line and the failure reason.
-std::string stateName(int32 state) {
-    switch (state) {
-        case 0:
-            return "complete";
-        case 4:
-            return "timed out";
-        case 20:
-            return "error";
-        case 100:
-            return "idle";
-        case 101:
-            return "connecting";
-        case 102:
-            return "connected";
-        case 103:
-            return "searching";
-        case 104:
-            return "cancelling";
-        default:
-            return "phone status " + std::to_string(state);
-    }
+// kErrorGrace on the module's time scale (HB_TIMER_SCALE, as the timer
+// manager read it), rounded up to whole milliseconds as the manager rounds
+// every period it arms.
+std::chrono::milliseconds scaledErrorGrace() {
+    const double scale = HbLTimerMng::GetTimerMng()->GetTimeScale();
+    const double ms = static_cast<double>(LookupWatch::kErrorGrace.count()) * scale;
+    return std::chrono::milliseconds(static_cast<int64_t>(std::ceil(ms)));
 }
 
 }  // namespace
 
 LookupWatch::LookupWatch(bool progress)
-    : mProgress(progress), mStarted(Clock::now()), mLastChange(mStarted) {}
+    : mProgress(progress),
+      mErrorGrace(scaledErrorGrace()),
+      mStarted(Clock::now()),
+      mLastChange(mStarted) {}
+
+std::chrono::milliseconds LookupWatch::errorGrace() const {
+    return mErrorGrace;
+}
 
 uint32 LookupWatch::onMox(uint32 id, void* data, uint32 size) {
     std::lock_guard<std::mutex> lock(mMutex);
@@ -75,21 +68,21 @@ bool LookupWatch::waitForLink(Clock::time_point deadline, LookupFailure* why) {
             return true;
         }
         if (mLinkLost || mDeviceGone) {
-            if (mLastState == 100) {
+            if (mLastState == RS::kIdle) {
                 *why = mLinkLost || mDeviceSeen
                            ? LookupFailure(LookupFailure::kLinkLost, "link lost")
                            : LookupFailure(LookupFailure::kNoPhone,
                                            "no phone: the phone could not be reached");
                 return false;
             }
-        } else if (mLastState == 20) {
+        } else if (mLastState == RS::kError) {
             *why = LookupFailure(LookupFailure::kTimedOut,
                                  "timed out: the phone did not answer the connect");
             return false;
-        } else if (isFailureCode(mLastState)) {
+        } else if (RS::isPhoneStatus(mLastState)) {
             *why = LookupFailure::phoneStatus(mLastState, " on the connect");
             return false;
-        } else if (mLastState == 100 && mStateCount > 1) {
+        } else if (mLastState == RS::kIdle && mStateCount > 1) {
             *why = LookupFailure(LookupFailure::kLinkLost, "the connect ended without a link");
             return false;
         }
@@ -170,7 +163,7 @@ LookupFailure LookupWatch::failure(int32 state) const {
     }
     // A timeout or an error comes first when there is one: a failure code
     // ends the wait, so any that follows them answers the module's cancel.
-    if (mSearchFirstEnd == 4) {
+    if (mSearchFirstEnd == RS::kTimeout) {
         return LookupFailure(LookupFailure::kTimedOut,
                              "timed out: the phone did not answer in time");
     }
@@ -180,7 +173,7 @@ LookupFailure LookupWatch::failure(int32 state) const {
     if (mLinkLost || mDeviceGone) {
         return LookupFailure(LookupFailure::kLinkLost, "link lost");
     }
-    if (mSearchFirstEnd == 20) {
+    if (mSearchFirstEnd == RS::kError) {
         return LookupFailure(LookupFailure::kRefused, "the phone's answer was refused");
     }
     return LookupFailure(LookupFailure::kCancelled, "the module cancelled the search");
@@ -196,10 +189,10 @@ void LookupWatch::addStateLocked(int32 value) {
     if (!mSearching) {
         return;
     }
-    if (mSearchFailureCode == 0 && isFailureCode(value)) {
+    if (mSearchFailureCode == 0 && RS::isPhoneStatus(value)) {
         mSearchFailureCode = value;
     }
-    if (mSearchFirstEnd == 0 && (value == 4 || value == 20)) {
+    if (mSearchFirstEnd == 0 && RS::isModuleFailure(value)) {
         mSearchFirstEnd = value;
     }
 }
@@ -208,16 +201,16 @@ bool LookupWatch::settledLocked() const {
     if (!mSearching) {
         return false;
     }
-    if (mLinkLost && mLastState == 100) {
+    if (mLinkLost && mLastState == RS::kIdle) {
         return true;  // the module gave up, or dropped the search for want of a link
     }
     if (mStateCount <= mSearchFrom) {
         return false;
     }
-    if (mLastState == 0 || mLastState == 100 || isFailureCode(mLastState)) {
+    if (mLastState == RS::kComplete || mLastState == RS::kIdle || RS::isPhoneStatus(mLastState)) {
         return true;
     }
-    return mLastState == 20 && Clock::now() - mLastChange >= kErrorGrace;
+    return mLastState == RS::kError && Clock::now() - mLastChange >= mErrorGrace;
 }
 
 bool LookupWatch::waitTick(std::unique_lock<std::mutex>& lock, Clock::time_point deadline,
@@ -243,7 +236,7 @@ void LookupWatch::drawProgressLocked() const {
     const double elapsed = std::chrono::duration<double>(Clock::now() - mStarted).count();
     std::string name = mLinked ? "connected" : "connecting";
     if (mSearching && mStateCount > mSearchFrom) {
-        name = stateName(mLastState);
+        name = RS::name(mLastState);
     } else if (mSearching) {
         name = "searching";
     }

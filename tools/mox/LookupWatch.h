@@ -19,7 +19,7 @@
 //   the module has finished handling a failure: idle again (100) after the
 //   search began (a cancel answered or timed out, the link lost), a failure
 //   code of the phone (which nothing follows), or an error (20) that no
-//   cancel follows within kErrorGrace.
+//   cancel follows within errorGrace() (kErrorGrace on the module's time scale).
 // - A lost link ends every wait: before the link is up, once it is up and
 //   before the search, and during the search. The module gives up what it
 //   was doing when the phone goes (an error, then idle) in the same step that
@@ -46,6 +46,7 @@
 
 #include "HbFramework/HbTypes.h"
 #include "LookupFailure.h"
+#include "ResultState.h"
 
 class LookupWatch {
 public:
@@ -55,11 +56,17 @@ public:
 
     // An error (20) that is not followed by a cancel within this time is
     // final: the module raises the cancel right after the error, on the same
-    // thread.
+    // thread. Real time before the module's time scale (HB_TIMER_SCALE)
+    // applies; errorGrace() is the grace in force.
     static constexpr std::chrono::milliseconds kErrorGrace{500};
 
     // With `progress`, every wait redraws a progress line on stderr.
+    // Reads the time scale from the host timer manager (HbLTimerMng), once.
     explicit LookupWatch(bool progress);
+
+    // kErrorGrace times the module's time scale, rounded up to whole
+    // milliseconds as the timer manager rounds its periods.
+    std::chrono::milliseconds errorGrace() const;
 
     // The observer's callback: notifications 1 (link), 2 (result state) and
     // 3 (device status).
@@ -114,15 +121,16 @@ private:
     void drawProgressLocked() const;
 
     const bool mProgress;
+    const std::chrono::milliseconds mErrorGrace;
     const Clock::time_point mStarted;
     mutable std::mutex mMutex;
     std::condition_variable mChanged;
-    std::vector<int32> mStates;    // the first kStatesKept result states, until settled
-    uint64_t mStateCount = 0;      // result states notified, until settled
-    int32 mLastState = 100;        // the last of them; idle before any
-    uint64_t mSearchFrom = 0;      // mStateCount when search() was called
-    int32 mSearchFailureCode = 0;  // the first failure code of the phone after search()
-    int32 mSearchFirstEnd = 0;     // the first timeout (4) or error (20) after search()
+    std::vector<int32> mStates;             // the first kStatesKept result states, until settled
+    uint64_t mStateCount = 0;               // result states notified, until settled
+    int32 mLastState = ResultState::kIdle;  // the last of them; idle before any
+    uint64_t mSearchFrom = 0;               // mStateCount when search() was called
+    int32 mSearchFailureCode = 0;           // the first failure code of the phone after search()
+    int32 mSearchFirstEnd = 0;              // the first timeout (4) or error (20) after search()
     Clock::time_point mLastChange;
     bool mLinked = false;
     bool mLinkLost = false;    // the link went down, and not by stopLink

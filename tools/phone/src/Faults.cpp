@@ -6,19 +6,15 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "ResultState.h"
+
 namespace moxphone {
 
 namespace {
 
-// Result states of the module (its own values; any other is a phone's code).
-constexpr uint32_t kComplete = 0;
-constexpr uint32_t kTimeout = 4;
-constexpr uint32_t kError = 20;
-constexpr uint32_t kIdle = 100;
-constexpr uint32_t kConnecting = 101;
-constexpr uint32_t kConnected = 102;
-constexpr uint32_t kSearching = 103;
-constexpr uint32_t kCancelling = 104;
+// The module's result states (ResultState names them for every tool); the
+// phone's tables hold them unsigned, as its frames carry them.
+using RS = ResultState;
 
 constexpr uint32_t kMaxStatus = 65535;
 constexpr uint32_t kMaxDelayMs = 600000;
@@ -126,13 +122,13 @@ std::vector<uint32_t> afterStatus(std::vector<uint32_t> states, uint32_t current
     if (code != current) {
         states.push_back(code);
     }
-    if (code == kSearching) {
-        states.push_back(kCancelling);  // it cancels; the cancel is answered
-        states.push_back(kIdle);
-    } else if (code == kConnecting) {
-        states.push_back(kError);  // the connect timer runs out
-    } else if (code == kCancelling) {
-        states.push_back(kIdle);  // the cancel timer runs out
+    if (code == RS::kSearching) {
+        states.push_back(RS::kCancelling);  // it cancels; the cancel is answered
+        states.push_back(RS::kIdle);
+    } else if (code == RS::kConnecting) {
+        states.push_back(RS::kError);  // the connect timer runs out
+    } else if (code == RS::kCancelling) {
+        states.push_back(RS::kIdle);  // the cancel timer runs out
     }
     return states;
 }
@@ -216,25 +212,26 @@ bool Faults::changesTransfer() const {
 }
 
 std::vector<uint32_t> Faults::normalStates() {
-    return {kConnecting, kConnected, kSearching, kComplete};
+    return {RS::kConnecting, RS::kConnected, RS::kSearching, RS::kComplete};
 }
 
 std::vector<uint32_t> Faults::notFoundStates(uint16_t notFoundStatus) {
-    return afterStatus({kConnecting, kConnected, kSearching}, kSearching, notFoundStatus);
+    return afterStatus({RS::kConnecting, RS::kConnected, RS::kSearching}, RS::kSearching,
+                       notFoundStatus);
 }
 
 std::vector<uint32_t> Faults::expectedStates(FaultKind kind, uint32_t value) {
-    const std::vector<uint32_t> searching = {kConnecting, kConnected, kSearching};
+    const std::vector<uint32_t> searching = {RS::kConnecting, RS::kConnected, RS::kSearching};
     std::vector<uint32_t> states = searching;
     switch (kind) {
         case FaultKind::kSilentAfterConnect:
-            return {kConnecting, kError};
+            return {RS::kConnecting, RS::kError};
         case FaultKind::kStatusConnect:
-            return afterStatus({kConnecting}, kConnecting, value);
+            return afterStatus({RS::kConnecting}, RS::kConnecting, value);
         case FaultKind::kStatusAck:
         case FaultKind::kStatusNotice:
         case FaultKind::kStatusChunk:
-            return afterStatus(searching, kSearching, value);
+            return afterStatus(searching, RS::kSearching, value);
         case FaultKind::kStatusCancel:
         case FaultKind::kStatusEcho:
         case FaultKind::kNoCancelAnswer:
@@ -243,18 +240,18 @@ std::vector<uint32_t> Faults::expectedStates(FaultKind kind, uint32_t value) {
             if (value < kModuleTimerMs) {
                 return normalStates();
             }
-            states.insert(states.end(), {kTimeout, kCancelling, kIdle});
+            states.insert(states.end(), {RS::kTimeout, RS::kCancelling, RS::kIdle});
             return states;
         case FaultKind::kSilentAfterLookup:
         case FaultKind::kSilentAfterNotice:
         case FaultKind::kSilentMidTransfer:
-            states.insert(states.end(), {kTimeout, kCancelling, kIdle});
+            states.insert(states.end(), {RS::kTimeout, RS::kCancelling, RS::kIdle});
             return states;
         case FaultKind::kDropMidTransfer:
         case FaultKind::kGarbageLengthZero:
         case FaultKind::kGarbageOversize:
         case FaultKind::kGarbageType:
-            states.insert(states.end(), {kError, kIdle});
+            states.insert(states.end(), {RS::kError, RS::kIdle});
             return states;
         case FaultKind::kWrongChunkIndex:
         case FaultKind::kRepeatedChunk:
@@ -262,7 +259,7 @@ std::vector<uint32_t> Faults::expectedStates(FaultKind kind, uint32_t value) {
         case FaultKind::kShortNotice:
         case FaultKind::kLengthShort:
         case FaultKind::kLengthLong:
-            states.insert(states.end(), {kError, kCancelling, kIdle});
+            states.insert(states.end(), {RS::kError, RS::kCancelling, RS::kIdle});
             return states;
     }
     return states;
