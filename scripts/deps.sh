@@ -43,10 +43,13 @@ mox_require_packages() {
 # help2man writes the tools' manual pages, man-db renders them in their test;
 # libcurl4-openssl-dev gives the phone simulator its online sources;
 # libpcap-dev writes and reads the link captures of mox lookup and mox-phone;
-# libutf8proc-dev measures the tools' texts in terminal cells).
-MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema help2man man-db libcurl4-openssl-dev libpcap-dev libutf8proc-dev"
+# libutf8proc-dev measures the tools' texts in terminal cells;
+# libdlt-dev sends the debug output to a DLT daemon, HB_DBG_OUTPUT=dlt).
+MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema help2man man-db libcurl4-openssl-dev libpcap-dev libutf8proc-dev libdlt-dev"
 # Opening the link captures with the Wireshark dissector (tools/wireshark).
 MOX_WIRESHARK_PACKAGES="tshark"
+# The DLT test of the debug output: a private dlt-daemon, read by dlt-receive.
+MOX_DLT_PACKAGES="dlt-daemon dlt-tools"
 # Making the Debian packages: dpkg-shlibdeps (dpkg-dev) finds their
 # dependencies, in the binaries that file(1) recognises.
 MOX_PACKAGE_PACKAGES="dpkg-dev file"

@@ -23,7 +23,9 @@ steps=${MOX_STEPS:-"format host docs wireshark asan tsan valgrind armhf target f
 step_packages() {
   case $1 in
     format) echo "git $MOX_FORMAT_PACKAGES" ;;
-    host | asan | tsan | bench | release) echo "$MOX_HOST_PACKAGES" ;;
+    # The DLT test of the debug output runs in the host and asan steps.
+    host | asan) echo "$MOX_HOST_PACKAGES $MOX_DLT_PACKAGES" ;;
+    tsan | bench | release) echo "$MOX_HOST_PACKAGES" ;;
     docs) echo "$MOX_HOST_PACKAGES $MOX_DOCS_PACKAGES" ;;
     valgrind) echo "$MOX_HOST_PACKAGES $MOX_VALGRIND_PACKAGES" ;;
     armhf | target) echo "$MOX_HOST_PACKAGES $MOX_ARM_PACKAGES" ;;

@@ -39,12 +39,22 @@ ChildProgram::~ChildProgram() {
 }
 
 std::string ChildProgram::waitForLine(const std::string& prefix) {
+    return waitForMatch(
+        [&prefix](const std::string& line) { return line.compare(0, prefix.size(), prefix) == 0; });
+}
+
+std::string ChildProgram::waitForLineContaining(const std::string& text) {
+    return waitForMatch(
+        [&text](const std::string& line) { return line.find(text) != std::string::npos; });
+}
+
+std::string ChildProgram::waitForMatch(const std::function<bool(const std::string&)>& matches) {
     while (true) {
         const size_t end = mErrText.find('\n', mScanned);
         if (end != std::string::npos) {
             const std::string line = mErrText.substr(mScanned, end - mScanned);
             mScanned = end + 1;
-            if (line.compare(0, prefix.size(), prefix) == 0) {
+            if (matches(line)) {
                 return line;
             }
             continue;

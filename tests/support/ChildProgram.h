@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,8 @@ public:
     // Reads stderr until a line that starts with `prefix`; returns that line
     // (empty when the program ended first).
     std::string waitForLine(const std::string& prefix);
+    // The same for the next line that holds `text` anywhere.
+    std::string waitForLineContaining(const std::string& text);
     void signal(int number);
     // Waits for the end; the exit status, or 128 + the signal.
     int wait();
@@ -30,6 +33,8 @@ public:
 
 private:
     static bool readSome(int fd, std::string& text);
+    // Reads stderr until a line for which `matches` is true; "" at its end.
+    std::string waitForMatch(const std::function<bool(const std::string&)>& matches);
 
     pid_t mPid = -1;
     int mOut = -1;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "moxcapture/CaptureReader.h"
 #include "moxcapture/LinkCapture.h"
 #include "moxphone/Catalogue.h"
 #include "moxphone/Endpoint.h"
@@ -19,6 +20,7 @@
 #include "moxphone/PhoneOptions.h"
 #include "moxphone/PhoneServer.h"
 #include "moxphone/PhoneSourceOptions.h"
+#include "moxphone/ReplaySession.h"
 
 namespace {
 
@@ -27,6 +29,28 @@ enum ExitCode { kOk = 0, kFailed = 1, kBadUsage = 2 };
 int usageError(const std::string& reason) {
     std::cerr << "mox-phone: " << reason << "\n";
     return kBadUsage;
+}
+
+// Reads the capture that --replay names and makes every connection replay
+// it, its gaps multiplied by `timeScale`. False with a one-line reason.
+bool setUpReplay(const std::string& path, double timeScale, moxphone::PhoneServer* server,
+                 std::string* error) {
+    auto capture = std::make_shared<moxcapture::CaptureReader::Capture>();
+    if (!moxcapture::CaptureReader::readFile(path, capture.get(), error)) {
+        return false;
+    }
+    const std::string problem = moxphone::ReplaySession::problem(*capture);
+    if (!problem.empty()) {
+        *error = "cannot replay " + path + ": " + problem;
+        return false;
+    }
+    server->setSessionFactory([capture, timeScale](moxphone::LinkSession::Transport& transport,
+                                                   moxphone::Scheduler& scheduler,
+                                                   moxphone::PhoneLog& log) {
+        return std::unique_ptr<moxphone::LinkSession>(
+            new moxphone::ReplaySession(*capture, timeScale, transport, scheduler, log));
+    });
+    return true;
 }
 
 // A user ID as --allow-uid takes it: decimal digits, 0 to 4294967294
@@ -62,6 +86,8 @@ int main(int argc, char** argv) {
     bool allowRemote = false;
     bool listFaults = false;
     std::string capturePath;
+    std::string replayPath;
+    double replaySpeed = 1.0;
     app.add_option("--listen", listen,
                    "Endpoint: unix:PATH or tcp:127.0.0.1:PORT; up to 64 modules are served at "
                    "once, each dropped after 30 s without traffic");
@@ -87,6 +113,14 @@ int main(int argc, char** argv) {
     app.add_option("--capture", capturePath,
                    "Record every connection's envelopes into a pcap file (Wireshark: moxlink.lua)")
         ->type_name("FILE");
+    app.add_option("--replay", replayPath,
+                   "Play the phone side of a capture to every module that connects: the "
+                   "recorded answers with their gaps; each request that differs from the "
+                   "recorded one is logged")
+        ->option_text("FILE");
+    app.add_option("--replay-speed", replaySpeed,
+                   "Replay X times as fast as recorded (default 1; HB_TIMER_SCALE applies too)")
+        ->option_text("X");
     app.set_version_flag("--version", std::string("mox-phone ") + MOX_VERSION);
     try {
         app.parse(argc, argv);
@@ -101,6 +135,12 @@ int main(int argc, char** argv) {
     if (listFaults) {
         std::cout << moxphone::Faults::listText();
         return kOk;
+    }
+    if (!(replaySpeed > 0 && replaySpeed <= 1000000)) {
+        return usageError("--replay-speed must be above 0");
+    }
+    if (!replayPath.empty() && !faultTexts.empty()) {
+        return usageError("--fault does not go with --replay: the capture holds the answers");
     }
     if (listen.empty()) {
         return usageError("--listen is required (unix:PATH or tcp:127.0.0.1:PORT)");
@@ -164,6 +204,11 @@ int main(int argc, char** argv) {
     moxphone::PhoneServer server(options, log, limits);
     if (!capturePath.empty()) {
         server.setTap(&capture);
+    }
+    if (!replayPath.empty() &&
+        !setUpReplay(replayPath, options.timeScale / replaySpeed, &server, &error)) {
+        std::cerr << "mox-phone: " << error << "\n";
+        return kFailed;
     }
     for (const uid_t uid : uids) {
         server.allowUid(uid);

@@ -12,6 +12,10 @@
 
 #include "HbUtf8.h"
 
+#ifdef HB_DBG_DLT
+#include "HbDbgDltSink.h"
+#endif
+
 namespace {
 
 // Formats printf-style into a std::string of any length.
@@ -67,7 +71,13 @@ std::string formatWide(const wchar_t* format, va_list args) {
     }
 }
 
-enum class DefaultTarget { kStderr, kOff, kFile };
+#ifdef HB_DBG_DLT
+constexpr bool kDltBuiltIn = true;
+#else
+constexpr bool kDltBuiltIn = false;
+#endif
+
+enum class DefaultTarget { kStderr, kOff, kFile, kDlt };
 
 // Every member is guarded by `mutex`, which is also held while a record is
 // delivered, so records reach the sink one at a time.
@@ -96,6 +106,12 @@ void configureDefault(SinkState& s) {
         s.target = DefaultTarget::kStderr;
     } else if (std::strcmp(setting, "off") == 0) {
         s.target = DefaultTarget::kOff;
+    } else if (std::strcmp(setting, "dlt") == 0) {
+        s.target = kDltBuiltIn ? DefaultTarget::kDlt : DefaultTarget::kStderr;
+        if (!kDltBuiltIn) {
+            std::fputs("HB_DBG_OUTPUT=dlt: DLT is not built in; the debug output goes to stderr\n",
+                       stderr);
+        }
     } else {
         s.target = DefaultTarget::kFile;
         s.path = setting;
@@ -108,6 +124,12 @@ void writeDefaultLocked(SinkState& s, const HbDbgRecord& record) {
     if (s.target == DefaultTarget::kOff) {
         return;
     }
+#ifdef HB_DBG_DLT
+    if (s.target == DefaultTarget::kDlt) {
+        HbDbgDltSink::instance().write(record);
+        return;
+    }
+#endif
     std::string line = HbDbgOutput::Render(record);
     if (s.target == DefaultTarget::kFile) {
         FILE* file = std::fopen(s.path.c_str(), "a");

@@ -38,7 +38,17 @@ PhoneConnection::Limits PhoneConnection::Limits::scaledBy(double timeScale) {
     return limits;
 }
 
+PhoneConnection::SessionFactory PhoneConnection::simulator(const PhoneOptions& options) {
+    return [options](LinkSession::Transport& transport, Scheduler& scheduler, PhoneLog& log) {
+        return std::unique_ptr<LinkSession>(new PhoneSession(options, transport, scheduler, log));
+    };
+}
+
 PhoneConnection::PhoneConnection(int fd, const PhoneOptions& options, const Limits& limits,
+                                 PhoneLog& log, PollScheduler::Now now)
+    : PhoneConnection(fd, simulator(options), limits, log, now) {}
+
+PhoneConnection::PhoneConnection(int fd, const SessionFactory& makeSession, const Limits& limits,
                                  PhoneLog& log, PollScheduler::Now now)
     : mFd(fd),
       mLimits(limits),
@@ -53,7 +63,7 @@ PhoneConnection::PhoneConnection(int fd, const PhoneOptions& options, const Limi
       mLastActivity(now()),
       mLastProgress(mLastActivity),
       mScheduler(now),
-      mSession(options, *this, mScheduler, log) {
+      mSession(makeSession(*this, mScheduler, log)) {
     const int flags = ::fcntl(mFd, F_GETFL);
     if (flags >= 0) {
         ::fcntl(mFd, F_SETFL, flags | O_NONBLOCK);
@@ -72,7 +82,7 @@ void PhoneConnection::setTap(OstLinkAppTap* tap, uint32_t link) {
 }
 
 void PhoneConnection::open() {
-    mSession.open();
+    mSession->open();
     settle();
 }
 
@@ -94,11 +104,11 @@ void PhoneConnection::handle(short revents) {
     }
     if (mState != State::kFinished && !mQueue.empty() &&
         (revents & (POLLOUT | POLLHUP | POLLERR)) != 0) {
-        if (!flush() && mSession.isOpen()) {
+        if (!flush() && mSession->isOpen()) {
             mLog.line("the module's end is gone");
-            mSession.close();
+            mSession->close();
         } else if (mState == State::kOpen && hasRoom()) {
-            mSession.resume();
+            mSession->resume();
         }
     }
     settle();
@@ -144,7 +154,7 @@ void PhoneConnection::drop(const std::string& reason) {
     mQueue.clear();
     mQueuedBytes = 0;
     mHangUp = false;
-    mSession.close();
+    mSession->close();
     finish();
 }
 
@@ -195,7 +205,7 @@ void PhoneConnection::readOnce() {
                               static_cast<size_t>(got));
         }
         mLastActivity = mNow();
-        mSession.receiveBytes(buffer, static_cast<size_t>(got));
+        mSession->receiveBytes(buffer, static_cast<size_t>(got));
         return;
     }
     if (got < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
@@ -210,7 +220,7 @@ void PhoneConnection::readOnce() {
     }
     mQueue.clear();  // nobody reads it any more
     mQueuedBytes = 0;
-    mSession.close();
+    mSession->close();
 }
 
 bool PhoneConnection::flush() {
@@ -267,7 +277,7 @@ bool PhoneConnection::flush() {
 }
 
 void PhoneConnection::settle() {
-    if (mState == State::kOpen && !mSession.isOpen()) {
+    if (mState == State::kOpen && !mSession->isOpen()) {
         mState = State::kDraining;
     }
     // After a hang-up of the phone, what it sent before goes out first.

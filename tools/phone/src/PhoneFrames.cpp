@@ -1,6 +1,7 @@
 // Answer frames of the phone and their log lines.
 #include "moxphone/PhoneFrames.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace moxphone {
@@ -49,6 +50,25 @@ uint16_t PhoneFrames::commandOf(const uint8_t* frame, size_t size) {
 std::string PhoneFrames::hex16(uint16_t value) {
     char text[8];
     std::snprintf(text, sizeof(text), "0x%04X", static_cast<unsigned int>(value));
+    return text;
+}
+
+std::string PhoneFrames::hexBytes(const Bytes& bytes, size_t maxShown, size_t begin) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    const size_t start = std::min(begin, bytes.size());
+    const size_t shown = std::min(bytes.size() - start, maxShown);
+    std::string text;
+    for (size_t i = start; i < start + shown; ++i) {
+        if (!text.empty()) {
+            text += ' ';
+        }
+        text += kDigits[bytes[i] >> 4];
+        text += kDigits[bytes[i] & 0x0F];
+    }
+    if (start + shown < bytes.size()) {
+        text +=
+            " ... (" + std::to_string(bytes.size()) + (bytes.size() == 1 ? " byte)" : " bytes)");
+    }
     return text;
 }
 

@@ -344,7 +344,9 @@ void PhoneServer::admit(int fd) {
     // of the previous one (Nagle); fails harmlessly on a Unix socket.
     const int on = 1;
     ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    mOpen.push_back(std::make_unique<PhoneConnection>(fd, mOptions, mLimits.connection, mLog));
+    const PhoneConnection::SessionFactory makeSession =
+        mMakeSession ? mMakeSession : PhoneConnection::simulator(mOptions);
+    mOpen.push_back(std::make_unique<PhoneConnection>(fd, makeSession, mLimits.connection, mLog));
     mLog.line("the module connected (connection " + std::to_string(++mConnections) + ")");
     mOpen.back()->setTap(mTap, static_cast<uint32_t>(mConnections.load()));
     mOpen.back()->open();

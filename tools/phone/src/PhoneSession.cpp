@@ -36,23 +36,9 @@ std::string sizeText(size_t bytes) {
     return " (" + std::to_string(bytes) + (bytes == 1 ? " byte)" : " bytes)");
 }
 
-// The bytes in hex for the log: at most the first kMaxLoggedFrameBytes, then
-// the whole size, so that a line stays short whatever a module sends.
+// The bytes in hex for the log, at most kMaxLoggedFrameBytes of them.
 std::string hexBytes(const Bytes& bytes) {
-    static const char kDigits[] = "0123456789ABCDEF";
-    const size_t shown = std::min(bytes.size(), PhoneSession::kMaxLoggedFrameBytes);
-    std::string text;
-    for (size_t i = 0; i < shown; ++i) {
-        if (!text.empty()) {
-            text += ' ';
-        }
-        text += kDigits[bytes[i] >> 4];
-        text += kDigits[bytes[i] & 0x0F];
-    }
-    if (shown < bytes.size()) {
-        text += " ..." + sizeText(bytes.size());
-    }
-    return text;
+    return PhoneFrames::hexBytes(bytes, PhoneSession::kMaxLoggedFrameBytes);
 }
 
 // The TOC text as the log shows it: control bytes as '?', long texts cut.

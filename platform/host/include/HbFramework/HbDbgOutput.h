@@ -3,8 +3,11 @@
 // Every DbgPrint call is formatted with printf rules (a wide format is
 // converted to UTF-8) and handed as one record to the installed sink.
 // - The default sink writes "file:line function: text" to stderr.
-// - Host only: the environment variable HB_DBG_OUTPUT selects "stderr", "off"
-//   or a file path (appended to) for the default sink, read once on first use.
+// - Host only: the environment variable HB_DBG_OUTPUT selects "stderr", "off",
+//   "dlt" (a DLT daemon, application ID "MOX", one context per source; see
+//   platform/host/dlt/HbDbgDltSink.h; where libdlt was not found at build
+//   time, stderr after one line that says so) or a file path (appended to)
+//   for the default sink, read once on first use.
 // - Host only: SetSink() installs a sink of the caller's; tests capture every
 //   record this way. Records are delivered one at a time (serialised).
 // Can be called on any thread.

@@ -1,4 +1,5 @@
-// One module connected to the PhoneServer: its socket, its PhoneSession, the
+// One module connected to the PhoneServer: its socket, its session (the
+// simulated application, PhoneSession, or a replay, ReplaySession), the
 // session's delayed sends, the bytes that wait to go out, and the deadlines
 // that end a connection which makes no progress. The server's poll loop
 // drives many of them side by side:
@@ -32,9 +33,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <memory>
 #include <string>
 
 #include "OstLinkApp/OstLinkAppTap.h"
+#include "moxphone/LinkSession.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
 #include "moxphone/PhoneSession.h"
@@ -42,9 +46,15 @@
 
 namespace moxphone {
 
-class PhoneConnection : private PhoneSession::Transport {
+class PhoneConnection : private LinkSession::Transport {
 public:
     using Clock = PollScheduler::Clock;
+    // Makes the phone's side of a connection: the simulated application or
+    // a replay. What it is given outlives the session.
+    using SessionFactory = std::function<std::unique_ptr<LinkSession>(
+        LinkSession::Transport& transport, Scheduler& scheduler, PhoneLog& log)>;
+    // The factory of the simulated application with `options`.
+    static SessionFactory simulator(const PhoneOptions& options);
 
     // What one connection may cost before it is dropped.
     struct Limits {
@@ -75,6 +85,9 @@ public:
     // connection. `now` gives the time of the deadlines and of the
     // session's delayed sends (tests pass a clock of their own).
     PhoneConnection(int fd, const PhoneOptions& options, const Limits& limits, PhoneLog& log,
+                    PollScheduler::Now now = Clock::now);
+    // The same with the session that `makeSession` makes.
+    PhoneConnection(int fd, const SessionFactory& makeSession, const Limits& limits, PhoneLog& log,
                     PollScheduler::Now now = Clock::now);
     ~PhoneConnection() override;
     PhoneConnection(const PhoneConnection&) = delete;
@@ -139,7 +152,7 @@ private:
     Clock::time_point mLastActivity;  // last byte received or taken by the socket
     Clock::time_point mLastProgress;  // last byte taken, or when the queue filled from empty
     PollScheduler mScheduler;         // before the session, which holds on to it
-    PhoneSession mSession;
+    std::unique_ptr<LinkSession> mSession;
 };
 
 }  // namespace moxphone

@@ -62,6 +62,10 @@ public:
     static std::string describeSent(const Bytes& frame);
     // "0x%04X".
     static std::string hex16(uint16_t value);
+    // The bytes from `begin` in hex for the log ("00 12 00 00"): at most
+    // `maxShown` of them, then " ... (N bytes)" with the whole size when
+    // more follow, so that a line stays short whatever a module sends.
+    static std::string hexBytes(const Bytes& bytes, size_t maxShown, size_t begin = 0);
 };
 
 }  // namespace moxphone

@@ -84,6 +84,11 @@ public:
     // Hands the bytes of every connection admitted later to `tap` (not
     // owned; it must outlive the server), each connection as a link of its own.
     void setTap(OstLinkAppTap* tap) { mTap = tap; }
+    // Serves the connections admitted later with the sessions that
+    // `makeSession` makes (a replay) instead of the simulated application.
+    void setSessionFactory(const PhoneConnection::SessionFactory& makeSession) {
+        mMakeSession = makeSession;
+    }
     // Serves connections until requestStop(); then drops those still open,
     // stops listening and removes the socket file.
     void run();
@@ -132,12 +137,13 @@ private:
     std::atomic<bool> mStop;
     std::atomic<size_t> mConnections;
     std::atomic<size_t> mRefusals;
-    bool mAnyUser;                  // allowOtherUsers()
-    std::set<uid_t> mUids;          // allowUid()
-    OstLinkAppTap* mTap = nullptr;  // setTap()
-    std::string mSocketPath;        // the socket file this server made, or empty
-    dev_t mSocketDevice;            // identity of that file, so a replacement is never removed
-    ino_t mSocketInode;             //
+    bool mAnyUser;                                 // allowOtherUsers()
+    std::set<uid_t> mUids;                         // allowUid()
+    OstLinkAppTap* mTap = nullptr;                 // setTap()
+    PhoneConnection::SessionFactory mMakeSession;  // setSessionFactory(), or empty
+    std::string mSocketPath;                       // the socket file this server made, or empty
+    dev_t mSocketDevice;  // identity of that file, so a replacement is never removed
+    ino_t mSocketInode;   //
     std::vector<std::unique_ptr<PhoneConnection>> mOpen;  // the connections being served
     // When accepting failed for want of descriptors or memory: no new
     // connection is taken before this time.

@@ -45,6 +45,7 @@
 
 #include "moxphone/DiscSource.h"
 #include "moxphone/EnvelopeStream.h"
+#include "moxphone/LinkSession.h"
 #include "moxphone/PendingLookup.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
@@ -52,24 +53,8 @@
 
 namespace moxphone {
 
-class PhoneSession {
+class PhoneSession : public LinkSession {
 public:
-    // Where the session's bytes go.
-    class Transport {
-    public:
-        virtual ~Transport() {}
-        // Stream bytes: whole envelopes, or the first part of one (faults).
-        // False once the module's end is gone.
-        virtual bool send(const Bytes& bytes) = 0;
-        // The phone ends the connection.
-        virtual void hangUp() = 0;
-        // False while the transport holds so many unsent bytes that the
-        // next chunk of a transfer should wait; the owner calls resume()
-        // once there is room again. A transport that sends at once always
-        // has room.
-        virtual bool hasRoom() const { return true; }
-    };
-
     // A malformed frame's log line shows this many of its bytes at most.
     static constexpr size_t kMaxLoggedFrameBytes = 32;
     // How often a session looks whether its online lookup has ended.
@@ -84,23 +69,23 @@ public:
     // copy. `transport`, `scheduler` and `log` must outlive the session.
     PhoneSession(const PhoneOptions& options, Transport& transport, Scheduler& scheduler,
                  PhoneLog& log);
-    ~PhoneSession();
+    ~PhoneSession() override;
     PhoneSession(const PhoneSession&) = delete;
     PhoneSession& operator=(const PhoneSession&) = delete;
 
     // The connection is up: device info, then device status 2.
-    void open();
+    void open() override;
     // Bytes of the stream from the module (envelopes, split anyhow). A bad
     // envelope is logged and the phone hangs up; false then.
-    bool receiveBytes(const uint8_t* data, size_t size);
+    bool receiveBytes(const uint8_t* data, size_t size) override;
     // One command frame from the module.
     void receiveFrame(const uint8_t* frame, size_t size);
     // The module's end has gone: nothing more is sent, pending sends are dropped.
-    void close();
+    void close() override;
     // The transport has room again: a transfer that waited for it goes on.
-    void resume();
+    void resume() override;
     // True from open() until close(), a hang-up, or a failed send.
-    bool isOpen() const { return mOpen; }
+    bool isOpen() const override { return mOpen; }
 
 private:
     // One send of a transfer: bytes (possibly none), then maybe a hang-up.
