@@ -319,6 +319,8 @@ EOF
   local usual="^/(\.|usr|usr/bin|usr/bin/mox[a-z-]*|usr/include|usr/include/mox(/.+)?|usr/lib|$lib"
   usual="$usual|$lib/lib[a-z]+\.so(\.[0-9]+)*|$lib/cmake|$lib/cmake/mox(/[^/]+)?|$lib/pkgconfig"
   usual="$usual|$lib/pkgconfig/mox[a-z-]*\.pc|usr/share|usr/share/doc|usr/share/doc/mox(/.+)?"
+  # The Wireshark dissector, in Wireshark's global Lua plugin folder.
+  usual="$usual|$lib/wireshark|$lib/wireshark/plugins|$lib/wireshark/plugins/moxlink\.lua"
   usual="$usual|usr/share/man|usr/share/man/man1|usr/share/man/man1/mox[a-z-]*\.1\.gz|usr/share/mox(/.+)?)$"
   # shellcheck disable=SC2086
   dpkg -L $package_names | sed "/^$/d" | sort -u >"$package_work/files.txt"
