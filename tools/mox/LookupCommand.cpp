@@ -75,10 +75,6 @@ namespace {
 
 const char* const PREFIX = "mox lookup: ";
 
-const int EXIT_FOUND = 0;
-const int EXIT_FAILED = 1;
-const int EXIT_BAD_USAGE = 2;
-
 using Json = nlohmann::ordered_json;
 
 struct LookupOptions {
@@ -328,8 +324,8 @@ int runLookup(const LookupOptions& options) {
     }
     HostCapture capture;
     if (!capture.start(options.capture, &why)) {
-        std::cerr << PREFIX << why << "\n";
-        return EXIT_FAILED;
+        outcome.failure = LookupFailure(LookupFailure::kCannotStore, why);
+        return finish(options, outcome, nullptr, nullptr, resultDir);
     }
     const bool progress = !options.json && isatty(STDERR_FILENO) != 0;
     const InterruptSignals signals(progress);
