@@ -2,10 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 #include "SpawnLists.h"
 
@@ -48,7 +51,15 @@ std::string ChildProgram::waitForLineContaining(const std::string& text) {
         [&text](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
-std::string ChildProgram::waitForMatch(const std::function<bool(const std::string&)>& matches) {
+std::string ChildProgram::waitForLineContaining(const std::string& text,
+                                                std::chrono::milliseconds limit) {
+    return waitForMatch(
+        [&text](const std::string& line) { return line.find(text) != std::string::npos; },
+        Clock::now() + limit);
+}
+
+std::string ChildProgram::waitForMatch(const std::function<bool(const std::string&)>& matches,
+                                       Clock::time_point deadline) {
     while (true) {
         const size_t end = mErrText.find('\n', mScanned);
         if (end != std::string::npos) {
@@ -59,7 +70,7 @@ std::string ChildProgram::waitForMatch(const std::function<bool(const std::strin
             }
             continue;
         }
-        if (!readSome(mErr, mErrText)) {
+        if (!readable(mErr, deadline) || !readSome(mErr, mErrText)) {
             return "";
         }
     }
@@ -78,6 +89,16 @@ int ChildProgram::wait() {
     while (readSome(mOut, mOutText)) {
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+bool ChildProgram::readable(int fd, Clock::time_point deadline) {
+    if (deadline == Clock::time_point::max()) {
+        return true;  // the read itself waits
+    }
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    pollfd wanted{fd, POLLIN, 0};
+    return ::poll(&wanted, 1, static_cast<int>(std::max<int64_t>(0, left.count()))) > 0;
 }
 
 bool ChildProgram::readSome(int fd, std::string& text) {

@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -25,6 +26,10 @@ public:
     std::string waitForLine(const std::string& prefix);
     // The same for the next line that holds `text` anywhere.
     std::string waitForLineContaining(const std::string& text);
+    // The same, giving up (returning "") when no such line has come within
+    // `limit`: for a program that may never write it, so that a test fails
+    // with what it did write instead of hanging.
+    std::string waitForLineContaining(const std::string& text, std::chrono::milliseconds limit);
     void signal(int number);
     // Waits for the end; the exit status, or 128 + the signal.
     int wait();
@@ -32,9 +37,14 @@ public:
     const std::string& err() const { return mErrText; }
 
 private:
+    using Clock = std::chrono::steady_clock;
     static bool readSome(int fd, std::string& text);
-    // Reads stderr until a line for which `matches` is true; "" at its end.
-    std::string waitForMatch(const std::function<bool(const std::string&)>& matches);
+    // Waits until `fd` is readable or `deadline` has passed; false then.
+    static bool readable(int fd, Clock::time_point deadline);
+    // Reads stderr until a line for which `matches` is true; "" at its end
+    // or when `deadline` has passed.
+    std::string waitForMatch(const std::function<bool(const std::string&)>& matches,
+                             Clock::time_point deadline = Clock::time_point::max());
 
     pid_t mPid = -1;
     int mOut = -1;
