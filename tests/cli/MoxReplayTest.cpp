@@ -1,15 +1,20 @@
-// mox-phone --replay: a lookup captured with mox lookup --capture, replayed
-// by the phone simulator to a second lookup, gives the same result (states,
-// albums, error); a lookup that sends something else than the captured one
+// mox-phone --replay: a lookup captured with mox lookup --capture (the
+// normal one and one for every fault of the phone simulator), replayed by the
+// phone simulator to a second lookup, gives the same result (states, albums,
+// error); a lookup that sends something else than the captured one
 // has each difference named in the phone's log.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <string>
 #include <vector>
 
 #include "CliRun.h"
+#include "FaultStates.h"
 #include "PhoneProcess.h"
 #include "TestDir.h"
 
@@ -23,38 +28,74 @@ const std::string kDisc1 = "0000960046E6008D3600D386";
 const std::string kOtherDisc = "000096003A98";
 const std::string kEndPrefix = "mox-phone: replay: the ";
 
+// One lookup to capture and replay: the normal one, or one with one fault of
+// the phone simulator (with a value where the fault takes one).
 struct ReplayCase {
-    const char* name;
+    std::string name;
     std::vector<std::string> faults;
-    int status;       // of both lookups
-    const char* end;  // the replay's last line after the prefix "mox-phone: replay: the "
 };
 
+void PrintTo(const ReplayCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+// The status that a status fault carries: a failure of the phone.
+constexpr uint32_t kFaultStatus = 503;
+
+std::string faultText(const moxphone::FaultInfo& info) {
+    if (info.value != moxphone::FaultValue::kRequired) {
+        return info.name;
+    }
+    const uint32_t value = kFaultStatus >= info.minValue && kFaultStatus <= info.maxValue
+                               ? kFaultStatus
+                               : info.minValue;
+    return std::string(info.name) + "=" + std::to_string(value);
+}
+
+// The normal lookup, then every fault of the simulator.
 const std::vector<ReplayCase>& cases() {
-    static const std::vector<ReplayCase> all = {
-        {"found", {}, 0, "module ended the link; 4 requests received, 4 recorded, 0 differences"},
-        {"wrong_chunk_index",
-         {"wrong-chunk-index"},
-         1,
-         "module ended the link; 5 requests received, 5 recorded, 0 differences"},
-        {"status_ack",
-         {"status-ack=503"},
-         1,
-         "module ended the link; 3 requests received, 3 recorded, 0 differences"},
-        {"silent_mid_transfer",
-         {"silent-mid-transfer"},
-         1,
-         "module ended the link; 5 requests received, 5 recorded, 0 differences"},
-        {"drop_mid_transfer",
-         {"drop-mid-transfer"},
-         1,
-         "capture ends with the phone's envelope: hanging up; 3 requests received, 3 recorded, "
-         "0 differences"},
-    };
+    static const std::vector<ReplayCase> all = [] {
+        std::vector<ReplayCase> list = {{"found", {}}};
+        for (const moxphone::FaultInfo& info : moxphone::Faults::known()) {
+            std::string name = info.name;
+            std::replace(name.begin(), name.end(), '-', '_');
+            list.push_back({name, {faultText(info)}});
+        }
+        return list;
+    }();
     return all;
 }
 
-class MoxReplayTest : public ::testing::TestWithParam<size_t> {
+// The replay's last lines of some cases, word for word, after the prefix
+// "mox-phone: replay: the "; every other case ends with as many requests
+// received as recorded and no difference.
+const std::map<std::string, std::string>& knownEnds() {
+    static const std::map<std::string, std::string> ends = {
+        {"found", "module ended the link; 4 requests received, 4 recorded, 0 differences"},
+        {"wrong_chunk_index",
+         "module ended the link; 5 requests received, 5 recorded, 0 differences"},
+        {"status_ack", "module ended the link; 3 requests received, 3 recorded, 0 differences"},
+        {"silent_mid_transfer",
+         "module ended the link; 5 requests received, 5 recorded, 0 differences"},
+        {"drop_mid_transfer",
+         "capture ends with the phone's envelope: hanging up; 3 requests received, 3 recorded, "
+         "0 differences"},
+    };
+    return ends;
+}
+
+// "... N requests received, M recorded, K differences" as {N, M, K}.
+std::vector<int> countsOf(const std::string& end) {
+    std::vector<int> counts;
+    std::regex number("(\\d+) (requests received|recorded|differences?)");
+    for (auto it = std::sregex_iterator(end.begin(), end.end(), number);
+         it != std::sregex_iterator(); ++it) {
+        counts.push_back(std::stoi((*it)[1]));
+    }
+    return counts;
+}
+
+class MoxReplayTest : public ::testing::TestWithParam<ReplayCase> {
 protected:
     void SetUp() override {
         setenv("HB_TIMER_SCALE", "0.02", 1);
@@ -83,7 +124,7 @@ protected:
 };
 
 TEST_P(MoxReplayTest, ReplayedLookup_GivesTheCapturedResult) {
-    const ReplayCase& c = cases()[GetParam()];
+    const ReplayCase& c = GetParam();
     const std::string capture = dir.file("link.pcap");
     std::vector<std::string> args = {"lookup", "--toc", kDisc1, "--json", "--capture", capture};
     for (const std::string& fault : c.faults) {
@@ -91,23 +132,35 @@ TEST_P(MoxReplayTest, ReplayedLookup_GivesTheCapturedResult) {
         args.push_back(fault);
     }
     const CliResult captured = runCli(kMox, args, dir);
-    ASSERT_EQ(captured.status, c.status) << captured.err;
+    const Json capturedResult = resultOf(captured);
+    // The captured lookup went as the fault table says.
+    const std::vector<uint32_t> states = c.faults.empty() ? moxphone::Faults::normalStates()
+                                                          : moxtest::documentedStates(c.faults[0]);
+    ASSERT_EQ(capturedResult.at("states").get<std::vector<uint32_t>>(), states) << captured.err;
+    ASSERT_EQ(capturedResult.at("state").get<uint32_t>(), states.back());
 
     PhoneProcess phone(kPhone, "unix:" + dir.file("phone.sock"),
                        {"--replay", capture, "--replay-speed", "2"});
     ASSERT_FALSE(phone.endpoint().empty());
     const CliResult replayed =
         runCli(kMox, {"lookup", "--toc", kDisc1, "--json", "--phone", phone.endpoint()}, dir);
-    EXPECT_EQ(replayed.status, c.status) << replayed.err;
-    EXPECT_EQ(resultOf(replayed), resultOf(captured));
+    EXPECT_EQ(replayed.status, captured.status) << replayed.err;
+    EXPECT_EQ(resultOf(replayed), capturedResult);
     EXPECT_EQ(replayed.err, captured.err);
-    EXPECT_EQ(phone.waitForLine(kEndPrefix), kEndPrefix + c.end);
+    const std::string end = phone.waitForLine(kEndPrefix);
+    const auto known = knownEnds().find(c.name);
+    if (known != knownEnds().end()) {
+        EXPECT_EQ(end, kEndPrefix + known->second);
+    }
+    const std::vector<int> counts = countsOf(end);
+    ASSERT_EQ(counts.size(), 3u) << end;
+    EXPECT_EQ(counts[0], counts[1]) << end;
+    EXPECT_EQ(counts[2], 0) << end;
 }
 
-INSTANTIATE_TEST_SUITE_P(NormalAndFaulty, MoxReplayTest,
-                         ::testing::Range<size_t>(0, cases().size()),
-                         [](const ::testing::TestParamInfo<size_t>& info) {
-                             return std::string(cases()[info.param].name);
+INSTANTIATE_TEST_SUITE_P(NormalAndEveryFault, MoxReplayTest, ::testing::ValuesIn(cases()),
+                         [](const ::testing::TestParamInfo<ReplayCase>& info) {
+                             return info.param.name;
                          });
 
 TEST(MoxReplayDifferenceTest, LookupOfAnotherDisc_IsReportedWithItsFirstDifferingByte) {
