@@ -46,8 +46,9 @@ mox_require_packages() {
 # libutf8proc-dev measures the tools' texts in terminal cells;
 # libdlt-dev sends the debug output to a DLT daemon, HB_DBG_OUTPUT=dlt).
 MOX_HOST_PACKAGES="cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev pkg-config libcdio-dev libdiscid-dev libcue-dev libsndfile1-dev python3-jsonschema help2man man-db libcurl4-openssl-dev libpcap-dev libutf8proc-dev libdlt-dev"
-# Opening the link captures with the Wireshark dissector (tools/wireshark).
-MOX_WIRESHARK_PACKAGES="tshark"
+# Opening the link captures with the Wireshark dissector (tools/wireshark),
+# and a tcpdump of a tcp: lookup that the dissector finds by its heuristic.
+MOX_WIRESHARK_PACKAGES="tshark tcpdump"
 # The DLT test of the debug output: a private dlt-daemon, read by dlt-receive.
 MOX_DLT_PACKAGES="dlt-daemon dlt-tools"
 # Making the Debian packages: dpkg-shlibdeps (dpkg-dev) finds their

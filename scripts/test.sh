@@ -117,8 +117,9 @@ step_valgrind() {
 
 # Link captures in Wireshark: one lookup per transport and one per fault of
 # the simulator, each opened by tshark with tools/wireshark/moxlink.lua and
-# checked field by field (tests/cli/MoxLinkCaptureTest.cpp). The tests skip
-# themselves without tshark; this step has installed it, so none may skip.
+# checked field by field (tests/cli/MoxLinkCaptureTest.cpp), and a tcpdump
+# of a tcp: lookup. The tests skip themselves without tshark or tcpdump;
+# this step has installed them (and runs as root), so none may skip.
 step_wireshark() {
   stamp "configure + build: default (for the capture tests)"
   cmake --preset default >/dev/null
@@ -127,7 +128,7 @@ step_wireshark() {
   stamp "link captures in tshark"
   local log
   log=$(mktemp)
-  ctest --test-dir build/default -R '^(EveryTransportAndFault/)?MoxLinkCapture' -LE whole \
+  ctest --test-dir build/default -R '^(EveryTransportAndFault/)?MoxLink(Capture|Tcpdump)' -LE whole \
     -j "$jobs" --output-on-failure | tee "$log"
   if grep -q "Skipped" "$log"; then
     rm -f "$log"

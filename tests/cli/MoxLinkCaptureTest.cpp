@@ -9,6 +9,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -18,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "ChildProgram.h"
 #include "CliRun.h"
 #include "PhoneProcess.h"
 #include "TestDir.h"
@@ -142,7 +144,8 @@ const std::vector<CaptureCase>& cases() {
     return all;
 }
 
-class MoxLinkCaptureTest : public ::testing::TestWithParam<size_t> {
+// tshark with the dissector, in a scratch directory of the test.
+class TsharkTest : public ::testing::Test {
 protected:
     void SetUp() override {
         if (access(kTshark.c_str(), X_OK) != 0) {
@@ -174,6 +177,8 @@ protected:
 
     TestDir dir{"MoxLinkCaptureTest"};
 };
+
+class MoxLinkCaptureTest : public TsharkTest, public ::testing::WithParamInterface<size_t> {};
 
 TEST_P(MoxLinkCaptureTest, EveryFrameDecodesAndShowsWhatWentOverTheLink) {
     const CaptureCase& c = cases()[GetParam()];
@@ -333,6 +338,78 @@ TEST(MoxLinkCaptureFileTest, PhoneKilledAfterALookup_LeavesEveryRecordReadable) 
     ASSERT_TRUE(moxcapture::CaptureReader::readFile(capture, &records, &error)) << error;
     EXPECT_TRUE(records.cutShort);
     EXPECT_EQ(records.records.size(), 9u);
+}
+
+// A tcpdump of a lookup over tcp: (Ethernet, IP, TCP segments, no tag that
+// names the dissector) decodes too: the dissector finds the link in TCP by
+// its heuristic and cuts the envelopes out of the stream. They are those that
+// the lookup's own capture holds, in their order. Skipped, with the reason,
+// where tcpdump is not installed or may not capture (it needs root or
+// CAP_NET_RAW).
+class MoxLinkTcpdumpTest : public TsharkTest {
+protected:
+    // The values of `keys` in every envelope of `frames`, in their order.
+    static std::vector<std::string> envelopes(const Json& frames) {
+        std::vector<std::string> all;
+        for (const Json& frame : frames) {
+            std::vector<Json> found;
+            collect(frame.at("_source").at("layers"), "moxlink", &found);
+            for (const Json& envelope : found) {
+                const std::vector<std::string> types = strings(envelope, "moxlink.type");
+                const std::vector<std::string> lengths = strings(envelope, "moxlink.length");
+                const std::vector<std::string> commands = strings(envelope, "moxlink.cmd");
+                all.push_back((types.empty() ? "?" : types[0]) + " " +
+                              (lengths.empty() ? "?" : lengths[0]) + " " +
+                              (commands.empty() ? "" : commands[0]));
+            }
+        }
+        return all;
+    }
+};
+
+TEST_F(MoxLinkTcpdumpTest, TcpdumpOfATcpLookup_DecodesTheSameEnvelopes) {
+    const std::string tcpdump = "/usr/bin/tcpdump";
+    if (access(tcpdump.c_str(), X_OK) != 0) {
+        GTEST_SKIP() << "tcpdump is not installed (Debian package tcpdump)";
+    }
+    PhoneProcess phone(kPhone, "tcp:127.0.0.1:0", {});
+    ASSERT_FALSE(phone.endpoint().empty());
+    const std::string port = phone.endpoint().substr(phone.endpoint().rfind(':') + 1);
+    const std::string sniffed = dir.file("lo.pcap");
+    ChildProgram sniffer(tcpdump, {"-i", "lo", "-n", "--immediate-mode", "-U", "-Z", "root", "-w",
+                                   sniffed, "tcp port " + port});
+    if (sniffer.waitForLine("tcpdump: listening on lo") == "") {
+        sniffer.wait();
+        GTEST_SKIP() << "tcpdump may not capture here: " << sniffer.err();
+    }
+    const std::string own = dir.file("own.pcap");
+    const CliResult lookup = runCli(
+        kMox, {"lookup", "--toc", kDisc1, "--phone", phone.endpoint(), "--capture", own}, dir);
+    ASSERT_EQ(lookup.status, 0) << lookup.err;
+    const std::vector<std::string> expected = envelopes(dissect(own));
+    ASSERT_EQ(expected.size(), 10u);
+
+    // tcpdump writes each packet as it comes; the test reads its file until
+    // every envelope is there (a bound, not a wait for time: it is met at once).
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    Json frames = dissect(sniffed);
+    while (envelopes(frames).size() < expected.size() &&
+           std::chrono::steady_clock::now() < deadline) {
+        frames = dissect(sniffed);
+    }
+    sniffer.signal(SIGINT);
+    EXPECT_EQ(sniffer.wait(), 0) << sniffer.err();
+    EXPECT_EQ(envelopes(frames), expected);
+    EXPECT_EQ(strings(frames, "moxlink.lookup.xml"), std::vector<std::string>{requestXml(kDisc1)});
+    EXPECT_EQ(strings(frames, "moxlink.db.album"), strings(dissect(own), "moxlink.db.album"));
+    for (const Json& frame : frames) {
+        const Json& layers = frame.at("_source").at("layers");
+        std::set<std::string> markers;
+        keysWithPrefix(layers, "_ws.malformed", &markers);
+        keysWithPrefix(layers, "_ws.lua.error", &markers);
+        keysWithPrefix(layers, kExpertPrefix, &markers);
+        EXPECT_TRUE(markers.empty()) << *markers.begin();
+    }
 }
 
 }  // namespace
