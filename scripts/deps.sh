@@ -61,6 +61,6 @@ MOX_ARM_PACKAGES="g++-arm-linux-gnueabihf qemu-user"
 # libFuzzer targets.
 MOX_CLANG_PACKAGES="clang libclang-rt-14-dev"
 # The runnable examples of the README and docs/, run by Debian's cram.
-MOX_DOCS_PACKAGES="python3-cram dlt-daemon dlt-tools"
+MOX_DOCS_PACKAGES="python3-cram dlt-daemon dlt-tools tshark"
 # The format check.
 MOX_FORMAT_PACKAGES="clang-format"
