@@ -247,25 +247,31 @@ TEST_F(LookupWatchTest, OtherFailureCode_IsAPhoneFailure) {
 
 // The grace after an error follows the module's time scale, as the timer
 // manager holds it (HB_TIMER_SCALE or SetTimeScale), rounded up to whole
-// milliseconds like the manager's periods.
-TEST(LookupWatchScaleTest, ErrorGrace_FollowsTheTimerManagersScale) {
+// milliseconds like the manager's periods, and never goes below 200 ms: the
+// cancel that may follow the error comes from the module's thread, with no
+// timer between, which a short scale does not hurry.
+TEST(LookupWatchScaleTest, ErrorGrace_FollowsTheTimerManagersScaleDownTo200Ms) {
     HbLTimerMng* const timers = HbLTimerMng::GetTimerMng();
     const double before = timers->GetTimeScale();
     timers->SetTimeScale(1.0);
     EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(500));
+    timers->SetTimeScale(0.5);
+    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(250));
+    timers->SetTimeScale(0.4001);
+    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(201));
     timers->SetTimeScale(0.01);
-    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(5));
+    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(200));
     timers->SetTimeScale(0.001);
-    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(1));
+    EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(200));
     timers->SetTimeScale(2.0);
     EXPECT_EQ(LookupWatch(false).errorGrace(), std::chrono::milliseconds(1000));
     timers->SetTimeScale(before);
 }
 
 // Under a short scale an error that no cancel follows ends the wait once the
-// scaled grace has passed: the wait is bounded by a deadline of an hour, so
+// grace has passed: the wait is bounded by a deadline of an hour, so
 // only the grace can end it.
-TEST(LookupWatchScaleTest, ErrorWithoutCancel_EndsAfterTheScaledGrace) {
+TEST(LookupWatchScaleTest, ErrorWithoutCancel_EndsAfterTheGrace) {
     HbLTimerMng* const timers = HbLTimerMng::GetTimerMng();
     const double before = timers->GetTimeScale();
     timers->SetTimeScale(0.01);

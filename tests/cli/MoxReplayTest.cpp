@@ -75,10 +75,11 @@ const std::map<std::string, std::string>& knownEnds() {
         {"wrong_chunk_index",
          "module ended the link; 5 requests received, 5 recorded, 0 differences"},
         {"status_ack", "module ended the link; 3 requests received, 3 recorded, 0 differences"},
+        {"status_connect", "module ended the link; 1 requests received, 1 recorded, 0 differences"},
         {"silent_mid_transfer",
          "module ended the link; 5 requests received, 5 recorded, 0 differences"},
         {"drop_mid_transfer",
-         "capture ends with the phone's envelope: hanging up; 3 requests received, 3 recorded, "
+         "capture ends inside the phone's envelope: hanging up; 3 requests received, 3 recorded, "
          "0 differences"},
     };
     return ends;

@@ -159,7 +159,7 @@ TEST_F(ReplaySessionTest, ModuleEndingEarly_NamesTheRequestsThatNeverCame) {
     EXPECT_FALSE(replay().isOpen());
 }
 
-TEST_F(ReplaySessionTest, CaptureEndingWithThePhone_HangsUpAfterItsLastEnvelope) {
+TEST_F(ReplaySessionTest, CaptureEndingInsideThePhonesEnvelope_HangsUpAfterSendingIt) {
     record(0, Direction::kFromPhone, kGreeting);
     record(5, Direction::kToPhone, kConnectRequest);
     record(6, Direction::kFromPhone, slice(kConnectAnswer, 0, 6));
@@ -170,8 +170,27 @@ TEST_F(ReplaySessionTest, CaptureEndingWithThePhone_HangsUpAfterItsLastEnvelope)
     EXPECT_EQ(transport.hangUps, 1);
     EXPECT_FALSE(replay().isOpen());
     EXPECT_EQ(lines().back(),
-              "mox-phone: replay: the capture ends with the phone's envelope: hanging up; 1 "
+              "mox-phone: replay: the capture ends inside the phone's envelope: hanging up; 1 "
               "requests received, 1 recorded, 0 differences");
+}
+
+// A failure code on the connect: the module closes the link without a word,
+// so the capture ends with the phone's whole answer. The replay sends it and
+// leaves the ending to the module.
+TEST_F(ReplaySessionTest, CaptureEndingWithThePhonesWholeEnvelope_WaitsForTheModuleToEnd) {
+    record(0, Direction::kFromPhone, kGreeting);
+    record(5, Direction::kToPhone, kConnectRequest);
+    record(6, Direction::kFromPhone, kConnectAnswer);
+    replay().open();
+    receive(kConnectRequest);
+    scheduler.advance(1);
+    EXPECT_EQ(transport.sends.back(), kConnectAnswer);
+    EXPECT_EQ(transport.hangUps, 0);
+    EXPECT_TRUE(replay().isOpen());
+    replay().close();
+    EXPECT_EQ(lines().back(),
+              "mox-phone: replay: the module ended the link; 1 requests received, 1 recorded, 0 "
+              "differences");
 }
 
 TEST_F(ReplaySessionTest, TransportWithoutRoom_HoldsTheNextEnvelopeUntilResume) {

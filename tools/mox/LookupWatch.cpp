@@ -1,5 +1,6 @@
 #include "LookupWatch.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -12,11 +13,12 @@ using RS = ResultState;
 
 // kErrorGrace on the module's time scale (HB_TIMER_SCALE, as the timer
 // manager read it), rounded up to whole milliseconds as the manager rounds
-// every period it arms.
+// every period it arms; kMinErrorGrace at the least.
 std::chrono::milliseconds scaledErrorGrace() {
     const double scale = HbLTimerMng::GetTimerMng()->GetTimeScale();
     const double ms = static_cast<double>(LookupWatch::kErrorGrace.count()) * scale;
-    return std::chrono::milliseconds(static_cast<int64_t>(std::ceil(ms)));
+    return std::max(LookupWatch::kMinErrorGrace,
+                    std::chrono::milliseconds(static_cast<int64_t>(std::ceil(ms))));
 }
 
 }  // namespace

@@ -19,7 +19,8 @@
 //   the module has finished handling a failure: idle again (100) after the
 //   search began (a cancel answered or timed out, the link lost), a failure
 //   code of the phone (which nothing follows), or an error (20) that no
-//   cancel follows within errorGrace() (kErrorGrace on the module's time scale).
+//   cancel follows within errorGrace() (kErrorGrace on the module's time scale,
+//   kMinErrorGrace at the least).
 // - A lost link ends every wait: before the link is up, once it is up and
 //   before the search, and during the search. The module gives up what it
 //   was doing when the phone goes (an error, then idle) in the same step that
@@ -59,13 +60,18 @@ public:
     // thread. Real time before the module's time scale (HB_TIMER_SCALE)
     // applies; errorGrace() is the grace in force.
     static constexpr std::chrono::milliseconds kErrorGrace{500};
+    // The least grace under any scale: no timer runs between the error and
+    // the cancel, only the module's thread, which a short scale does not
+    // hurry and a loaded machine may run late.
+    static constexpr std::chrono::milliseconds kMinErrorGrace{200};
 
     // With `progress`, every wait redraws a progress line on stderr.
     // Reads the time scale from the host timer manager (HbLTimerMng), once.
     explicit LookupWatch(bool progress);
 
     // kErrorGrace times the module's time scale, rounded up to whole
-    // milliseconds as the timer manager rounds its periods.
+    // milliseconds as the timer manager rounds its periods; kMinErrorGrace
+    // at the least.
     std::chrono::milliseconds errorGrace() const;
 
     // The observer's callback: notifications 1 (link), 2 (result state) and

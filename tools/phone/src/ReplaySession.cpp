@@ -41,6 +41,18 @@ std::string shownFrom(const Bytes& envelope, size_t offset) {
     return PhoneFrames::hexBytes(envelope, ReplaySession::kMaxShownBytes, offset) + " " + size;
 }
 
+// True when `bytes` hold a whole envelope: the length word and as many bytes
+// as it says.
+bool isWholeEnvelope(const Bytes& bytes) {
+    if (bytes.size() < Envelope::kLengthSize) {
+        return false;
+    }
+    const uint32_t length = static_cast<uint32_t>(bytes[0]) << 24 |
+                            static_cast<uint32_t>(bytes[1]) << 16 |
+                            static_cast<uint32_t>(bytes[2]) << 8 | static_cast<uint32_t>(bytes[3]);
+    return bytes.size() - Envelope::kLengthSize == length;
+}
+
 uint32_t scaledGapMs(std::chrono::system_clock::duration gap, double timeScale) {
     const double ms =
         std::chrono::duration<double, std::milli>(gap).count() * std::max(timeScale, 0.0);
@@ -150,9 +162,13 @@ void ReplaySession::advance() {
             advance();
         });
     }
+    // A capture that ends inside the phone's envelope ends where the phone
+    // hung up. After a whole envelope it does not say who ended the link
+    // (the module, after a failure code, may close without a word), so the
+    // replay waits for the module.
     if (mOpen && !mScheduled && !mRecords.empty() && mNext == mRecords.size() &&
-        mRecords.back().fromPhone) {
-        end("the capture ends with the phone's envelope: hanging up");
+        mRecords.back().fromPhone && !isWholeEnvelope(mRecords.back().bytes)) {
+        end("the capture ends inside the phone's envelope: hanging up");
         mTransport.hangUp();
     }
 }
