@@ -2,11 +2,13 @@
 // tools/wireshark/moxlink.lua: one lookup per transport and one per fault of
 // the simulator. Every frame must be decoded by the dissector without a Lua
 // error or a malformed-packet marker, the lookup request must show the XML
-// that was sent, the reassembled database must hold the albums that the
-// module returned, and the faults that break the link's rules must show as
-// expert info. Skipped, with the reason, where tshark is not installed.
+// that was sent, the reassembled database must hold the albums that mox
+// search finds in the stored answer, and the faults that break the link's
+// rules must show as expert info. Skipped, with the reason, where tshark is
+// not installed.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -201,9 +203,12 @@ TEST_P(MoxLinkCaptureTest, EveryFrameDecodesAndShowsWhatWentOverTheLink) {
         args.push_back("--phone");
         args.push_back(phone->endpoint());
     }
+    // The answer is kept, for mox search to read it as a user would.
+    const std::string resultDir = dir.file("result") + "/";
+    ASSERT_EQ(::mkdir(resultDir.c_str(), 0700), 0);
+    setenv("MOX_RESULT_DIR", resultDir.c_str(), 1);
     const CliResult lookup = runCli(kMox, args, dir);
     ASSERT_EQ(lookup.status, c.found ? 0 : 1) << lookup.err;
-    const Json result = Json::parse(lookup.out);
 
     moxcapture::CaptureReader::Capture records;
     std::string error;
@@ -248,7 +253,12 @@ TEST_P(MoxLinkCaptureTest, EveryFrameDecodesAndShowsWhatWentOverTheLink) {
     if (!c.found) {
         return;
     }
-    // The albums of the reassembled database are those the module returned.
+    // The albums of the reassembled database are those that mox search finds
+    // in the stored answer.
+    const CliResult search = runCli(
+        kMox, {"search", resultDir + "dbupdateresponse.dap3", "--toc", kDisc1, "--json"}, dir);
+    ASSERT_EQ(search.status, 0) << search.err;
+    const Json result = Json::parse(search.out);
     std::vector<Json> albumTrees;
     collect(frames, "moxlink.db.album_tree", &albumTrees);
     const std::vector<std::string> albumIds = strings(frames, "moxlink.db.album");
