@@ -17,7 +17,6 @@
 //   MOX_SOAK_SEED=S         seed of the draw (default 20261123)
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -32,20 +31,16 @@
 #include "BundledLookupFixture.h"
 #include "CuttingProxy.h"
 #include "FaultDraw.h"
-#include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "NotificationLog.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "TestDir.h"
 #include "WorkerBarrier.h"
-#include "moxphone/Catalogue.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
 #include "moxphone/PhoneServer.h"
-#include "private/Mox.h"
 #include "private/MoxProtocol.h"
-#include "private/MoxState.h"
 
 namespace {
 

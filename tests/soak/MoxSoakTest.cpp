@@ -16,7 +16,6 @@
 //   MOX_SOAK_COLD=1     no thread ends before the soak (see warmThreadExit)
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <list>
@@ -28,20 +27,14 @@
 
 #include "BundledLookupFixture.h"
 #include "FaultDraw.h"
-#include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
-#include "NotificationLog.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "ProcessStats.h"
-#include "WorkerBarrier.h"
-#include "moxphone/Catalogue.h"
 #include "moxphone/LoopbackPhone.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
-#include "private/Mox.h"
 #include "private/MoxProtocol.h"
-#include "private/MoxState.h"
 
 namespace {
 
