@@ -48,7 +48,7 @@ struct Damage {
     moxdb::Bytes bytes;  // written, for Harm::Write
     Step failsAt;
     Msgs logged;             // what the reader's steps log
-    const char* searchLine;  // what the search adds when it fails
+    const char* searchLine;  // what the search adds when it fails (nullptr: it succeeds)
 };
 
 void PrintTo(const Damage& damage, std::ostream* out) {
@@ -69,60 +69,65 @@ const Msgs kNoFile = {{"openSearchResultFile", "search result file open error.\n
 const Msgs kHeaderEnds = {{"dapFread", "eof error.\n"}, {"getDbHeader", "read error.\n"}};
 const Msgs kTableEnds = {{"dapFread", "eof error.\n"}, {"getDbToc", "read error.\n"}};
 const Msgs kUnknownVersion = {{"judgeDapDbVer", "unknown version.\n"}};
+const Msgs kTocListEnds = {{"dapFread", "eof error.\n"}, {"getQuillTocList", "read error.\n"}};
+const Msgs kTocRecordEnds = {{"dapFread", "eof error.\n"},
+                             {"getQuillTocList", "read error i=1.\n"}};
 
-Damage cut(const char* name, Part part, size_t offset, Step failsAt, const Msgs& logged,
-           const char* searchLine) {
+const size_t kVersionAt = 4;   // the version word in the header
+const size_t kTocWordAt = 52;  // the TOC section's word (word 13) in the section table
+const size_t kTocCountAt = 6;  // the record count in the TOC section's head
+
+Damage removeFile(const char* name, Step failsAt, const Msgs& logged, const char* searchLine) {
+    return Damage{name, Harm::RemoveFile, Part::Header, 0, {}, failsAt, logged, searchLine};
+}
+
+Damage cutAt(const char* name, Part part, size_t offset, Step failsAt, const Msgs& logged,
+             const char* searchLine) {
     return Damage{name, Harm::CutAt, part, offset, {}, failsAt, logged, searchLine};
 }
 
-Damage version(const char* name, uint32_t value, bool known) {
-    if (known) {
-        return Damage{name, Harm::Write, Part::Header, 4, le32(value), Step::None, {}, ""};
-    }
-    return Damage{name,        Harm::Write,   Part::Header,    4,
-                  le32(value), Step::Version, kUnknownVersion, "judgeDapDbVer error.\n"};
+Damage writeAt(const char* name, Part part, size_t offset, const moxdb::Bytes& bytes, Step failsAt,
+               const Msgs& logged, const char* searchLine) {
+    return Damage{name, Harm::Write, part, offset, bytes, failsAt, logged, searchLine};
 }
 
 const std::vector<Damage> kDamages = {
-    {"FileMissing",
-     Harm::RemoveFile,
-     Part::Header,
-     0,
-     {},
-     Step::Open,
-     kNoFile,
-     "openSearchResultFile error.\n"},
-    cut("HeaderCutAt0", Part::Header, 0, Step::Header, kHeaderEnds, "getDbHeader error.\n"),
-    cut("HeaderCutAt10", Part::Header, 10, Step::Header, kHeaderEnds, "getDbHeader error.\n"),
-    cut("HeaderCutAt63", Part::Header, 63, Step::Header, kHeaderEnds, "getDbHeader error.\n"),
-    cut("SectionTableCutAt0", Part::SectionTable, 0, Step::Table, kTableEnds, "getDbToc error.\n"),
-    cut("SectionTableCutAt36", Part::SectionTable, 36, Step::Table, kTableEnds,
-        "getDbToc error.\n"),
-    cut("SectionTableCutAt59", Part::SectionTable, 59, Step::Table, kTableEnds,
-        "getDbToc error.\n"),
-    version("KnownVersion00000000", 0x00000000u, true),
-    version("KnownVersion00000005", 0x00000005u, true),
-    version("KnownVersion01000000", 0x01000000u, true),
-    version("KnownVersion01FFFFFF", 0x01FFFFFFu, true),
-    version("KnownVersion10000000", 0x10000000u, true),
-    version("UnknownVersion02000000", 0x02000000u, false),
-    version("UnknownVersion0F000000", 0x0F000000u, false),
-    version("UnknownVersion10000001", 0x10000001u, false),
-    version("UnknownVersion11000000", 0x11000000u, false),
-    version("UnknownVersionFF000000", 0xFF000000u, false),
-    // The TOC section lies last: a count of two reads past the end.
-    {"TocRecordCountPastTheEnd",
-     Harm::Write,
-     Part::TocSection,
-     6,
-     {0x02, 0x00},
-     Step::TocList,
-     Msgs{{"dapFread", "eof error.\n"}, {"getQuillTocList", "read error i=1.\n"}},
-     "getQuillTocList error.\n"},
-    // The table's word for the TOC section (word 13) points past the end.
-    {"TocSectionWordPastTheEnd", Harm::Write, Part::SectionTable, 4 * 13, le32(0x00F00000u),
-     Step::TocList, Msgs{{"dapFread", "eof error.\n"}, {"getQuillTocList", "read error.\n"}},
-     "getQuillTocList error.\n"},
+    removeFile("FileMissing", Step::Open, kNoFile, "openSearchResultFile error.\n"),
+    cutAt("HeaderCutAt0", Part::Header, 0, Step::Header, kHeaderEnds, "getDbHeader error.\n"),
+    cutAt("HeaderCutAt10", Part::Header, 10, Step::Header, kHeaderEnds, "getDbHeader error.\n"),
+    cutAt("HeaderCutAt63", Part::Header, 63, Step::Header, kHeaderEnds, "getDbHeader error.\n"),
+    cutAt("SectionTableCutAt0", Part::SectionTable, 0, Step::Table, kTableEnds,
+          "getDbToc error.\n"),
+    cutAt("SectionTableCutAt36", Part::SectionTable, 36, Step::Table, kTableEnds,
+          "getDbToc error.\n"),
+    cutAt("SectionTableCutAt59", Part::SectionTable, 59, Step::Table, kTableEnds,
+          "getDbToc error.\n"),
+    writeAt("KnownVersion00000000", Part::Header, kVersionAt, le32(0x00000000u), Step::None, {},
+            nullptr),
+    writeAt("KnownVersion00000005", Part::Header, kVersionAt, le32(0x00000005u), Step::None, {},
+            nullptr),
+    writeAt("KnownVersion01000000", Part::Header, kVersionAt, le32(0x01000000u), Step::None, {},
+            nullptr),
+    writeAt("KnownVersion01FFFFFF", Part::Header, kVersionAt, le32(0x01FFFFFFu), Step::None, {},
+            nullptr),
+    writeAt("KnownVersion10000000", Part::Header, kVersionAt, le32(0x10000000u), Step::None, {},
+            nullptr),
+    writeAt("UnknownVersion02000000", Part::Header, kVersionAt, le32(0x02000000u), Step::Version,
+            kUnknownVersion, "judgeDapDbVer error.\n"),
+    writeAt("UnknownVersion0F000000", Part::Header, kVersionAt, le32(0x0F000000u), Step::Version,
+            kUnknownVersion, "judgeDapDbVer error.\n"),
+    writeAt("UnknownVersion10000001", Part::Header, kVersionAt, le32(0x10000001u), Step::Version,
+            kUnknownVersion, "judgeDapDbVer error.\n"),
+    writeAt("UnknownVersion11000000", Part::Header, kVersionAt, le32(0x11000000u), Step::Version,
+            kUnknownVersion, "judgeDapDbVer error.\n"),
+    writeAt("UnknownVersionFF000000", Part::Header, kVersionAt, le32(0xFF000000u), Step::Version,
+            kUnknownVersion, "judgeDapDbVer error.\n"),
+    // The TOC section lies last (see the fixture): its second record would
+    // lie past the end.
+    writeAt("TocRecordCountPastTheEnd", Part::TocSection, kTocCountAt, {0x02, 0x00}, Step::TocList,
+            kTocRecordEnds, "getQuillTocList error.\n"),
+    writeAt("TocSectionWordPastTheEnd", Part::SectionTable, kTocWordAt, le32(0x00F00000u),
+            Step::TocList, kTocListEnds, "getQuillTocList error.\n"),
 };
 
 class MoxDapDatabaseDamageTest : public StoredDatabaseFixture,
