@@ -28,6 +28,7 @@
 #include <tuple>
 #include <vector>
 
+#include "AlbumIds.h"
 #include "ChildProgram.h"
 #include "CliRun.h"
 #include "DiscImageFiles.h"
@@ -98,14 +99,6 @@ protected:
         return out;
     }
 
-    static std::vector<std::string> albumIds(const Json& out) {
-        std::vector<std::string> ids;
-        for (const Json& album : out.at("albums")) {
-            ids.push_back(album.at("AlbumId").get<std::string>());
-        }
-        return ids;
-    }
-
     TestDir dir{"MoxLookupTest"};
 };
 
@@ -128,7 +121,7 @@ TEST_P(MoxLookupDiscTest, Builtin_ReturnsExactlyTheDiscsCandidatesBestFirst) {
     EXPECT_EQ(out.value("ok", false), true);
     EXPECT_EQ(out.value("state", -1), 0);
     EXPECT_EQ(out.at("states").get<States>(), (States{101, 102, 103, 0}));
-    EXPECT_EQ(albumIds(out), GetParam().albums);
+    EXPECT_EQ(moxtest::albumIds(out.at("albums")), GetParam().albums);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -171,7 +164,7 @@ TEST_F(MoxLookupTest, JapaneseAndUnknownGenre_AreMappedByTheModule) {
 
 TEST_F(MoxLookupTest, Offsets_AreTurnedIntoTheTocText) {
     const Json out = lookupJson({"--offsets", "150", "18150", "36150", "54150"}, 0);
-    EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+    EXPECT_EQ(moxtest::albumIds(out.at("albums")), (std::vector<std::string>{"MOXS-0001"}));
 }
 
 TEST_F(MoxLookupTest, CueSheet_LooksUpTheDiscItDescribes) {
@@ -179,14 +172,14 @@ TEST_F(MoxLookupTest, CueSheet_LooksUpTheDiscItDescribes) {
     const std::string sheet = DiscImageFiles::writeBinCue(
         dir.path(), "disc1", {{18000, 0, true}, {18000, 0, true}, {18000, 0, true}});
     const Json out = lookupJson({"--cue", sheet}, 0);
-    EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+    EXPECT_EQ(moxtest::albumIds(out.at("albums")), (std::vector<std::string>{"MOXS-0001"}));
 }
 
 TEST_F(MoxLookupTest, CdrdaoImage_LooksUpTheDiscItDescribes) {
     const std::string toc = DiscImageFiles::writeCdrdaoToc(
         dir.path(), "disc1", {{18000, 0, true}, {18000, 0, true}, {18000, 0, true}});
     const Json out = lookupJson({"--image", toc}, 0);
-    EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+    EXPECT_EQ(moxtest::albumIds(out.at("albums")), (std::vector<std::string>{"MOXS-0001"}));
 }
 
 // The sheet is refused before libcdio reads it (which writes into freed
@@ -663,7 +656,7 @@ TEST_F(MoxLookupTest, Json_NoResultDirGiven_PrivateDirectoryReportedThenRemoved)
     EXPECT_EQ(used.back(), '/');
     EXPECT_EQ(used.front(), '/');
     EXPECT_FALSE(std::filesystem::exists(used));
-    EXPECT_EQ(albumIds(out), (std::vector<std::string>{"MOXS-0001"}));
+    EXPECT_EQ(moxtest::albumIds(out.at("albums")), (std::vector<std::string>{"MOXS-0001"}));
 }
 
 TEST_F(MoxLookupTest, Json_MoxResultDirGiven_AnswerKeptThereWithMode0700) {

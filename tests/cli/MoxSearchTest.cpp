@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "AlbumIds.h"
+#include "CatalogueAlbum.h"
 #include "CliRun.h"
 #include "HbFramework/HbFileSysHost.h"
 #include "JsonSchemaCheck.h"
@@ -22,6 +24,8 @@
 #include "TestDir.h"
 #include "private/MoxLimits.h"
 
+using moxtest::addAlbum;
+using moxtest::albumIds;
 using nlohmann::json;
 
 namespace {
@@ -77,25 +81,6 @@ protected:
         return json::parse(result.out);  // throws (fails the test) on anything but one value
     }
 
-    // Adds an album of `tracks` tracks on medium 1 (titles "<idText>-1", ...)
-    // by one artist, genre ROCK, language "en".
-    static uint32_t addAlbum(moxdb::CatalogueBuilder& cat, const std::string& idText,
-                             int32_t confidence, int tracks) {
-        const uint32_t genre = cat.addGenre("ROCK");
-        const uint32_t artist = cat.addArtist("Artist of " + idText);
-        moxdb::AlbumFields draft;
-        draft.idText = idText;
-        draft.title = "Title of " + idText;
-        draft.genreCode = "ROCK";
-        draft.language = "en";
-        draft.confidence = confidence;
-        for (int t = 0; t < tracks; ++t) {
-            draft.trackIds.push_back(
-                cat.addTrack({idText + "-" + std::to_string(t + 1), artist, genre, 1}));
-        }
-        return cat.addAlbum(draft);
-    }
-
     // The result directory without its trailing slash.
     static std::string resultDir() {
         std::string path = HbFileSysHost::getResultDirectory();
@@ -110,14 +95,6 @@ protected:
     static void plantResultFile(const std::vector<unsigned char>& bytes) {
         std::filesystem::create_directories(resultDir());
         TestDir::writeFile(HbFileSysHost::getResultFilePath(), bytes);
-    }
-
-    static std::vector<std::string> idsOf(const json& albums) {
-        std::vector<std::string> out;
-        for (const json& album : albums) {
-            out.push_back(album.at("AlbumId").get<std::string>());
-        }
-        return out;
     }
 
     void TearDown() override {
@@ -187,7 +164,7 @@ TEST_F(MoxSearchTest, Json_ConfidenceOrder_BestFirstEqualsInDatabaseOrderSigned)
     cat.addToc(toc, addAlbum(cat, "TWO-TRACKS", 50, 2), 1);  // filtered out
     const json out = runJson(write(cat), toc, 0);
     EXPECT_EQ(out.at("ok"), true);
-    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"ZERO-A", "ZERO-B", "MINUS1"}));
+    EXPECT_EQ(albumIds(out.at("albums")), (std::vector<std::string>{"ZERO-A", "ZERO-B", "MINUS1"}));
     const json& last = out.at("albums")[2].at("Confidence");
     EXPECT_TRUE(last.is_number_integer());
     EXPECT_EQ(last.get<int>(), -1);
@@ -226,7 +203,7 @@ TEST_F(MoxSearchTest, Json_ThirdAlbumFails_AlbumsAsTheSearchLeftThem) {
     cat.addToc(toc, addAlbum(cat, "THIRD", 50, 3), 2);  // nothing on medium 2
     const json out = runJson(write(cat), toc, 1);
     EXPECT_EQ(out.at("ok"), false);
-    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"FIRST", "SECOND"}));
+    EXPECT_EQ(albumIds(out.at("albums")), (std::vector<std::string>{"FIRST", "SECOND"}));
     EXPECT_EQ(out.at("albums")[1].at("Tracks").size(), 2u);
     EXPECT_EQ(out.at("log"), json({"npAlbum->Tracks.size() == 0.", "getAlbumInfo error i=2."}));
 }
@@ -278,7 +255,7 @@ TEST_F(MoxSearchTest, Json_LiveResultFileItself_SearchedAndLeftUnchanged) {
     const moxdb::Bytes live = moxdb::CatalogueBuilder::makeSample().build();
     plantResultFile(std::vector<unsigned char>(live.begin(), live.end()));
     const json out = runJson(HbFileSysHost::getResultFilePath(), "0000960046E6008D3600D386", 0);
-    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(albumIds(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
     EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
               std::vector<unsigned char>(live.begin(), live.end()));
 }
@@ -289,7 +266,7 @@ TEST_F(MoxSearchTest, Json_LinkToTheLiveResultFile_SearchedAndBothLeftUnchanged)
     const std::string link = dir.file("link.dap3");
     ASSERT_EQ(::symlink(HbFileSysHost::getResultFilePath().c_str(), link.c_str()), 0);
     const json out = runJson(link, "0000960046E6008D3600D386", 0);
-    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(albumIds(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
     EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
               std::vector<unsigned char>(live.begin(), live.end()));
     EXPECT_TRUE(std::filesystem::is_symlink(link));
@@ -310,7 +287,7 @@ TEST_F(MoxSearchTest, Json_Fifo_ReadToTheEndAndSearched) {
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.err, "");
     const json out = json::parse(result.out);
-    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(albumIds(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
 }
 
 TEST_F(MoxSearchTest, Records_SampleFirstAlbum_ExactTextForm) {
@@ -500,7 +477,7 @@ TEST_F(MoxSearchTest, InputOfExactlyTheLimit_CopiedWholeAndSearched) {
     }
     const std::string file = write(bytes);
     const json out = runJson(file, "0000960046E6008D3600D386", 0);
-    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(albumIds(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
 }
 
 // The search never uses the directory that MOX_RESULT_DIR names: a file in
@@ -511,7 +488,7 @@ TEST_F(MoxSearchTest, ResultDirectoryIsAFile_SearchUsesItsOwnAndSucceeds) {
     TestDir::writeFile(resultDir(), {'x'});
     const json out =
         runJson(write(moxdb::CatalogueBuilder::makeSample()), "0000960046E6008D3600D386", 0);
-    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(albumIds(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
     EXPECT_EQ(TestDir::readFile(resultDir()), (std::vector<unsigned char>{'x'}));
 }
 
@@ -566,7 +543,7 @@ TEST_F(MoxSearchTest, ResultDirectoryLockedByAnotherRun_SearchesAtOnceWithoutANo
     ASSERT_EQ(::flock(held, LOCK_EX), 0);
     const json out = runJson(file, "0000960046E6008D3600D386", 0);
     ::close(held);
-    EXPECT_EQ(idsOf(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
+    EXPECT_EQ(albumIds(out.at("albums")), (std::vector<std::string>{"SAMPLE-0001"}));
     EXPECT_EQ(TestDir::readFile(HbFileSysHost::getResultFilePath()),
               (std::vector<unsigned char>{'o', 'l', 'd'}));
 }

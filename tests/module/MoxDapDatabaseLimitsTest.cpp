@@ -23,10 +23,8 @@
 #include <vector>
 
 #include "DbgCapture.h"
-#include "HbFramework/HbFileSys.h"
-#include "HbFramework/HbFileSysHost.h"
 #include "MoxDbWriter.h"
-#include "ReaderTestSupport.h"
+#include "StoredDatabaseFixture.h"
 #include "private/MoxDapDatabase.h"
 #include "private/MoxLimits.h"
 
@@ -167,34 +165,14 @@ struct SearchRun {
     double seconds = 0;
 };
 
-class MoxDapDatabaseLimitsTest : public ::testing::Test {
+class MoxDapDatabaseLimitsTest : public StoredDatabaseFixture {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true));
-        std::remove(HbFileSysHost::getResultFilePath().c_str());
-        db = MoxDapDatabase::GetInstance();
-    }
-
-    void TearDown() override {
-        db->init();
-        std::remove(HbFileSysHost::getResultFilePath().c_str());
-    }
-
     // Writes the database as the result file; the image is gone before the
     // search, so that the search's peak memory is its own.
     void store(const moxdb::CatalogueBuilder& cat) {
         const moxdb::Bytes bytes = cat.build();
-        moxtest::writeResultFile(bytes);
+        writeResultFile(bytes);
         storedBytes = bytes.size();
-    }
-
-    void load() {
-        ASSERT_TRUE(db->openSearchResultFile());
-        db->mpDbHeader = new DbHeader();
-        ASSERT_TRUE(db->getDbHeader());
-        ASSERT_TRUE(db->judgeDapDbVer());
-        db->mpDbToc = new DbToc();
-        ASSERT_TRUE(db->getDbToc());
     }
 
     SearchRun search(const std::string& toc) {
@@ -216,13 +194,6 @@ protected:
         return run;
     }
 
-    void expectClosed() {
-        EXPECT_EQ(db->mpReadFile, nullptr);
-        EXPECT_EQ(db->mpDbHeader, nullptr);
-        EXPECT_EQ(db->mpDbToc, nullptr);
-    }
-
-    MoxDapDatabase* db = nullptr;
     size_t storedBytes = 0;
 };
 
@@ -450,7 +421,7 @@ TEST_F(MoxDapDatabaseLimitsTest, DapFread_EveryCallCountsOne) {
 
 TEST_F(MoxDapDatabaseLimitsTest, DapFread_AtWorkLimit_RefusesWithItsMessageWithoutReading) {
     store(moxdb::CatalogueBuilder::makeSample());
-    load();
+    ASSERT_TRUE(load());
     db->mWorkCount = MoxLimits::SEARCH_WORK_MAX - 1u;
     unsigned char bytes[4] = {0xAA, 0xAA, 0xAA, 0xAA};
     ASSERT_EQ(std::fseek(db->mpReadFile, 0, SEEK_SET), 0);
@@ -470,7 +441,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetString_CountsSeekTwoReadsAndOnePerUnit) {
     const uint32_t seven = cat.text("1234567");
     const uint32_t seventeen = cat.text("12345678901234567");
     store(cat);
-    load();
+    ASSERT_TRUE(load());
     std::string text;
     db->mWorkCount = 0;
     ASSERT_TRUE(db->getString(seven, &text));
@@ -483,7 +454,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetString_TextPastWorkLimit_IsNotConverted) {
     moxdb::CatalogueBuilder cat;
     const uint32_t sixteen = cat.text("1234567890123456");
     store(cat);
-    load();
+    ASSERT_TRUE(load());
     // The seek and the length read fit, the text not.
     db->mWorkCount = MoxLimits::SEARCH_WORK_MAX - 9u;
     std::string text = "unchanged";
@@ -503,7 +474,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetQuillAlbumTracksInfo_ListOfTrackLimitEntries
     }
     const uint32_t list = cat.image().addTrackList(ids);
     store(cat);
-    load();
+    ASSERT_TRUE(load());
     QuillAlbumTracks tracks;
     DbgCapture capture;
     EXPECT_TRUE(db->getQuillAlbumTracksInfo(list, &tracks));
@@ -517,7 +488,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetQuillAlbumTracksInfo_OneEntryPastTrackLimit_
     const uint32_t list =
         cat.image().addTrackList(std::vector<uint32_t>(MoxLimits::SEARCH_TRACK_MAX + 1u, 7));
     store(cat);
-    load();
+    ASSERT_TRUE(load());
     QuillAlbumTracks tracks;
     DbgCapture capture;
     EXPECT_FALSE(db->getQuillAlbumTracksInfo(list, &tracks));
@@ -534,7 +505,7 @@ TEST_F(MoxDapDatabaseLimitsTest, GetQuillAlbumTracksInfo_HugeCountCutShort_Repor
     cat.image().placeLast(moxdb::Section::QuillAlbumTracks);
     const uint32_t list = cat.image().addTrackListWithCount(0xFFFFFFFFu, {1, 2, 3});
     store(cat);
-    load();
+    ASSERT_TRUE(load());
     QuillAlbumTracks tracks;
     DbgCapture capture;
     EXPECT_FALSE(db->getQuillAlbumTracksInfo(list, &tracks));

@@ -11,30 +11,25 @@
 #include <string>
 #include <vector>
 
+#include "AlbumIds.h"
+#include "CatalogueAlbum.h"
 #include "DbgCapture.h"
-#include "HbFramework/HbFileSys.h"
-#include "HbFramework/HbFileSysHost.h"
 #include "MoxDbWriter.h"
 #include "ProcessStats.h"
-#include "ReaderTestSupport.h"
+#include "ReaderMessages.h"
+#include "StoredDatabaseFixture.h"
 #include "private/MoxDapDatabase.h"
 
 using HbSMoxDef::AlbumInfo;
 using HbSMoxDef::TrackInfo;
+using moxtest::addAlbum;
+using moxtest::albumIds;
 using moxtest::Msgs;
 using moxtest::take;
 
 namespace {
 
 const std::string STRING_BUF_MAX_MESSAGE = "lStrSize(1024) >= STRING_BUF_MAX(1024) . 0.\n";
-
-std::vector<std::string> albumIds(const std::list<AlbumInfo>& albums) {
-    std::vector<std::string> out;
-    for (const AlbumInfo& album : albums) {
-        out.push_back(album.AlbumId);
-    }
-    return out;
-}
 
 std::vector<std::string> trackNames(const AlbumInfo& album) {
     std::vector<std::string> out;
@@ -71,69 +66,12 @@ bool readCounters(uint64_t* calls, uint64_t* bytes) {
     return found == 2;
 }
 
-class MoxDapDatabaseSearchTest : public ::testing::Test {
+class MoxDapDatabaseSearchTest : public StoredDatabaseFixture {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true));
-        std::remove(HbFileSysHost::getResultFilePath().c_str());
-        db = MoxDapDatabase::GetInstance();
-    }
-
-    void TearDown() override {
-        db->init();
-        std::remove(HbFileSysHost::getResultFilePath().c_str());
-    }
-
-    void store(const moxdb::CatalogueBuilder& cat) { store(cat.build()); }
-
-    void store(const moxdb::Bytes& bytes) { moxtest::writeResultFile(bytes); }
-
-    // Opens the stored file the way a search does, up to the section table.
-    void load() {
-        ASSERT_TRUE(db->openSearchResultFile());
-        db->mpDbHeader = new DbHeader();
-        ASSERT_TRUE(db->getDbHeader());
-        ASSERT_TRUE(db->judgeDapDbVer());
-        db->mpDbToc = new DbToc();
-        ASSERT_TRUE(db->getDbToc());
-    }
-
-    void storeAndLoad(const moxdb::CatalogueBuilder& cat) {
-        store(cat);
-        load();
-    }
-
-    void expectClosed() {
-        EXPECT_EQ(db->mpReadFile, nullptr);
-        EXPECT_EQ(db->mpDbHeader, nullptr);
-        EXPECT_EQ(db->mpDbToc, nullptr);
-    }
-
-    // Adds an album of `tracks` tracks on medium 1 (titles "<idText>-1", ...)
-    // by one artist, genre ROCK, language "en".
-    uint32_t addAlbum(moxdb::CatalogueBuilder& cat, const std::string& idText, int32_t confidence,
-                      int tracks) {
-        const uint32_t genre = cat.addGenre("ROCK");
-        const uint32_t artist = cat.addArtist("Artist of " + idText);
-        moxdb::AlbumFields draft;
-        draft.idText = idText;
-        draft.title = "Title of " + idText;
-        draft.genreCode = "ROCK";
-        draft.language = "en";
-        draft.confidence = confidence;
-        for (int t = 0; t < tracks; ++t) {
-            draft.trackIds.push_back(
-                cat.addTrack({idText + "-" + std::to_string(t + 1), artist, genre, 1}));
-        }
-        return cat.addAlbum(draft);
-    }
-
     // A string entry that claims 1024 units: the reader refuses it.
     static uint32_t addOverlongString(moxdb::CatalogueBuilder& cat) {
         return cat.image().addRawStringEntry(1024, moxdb::Bytes(2048, 0x41));
     }
-
-    MoxDapDatabase* db = nullptr;
 };
 
 // ---------------------------------------------------------------------------
@@ -187,7 +125,7 @@ TEST_F(MoxDapDatabaseSearchTest, Destroy_WhileFileOpen_ClosesFile) {
     addAlbum(cat, "A", 1, 1);
     store(cat);
     const size_t before = ProcessStats::openDescriptors();
-    load();
+    ASSERT_TRUE(load());
     EXPECT_EQ(ProcessStats::openDescriptors(), before + 1);
     HbSingleton<MoxDapDatabase>::destroy();
     EXPECT_EQ(ProcessStats::openDescriptors(), before);
@@ -885,7 +823,7 @@ TEST_F(MoxDapDatabaseSearchTest, DeleteAlbumListByTrackCount_UnderSixBytes_Empti
 }
 
 // ---------------------------------------------------------------------------
-// Search
+// Search (a database that a search cannot read: MoxDapDatabaseDamageTest.cpp)
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_NoMatchingToc_SucceedsWithEmptyList) {
     moxdb::CatalogueBuilder cat;
@@ -1070,77 +1008,6 @@ TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_MatchedAlbumMissing_FailsAtFirs
     EXPECT_EQ(take(capture), (Msgs{{"getAlbumInfo", "getQuillAlbumInfo return false.\n"},
                                    {"getSearchResult", "getAlbumInfo error i=0.\n"}}));
     EXPECT_TRUE(albums.empty());  // emptied before the first album was assembled
-}
-
-TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_NoFile_FailsLeavingCallerList) {
-    std::list<AlbumInfo> albums{callerAlbum()};
-    DbgCapture capture;
-    EXPECT_FALSE(db->getSearchResult(moxdb::makeTocTextOfTracks(1), &albums));
-    EXPECT_EQ(take(capture), (Msgs{{"openSearchResultFile", "search result file open error.\n"},
-                                   {"getSearchResult", "openSearchResultFile error.\n"}}));
-    EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
-    expectClosed();
-}
-
-TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ShortHeader_FailsLeavingCallerList) {
-    store(moxdb::Bytes(10, 0));
-    std::list<AlbumInfo> albums{callerAlbum()};
-    DbgCapture capture;
-    EXPECT_FALSE(db->getSearchResult(moxdb::makeTocTextOfTracks(1), &albums));
-    EXPECT_EQ(take(capture), (Msgs{{"dapFread", "eof error.\n"},
-                                   {"getDbHeader", "read error.\n"},
-                                   {"getSearchResult", "getDbHeader error.\n"}}));
-    EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
-    expectClosed();
-}
-
-TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_UnknownVersion_FailsLeavingCallerList) {
-    moxdb::CatalogueBuilder cat;
-    const std::string toc = moxdb::makeTocTextOfTracks(1);
-    cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
-    cat.image().setVersion(0x02000000);
-    store(cat);
-    std::list<AlbumInfo> albums{callerAlbum()};
-    DbgCapture capture;
-    EXPECT_FALSE(db->getSearchResult(toc, &albums));
-    EXPECT_EQ(take(capture), (Msgs{{"judgeDapDbVer", "unknown version.\n"},
-                                   {"getSearchResult", "judgeDapDbVer error.\n"}}));
-    EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
-    expectClosed();
-}
-
-TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_ShortSectionTable_FailsLeavingCallerList) {
-    moxdb::CatalogueBuilder cat;
-    const std::string toc = moxdb::makeTocTextOfTracks(1);
-    cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
-    moxdb::Bytes bytes = cat.build();
-    ASSERT_TRUE(moxdb::cutTo(bytes, 100));
-    store(bytes);
-    std::list<AlbumInfo> albums{callerAlbum()};
-    DbgCapture capture;
-    EXPECT_FALSE(db->getSearchResult(toc, &albums));
-    EXPECT_EQ(take(capture), (Msgs{{"dapFread", "eof error.\n"},
-                                   {"getDbToc", "read error.\n"},
-                                   {"getSearchResult", "getDbToc error.\n"}}));
-    EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
-    expectClosed();
-}
-
-TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_TocListFails_FailsLeavingCallerList) {
-    moxdb::CatalogueBuilder cat;
-    const std::string toc = moxdb::makeTocTextOfTracks(1);
-    cat.addToc(toc, addAlbum(cat, "A", 1, 1), 1);
-    cat.image().setRecordCount(moxdb::Section::QuillToc, 2);
-    cat.image().placeLast(moxdb::Section::QuillToc);
-    store(cat);
-    std::list<AlbumInfo> albums{callerAlbum()};
-    DbgCapture capture;
-    EXPECT_FALSE(db->getSearchResult(toc, &albums));
-    EXPECT_EQ(take(capture), (Msgs{{"dapFread", "eof error.\n"},
-                                   {"getQuillTocList", "read error i=1.\n"},
-                                   {"getSearchResult", "getQuillTocList error.\n"}}));
-    EXPECT_EQ(albumIds(albums), (std::vector<std::string>{"CALLER"}));
-    expectClosed();
 }
 
 TEST_F(MoxDapDatabaseSearchTest, GetSearchResult_TocRecordSize32_FindsRecordsAtThatStride) {

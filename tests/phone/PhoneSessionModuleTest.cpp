@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "../module/MoxProtocolHarness.h"
+#include "AlbumIds.h"
 #include "FaultStates.h"
 #include "PhoneTestSupport.h"
 #include "moxphone/EnvelopeStream.h"
@@ -29,6 +30,7 @@
 using moxphone::FaultKind;
 using moxphone::Faults;
 using moxphone::PhoneOptions;
+using moxtest::albumIds;
 using moxtest::States;
 
 namespace {
@@ -170,14 +172,6 @@ protected:
     phonetest::ManualScheduler scheduler;
     std::unique_ptr<moxphone::PhoneSession> session;
 };
-
-std::vector<std::string> albumIds(const std::list<HbSMoxDef::AlbumInfo>& albums) {
-    std::vector<std::string> ids;
-    for (const HbSMoxDef::AlbumInfo& album : albums) {
-        ids.push_back(album.AlbumId);
-    }
-    return ids;
-}
 
 }  // namespace
 

@@ -17,7 +17,6 @@
 //   MOX_SOAK_SEED=S         seed of the draw (default 20261123)
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -29,28 +28,21 @@
 #include <thread>
 #include <vector>
 
+#include "BundledLookupFixture.h"
 #include "CuttingProxy.h"
 #include "FaultDraw.h"
-#include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "NotificationLog.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "TestDir.h"
 #include "WorkerBarrier.h"
-#include "moxphone/Catalogue.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
 #include "moxphone/PhoneServer.h"
-#include "private/Mox.h"
 #include "private/MoxProtocol.h"
-#include "private/MoxState.h"
 
 namespace {
-
-const char* const kToc = "00009600410A00827800C31E0102660146C2";
-const std::vector<std::string> kExpectedTitles = {"Lumi\xC3\xA8re d'\xC3\xA9t\xC3\xA9",
-                                                  "Summer Light"};
 
 size_t lookupsFromEnvironment() {
     const char* text = std::getenv("MOX_CAMPAIGN_LOOKUPS");
@@ -85,36 +77,22 @@ private:
     std::thread mThread;
 };
 
-class MoxFaultCampaignTest : public ::testing::Test {
+class MoxFaultCampaignTest : public BundledLookupFixture {
 protected:
     void SetUp() override {
-        HbLTimerMng::GetTimerMng()->UseManualClock();
-        previousSink = HbDbgOutput::SetSink([this](const HbDbgRecord&) { ++logged; });
-        moxphone::Catalogue catalogue;
-        moxphone::CatalogueProblem problem;
-        ASSERT_TRUE(
-            moxphone::Catalogue::loadFile(moxphone::Catalogue::bundledPath(), &catalogue, &problem))
-            << problem.text();
-        options.catalogue = std::make_shared<const moxphone::Catalogue>(catalogue);
-        options.timeScale = 0.001;
+        BundledLookupFixture::SetUp();
+        if (HasFatalFailure()) {
+            return;
+        }
         normalPhone.reset(new ServedPhone(options, dir.file("phone.sock")));
         ASSERT_TRUE(normalPhone->listening());
         proxy.reset(new CuttingProxy(dir.file("proxy.sock")));
-        facade = HbSMox::GetInstance();
-        facade->AddObserver(appLog.observer());
-        barrier.reset(new WorkerBarrier(facade->getMox()->getWorker()->GetMsgBox()));
     }
 
-    void TearDown() override {
-        facade->Terminate();
-        barrier.reset();
-        facade->RemoveObserver(appLog.observer());
+    void releasePhones() override {
         proxy.reset();
         normalPhone.reset();
-        HbDbgOutput::SetSink(previousSink);
     }
-
-    bool linked() { return facade->getMox()->getMoxState()->getIsAppLinkState(); }
 
     // Everything the link carries passes the proxy, and everything the
     // module does passes its worker or notifies: when none of them moved
@@ -189,11 +167,7 @@ protected:
         ASSERT_TRUE(appLog.waitForValue(2, 0)) << "round " << round << ": no result";
         std::list<HbSMoxDef::AlbumInfo> albums;
         ASSERT_TRUE(facade->getSearchResult(kToc, &albums)) << "round " << round;
-        std::vector<std::string> titles;
-        for (const HbSMoxDef::AlbumInfo& album : albums) {
-            titles.push_back(album.AlbumName);
-        }
-        ASSERT_EQ(titles, kExpectedTitles) << "round " << round;
+        ASSERT_EQ(titles(albums), kExpectedTitles) << "round " << round;
         facade->stopLink();
         ASSERT_TRUE(appLog.waitForValue(1, 0)) << "round " << round;
         ASSERT_TRUE(barrier->drain());
@@ -268,14 +242,8 @@ protected:
     }
 
     TestDir dir{"MoxFaultCampaign"};
-    HbDbgOutput::Sink previousSink;
-    std::atomic<size_t> logged{0};
-    moxphone::PhoneOptions options;
     std::unique_ptr<ServedPhone> normalPhone;
     std::unique_ptr<CuttingProxy> proxy;
-    NotificationLog appLog;
-    HbSMox* facade = nullptr;
-    std::unique_ptr<WorkerBarrier> barrier;
     size_t unusualPaths = 0;
 };
 

@@ -16,7 +16,6 @@
 //   MOX_SOAK_COLD=1     no thread ends before the soak (see warmThreadExit)
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <list>
@@ -26,29 +25,19 @@
 #include <thread>
 #include <vector>
 
+#include "BundledLookupFixture.h"
 #include "FaultDraw.h"
-#include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
-#include "NotificationLog.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "ProcessStats.h"
-#include "WorkerBarrier.h"
-#include "moxphone/Catalogue.h"
 #include "moxphone/LoopbackPhone.h"
 #include "moxphone/PhoneLog.h"
 #include "moxphone/PhoneOptions.h"
-#include "private/Mox.h"
 #include "private/MoxProtocol.h"
-#include "private/MoxState.h"
 
 namespace {
 
-// A disc of the bundled catalogue with three candidate albums; the search
-// keeps the two whose track count matches the TOC (docs/simulator.md).
-const char* const kToc = "00009600410A00827800C31E0102660146C2";
-const std::vector<std::string> kExpectedTitles = {"Lumi\xC3\xA8re d'\xC3\xA9t\xC3\xA9",
-                                                  "Summer Light"};
 const size_t kCheckpoint = 100;
 
 size_t lookupsFromEnvironment() {
@@ -76,43 +65,20 @@ void warmThreadExit() {
     }).join();
 }
 
-std::vector<std::string> titles(const std::list<HbSMoxDef::AlbumInfo>& albums) {
-    std::vector<std::string> out;
-    for (const HbSMoxDef::AlbumInfo& album : albums) {
-        out.push_back(album.AlbumName);
-    }
-    return out;
-}
-
-class MoxSoakTest : public ::testing::Test {
+class MoxSoakTest : public BundledLookupFixture {
 protected:
     void SetUp() override {
-        HbLTimerMng::GetTimerMng()->UseManualClock();
-        // Faulty lookups log their errors; they are counted, not kept, so
-        // that the log does not grow the memory the soak measures.
-        previousSink = HbDbgOutput::SetSink([this](const HbDbgRecord&) { ++logged; });
-        moxphone::Catalogue catalogue;
-        moxphone::CatalogueProblem problem;
-        ASSERT_TRUE(
-            moxphone::Catalogue::loadFile(moxphone::Catalogue::bundledPath(), &catalogue, &problem))
-            << problem.text();
-        options.catalogue = std::make_shared<const moxphone::Catalogue>(catalogue);
-        // Slow chunks of 2000 ms come after 2 ms.
-        options.timeScale = 0.001;
+        BundledLookupFixture::SetUp();
+        if (HasFatalFailure()) {
+            return;
+        }
         normalPhone.reset(new moxphone::LoopbackPhone(options, phoneLog));
-        facade = HbSMox::GetInstance();
-        facade->AddObserver(appLog.observer());
-        barrier.reset(new WorkerBarrier(facade->getMox()->getWorker()->GetMsgBox()));
         OstLinkAppHost::setEndpoint("loopback");
     }
 
-    void TearDown() override {
-        facade->Terminate();
-        barrier.reset();
-        facade->RemoveObserver(appLog.observer());
+    void releasePhones() override {
         OstLinkAppHost::setLoopbackPeer(nullptr);
         normalPhone.reset();
-        HbDbgOutput::SetSink(previousSink);
     }
 
     // Runs the module until it has nothing left to do: the worker drained,
@@ -130,8 +96,6 @@ protected:
         }
         FAIL() << "the command timer is armed again and again";
     }
-
-    bool linked() { return facade->getMox()->getMoxState()->getIsAppLinkState(); }
 
     void startLinkWith(OstLinkAppPeer* phone) {
         OstLinkAppHost::setLoopbackPeer(phone);
@@ -199,14 +163,8 @@ protected:
         std::fflush(stdout);
     }
 
-    HbDbgOutput::Sink previousSink;
-    std::atomic<size_t> logged{0};
     moxphone::PhoneLog phoneLog{nullptr};
-    moxphone::PhoneOptions options;
     std::unique_ptr<moxphone::LoopbackPhone> normalPhone;
-    NotificationLog appLog;
-    HbSMox* facade = nullptr;
-    std::unique_ptr<WorkerBarrier> barrier;
 };
 
 TEST_F(MoxSoakTest, ThousandLookups_KeepDescriptorsAndThreadsAndEveryFaultEndsAsDocumented) {
