@@ -10,14 +10,15 @@ set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
 add_subdirectory(${MOX_GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 include(GoogleTest)
 
-# mox_add_test(NAME SOURCES src... [LIBS lib...])
+# mox_add_test(NAME SOURCES src... [LIBS lib...] [PROPERTIES name value...])
 # One executable per test file. Every test case runs in its own process, and
 # the whole executable runs once more in one process (test NAME.WholeBinary,
 # label "whole"), which proves that each fixture leaves nothing armed or
 # registered behind. A test that truly needs a fresh process says so with
-# "FreshProcess" in its name; the whole run leaves it out.
+# "FreshProcess" in its name; the whole run leaves it out. PROPERTIES are
+# CTest properties of each test case.
 function(mox_add_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;PROPERTIES" ${ARGN})
   # Each test process keeps the module's result directory in a folder of its
   # own (tests/support/TestResultDir.cpp), so tests run in parallel.
   add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:mox_test_result_dir>)
@@ -30,7 +31,7 @@ function(mox_add_test name)
     target_compile_definitions(${name} PRIVATE MOX_TEST_UNDER_EMULATOR=1)
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
-                       PROPERTIES TIMEOUT 120)
+                       PROPERTIES TIMEOUT 120 ${ARG_PROPERTIES})
   add_test(NAME ${name}.WholeBinary COMMAND ${name} --gtest_filter=-*FreshProcess*)
   set_tests_properties(${name}.WholeBinary PROPERTIES LABELS whole TIMEOUT 600)
 endfunction()

@@ -9,18 +9,18 @@
 #   bash scripts/valgrind.sh [BUILD_DIR]     (default build/default, already built)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/phone.sh
 build=${1:-build/default}
 mox="$build/tools/mox/mox"
 phone_program="$build/tools/phone/mox-phone"
 example="$build/examples/mox-example"
 toc=0000960046E6008D3600D386
 work=$(mktemp -d)
-phone_pid=""
 
 cleanup() {
-  if [ -n "$phone_pid" ]; then
-    kill "$phone_pid" 2>/dev/null || true
-    wait "$phone_pid" 2>/dev/null || true
+  if [ -n "$mox_phone_pid" ]; then
+    kill "$mox_phone_pid" 2>/dev/null || true
+    wait "$mox_phone_pid" 2>/dev/null || true
   fi
   rm -rf "$work"
 }
@@ -48,24 +48,13 @@ memcheck() {
 
 # Starts mox-phone on ENDPOINT and waits until it says it listens.
 start_phone() {
-  "$phone_program" --listen "$1" >"$work/phone.log" 2>&1 &
-  phone_pid=$!
-  local tries=0
-  until grep -q "^mox-phone: listening on " "$work/phone.log"; do
-    tries=$((tries + 1))
-    if [ "$tries" -gt 300 ] || ! kill -0 "$phone_pid" 2>/dev/null; then
-      cat "$work/phone.log" >&2
-      echo "valgrind: mox-phone did not start on $1" >&2
-      return 1
-    fi
-    sleep 0.1
-  done
+  mox_start_phone "$phone_program" "$1" "$work/phone.log"
 }
 
 stop_phone() {
-  kill "$phone_pid"
-  wait "$phone_pid" 2>/dev/null || true
-  phone_pid=""
+  kill "$mox_phone_pid"
+  wait "$mox_phone_pid" 2>/dev/null || true
+  mox_phone_pid=""
 }
 
 memcheck lookup-builtin "$mox" lookup --toc "$toc"

@@ -5,7 +5,7 @@
 // that was sent, the reassembled database must hold the albums that mox
 // search finds in the stored answer, and the faults that break the link's
 // rules must show as expert info. Skipped, with the reason, where tshark is
-// not installed.
+// not installed (failed instead when MOX_TSHARK_REQUIRED is set).
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -149,8 +149,19 @@ const std::vector<CaptureCase>& cases() {
 // tshark with the dissector, in a scratch directory of the test.
 class TsharkTest : public ::testing::Test {
 protected:
+    // Where tshark and tcpdump have been installed for these tests (the test
+    // preset "wireshark" says so), none of them may skip.
+    static bool toolsRequired() {
+        const char* required = std::getenv("MOX_TSHARK_REQUIRED");
+        return required != nullptr && *required != '\0';
+    }
+
     void SetUp() override {
         if (access(kTshark.c_str(), X_OK) != 0) {
+            if (toolsRequired()) {
+                FAIL() << "tshark is not installed at " << kTshark
+                       << " although MOX_TSHARK_REQUIRED is set";
+            }
             GTEST_SKIP() << "tshark is not installed (Debian package tshark)";
         }
         setenv("HB_TIMER_SCALE", "0.02", 1);
@@ -355,7 +366,7 @@ TEST(MoxLinkCaptureFileTest, PhoneKilledAfterALookup_LeavesEveryRecordReadable) 
 // its heuristic and cuts the envelopes out of the stream. They are those that
 // the lookup's own capture holds, in their order. Skipped, with the reason,
 // where tcpdump is not installed or may not capture (it needs root or
-// CAP_NET_RAW).
+// CAP_NET_RAW); failed instead when MOX_TSHARK_REQUIRED is set.
 class MoxLinkTcpdumpTest : public TsharkTest {
 protected:
     // The values of `keys` in every envelope of `frames`, in their order.
@@ -380,6 +391,9 @@ protected:
 TEST_F(MoxLinkTcpdumpTest, TcpdumpOfATcpLookup_DecodesTheSameEnvelopes) {
     const std::string tcpdump = "/usr/bin/tcpdump";
     if (access(tcpdump.c_str(), X_OK) != 0) {
+        if (toolsRequired()) {
+            FAIL() << "tcpdump is not installed although MOX_TSHARK_REQUIRED is set";
+        }
         GTEST_SKIP() << "tcpdump is not installed (Debian package tcpdump)";
     }
     PhoneProcess phone(kPhone, "tcp:127.0.0.1:0", {});
@@ -390,6 +404,10 @@ TEST_F(MoxLinkTcpdumpTest, TcpdumpOfATcpLookup_DecodesTheSameEnvelopes) {
                                    sniffed, "tcp port " + port});
     if (sniffer.waitForLine("tcpdump: listening on lo") == "") {
         sniffer.wait();
+        if (toolsRequired()) {
+            FAIL() << "tcpdump may not capture although MOX_TSHARK_REQUIRED is set: "
+                   << sniffer.err();
+        }
         GTEST_SKIP() << "tcpdump may not capture here: " << sniffer.err();
     }
     const std::string own = dir.file("own.pcap");
