@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "CliRun.h"
+#include "LinkWire.h"
 #include "PhoneProcess.h"
 #include "TestDir.h"
 #include "moxcapture/CaptureReader.h"
@@ -35,9 +36,7 @@ const std::string kDisc1 = "0000960046E6008D3600D386";
 const std::string kExpertPrefix = "moxlink.expert.";
 
 std::string requestXml(const std::string& toc) {
-    return "<DbUpdateRequest>\n\t<DatabaseInfo>\n\t\t<DatabaseKind>73QRVB</DatabaseKind>\n\t"
-           "</DatabaseInfo>\n\t<TOCRequest>\n\t\t<TOC>" +
-           toc + "</TOC>\n\t</TOCRequest>\n</DbUpdateRequest>";
+    return linkwire::kXmlHead + toc + linkwire::kXmlTail;
 }
 
 // Every value of `key` anywhere below `node`, arrays flattened.
