@@ -38,7 +38,5 @@ const std::vector<BareAnswers::Bytes>& BareAnswers::answerTo(const uint8_t* fram
 }
 
 void BareAnswers::play(const uint8_t* frame, size_t size, ScriptedPhone::Answer& answer) const {
-    for (const Bytes& reply : answerTo(frame, size)) {
-        answer.frame(reply);
-    }
+    answer.frames(answerTo(frame, size));
 }

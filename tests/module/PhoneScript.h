@@ -44,9 +44,7 @@ public:
     ScriptedPhone::Script play() {
         return [this](const uint8_t* frame, size_t size, ScriptedPhone::Answer& answer) {
             bool hangUp = false;
-            for (const Bytes& reply : answerTo(Bytes(frame, frame + size), &hangUp)) {
-                answer.frame(reply);
-            }
+            answer.frames(answerTo(Bytes(frame, frame + size), &hangUp));
             if (hangUp) {
                 answer.hangUp();
             }

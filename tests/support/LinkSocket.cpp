@@ -1,11 +1,13 @@
 #include "LinkSocket.h"
 
 #include <arpa/inet.h>
+#include <limits.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -96,6 +98,32 @@ bool LinkSocket::sendAll(int fd, const uint8_t* data, size_t size) {
             return false;
         }
         done += static_cast<size_t>(sent);
+    }
+    return true;
+}
+
+bool LinkSocket::sendAll(int fd, iovec* parts, size_t count) {
+    while (count > 0) {
+        msghdr message{};
+        message.msg_iov = parts;
+        message.msg_iovlen = std::min<size_t>(count, IOV_MAX);
+        const ssize_t sent = ::sendmsg(fd, &message, MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR) {
+            continue;
+        }
+        if (sent <= 0) {
+            return false;
+        }
+        size_t left = static_cast<size_t>(sent);
+        while (count > 0 && left >= parts->iov_len) {
+            left -= parts->iov_len;
+            ++parts;
+            --count;
+        }
+        if (count > 0) {
+            parts->iov_base = static_cast<uint8_t*>(parts->iov_base) + left;
+            parts->iov_len -= left;
+        }
     }
     return true;
 }

@@ -4,6 +4,8 @@
 #ifndef MOX_TESTS_LINKSOCKET_H
 #define MOX_TESTS_LINKSOCKET_H
 
+#include <sys/uio.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -20,6 +22,9 @@ public:
     static int connectUnix(const std::string& path);
     // Writes all of `data` to `fd`; false when the peer has gone.
     static bool sendAll(int fd, const uint8_t* data, size_t size);
+    // Writes all of the `count` parts to `fd`, in as few writes as it can;
+    // false when the peer has gone. The parts are used up.
+    static bool sendAll(int fd, iovec* parts, size_t count);
 };
 
 #endif  // MOX_TESTS_LINKSOCKET_H

@@ -9,6 +9,7 @@
 #ifndef MOX_TESTS_SUPPORT_LINKWIRE_H
 #define MOX_TESTS_SUPPORT_LINKWIRE_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -133,11 +134,20 @@ struct Message {
     }
 };
 
-// Appends an envelope to `out`: the 32-bit length (type byte and payload),
-// the type, the payload.
+using EnvelopeHeader = std::array<uint8_t, OstLinkAppEnvelope::HEADER_SIZE>;
+
+// What comes before a payload of `payloadSize` bytes: the 32-bit length (type
+// byte and payload), then the type.
+inline EnvelopeHeader envelopeHeader(uint8_t type, size_t payloadSize) {
+    const uint32_t length = static_cast<uint32_t>(payloadSize + 1);
+    return {static_cast<uint8_t>(length >> 24), static_cast<uint8_t>((length >> 16) & 0xFF),
+            static_cast<uint8_t>((length >> 8) & 0xFF), static_cast<uint8_t>(length & 0xFF), type};
+}
+
+// Appends an envelope to `out`: its header, then the payload.
 inline void appendEnvelope(Bytes& out, uint8_t type, const Bytes& payload) {
-    moxdb::appendU32Be(out, static_cast<uint32_t>(payload.size() + 1));
-    out.push_back(type);
+    const EnvelopeHeader header = envelopeHeader(type, payload.size());
+    out.insert(out.end(), header.begin(), header.end());
     out.insert(out.end(), payload.begin(), payload.end());
 }
 

@@ -26,9 +26,14 @@ std::string currentThreadName() {
 class LinkAnswer : public ScriptedPhone::Answer {
 public:
     explicit LinkAnswer(OstLinkAppPeerLink* link) : mLink(link) {}
-    bool frame(const linkwire::Bytes& frame) override {
-        return mLink != nullptr && !mHungUp &&
-               mLink->pushCommand(frame.data(), static_cast<uint32>(frame.size()));
+    bool frames(const std::vector<linkwire::Bytes>& frames) override {
+        for (const linkwire::Bytes& frame : frames) {
+            if (mLink == nullptr || mHungUp ||
+                !mLink->pushCommand(frame.data(), static_cast<uint32>(frame.size()))) {
+                return false;
+            }
+        }
+        return true;
     }
     void hangUp() override {
         if (mLink != nullptr && !mHungUp) {
@@ -42,23 +47,35 @@ private:
     bool mHungUp = false;
 };
 
-// Collects the envelopes of the answers to one frame, for one write.
+// Writes the frames given at once to the socket in one write, each in its
+// envelope, without copying them.
 class StreamAnswer : public ScriptedPhone::Answer {
 public:
-    bool frame(const linkwire::Bytes& frame) override {
-        if (mHungUp) {
+    explicit StreamAnswer(int connection) : mConnection(connection) {}
+    bool frames(const std::vector<linkwire::Bytes>& frames) override {
+        if (mHungUp || mGone) {
             return false;
         }
-        linkwire::appendEnvelope(stream, OstLinkAppEnvelope::en_TYPE_COMMAND, frame);
-        return true;
+        std::vector<linkwire::EnvelopeHeader> headers;
+        headers.reserve(frames.size());
+        std::vector<iovec> parts;
+        parts.reserve(2 * frames.size());
+        for (const linkwire::Bytes& frame : frames) {
+            headers.push_back(
+                linkwire::envelopeHeader(OstLinkAppEnvelope::en_TYPE_COMMAND, frame.size()));
+            parts.push_back(iovec{headers.back().data(), headers.back().size()});
+            parts.push_back(iovec{const_cast<uint8_t*>(frame.data()), frame.size()});
+        }
+        mGone = !LinkSocket::sendAll(mConnection, parts.data(), parts.size());
+        return !mGone;
     }
     void hangUp() override { mHungUp = true; }
-    bool hungUp() const { return mHungUp; }
-
-    linkwire::Bytes stream;
+    bool ended() const { return mHungUp || mGone; }
 
 private:
+    const int mConnection;
     bool mHungUp = false;
+    bool mGone = false;
 };
 
 }  // namespace
@@ -313,10 +330,9 @@ void ScriptedPhone::talk(int connection) {
             if (message.type != OstLinkAppEnvelope::en_TYPE_COMMAND) {
                 continue;
             }
-            StreamAnswer answer;
+            StreamAnswer answer(connection);
             answerFrame(message.payload.data(), message.payload.size(), answer);
-            if (!LinkSocket::sendAll(connection, answer.stream.data(), answer.stream.size()) ||
-                answer.hungUp()) {
+            if (answer.ended()) {
                 return;
             }
         }

@@ -4,7 +4,7 @@
 // the phone is destroyed. On each link it first says its greeting (by default
 // an Android phone whose application is open), then hands every command frame
 // of the module to the script, whose answers go back at once: on loopback
-// frame by frame, on a socket all answers to one frame in one write. It keeps
+// frame by frame, on a socket all frames given at once in one write. It keeps
 // a journal of the links and of every frame it received. The envelope on a
 // socket is LinkWire's, written and read independently of the link's own
 // writer and reader. With no script and no greeting it says nothing, and a
@@ -42,12 +42,14 @@ class ScriptedPhone : public OstLinkAppPeer {
 public:
     using Bytes = linkwire::Bytes;
 
-    // Where a script's answers go: the link that delivered the frame.
+    // Where a script's answers go: the link that delivered the frame. The
+    // frames are sent before the call returns.
     class Answer {
     public:
         virtual ~Answer() {}
-        // One command frame of the phone; false when the link refused it.
-        virtual bool frame(const Bytes& frame) = 0;
+        // Command frames of the phone, in order; false when the link refused one.
+        virtual bool frames(const std::vector<Bytes>& frames) = 0;
+        bool frame(const Bytes& frame) { return frames({frame}); }
         // The phone hangs up after the frames given so far.
         virtual void hangUp() = 0;
     };
