@@ -314,7 +314,7 @@ TEST(HbUnitFrameTest, SendMsgSelf_CopiesTheBytesAtPostingTime) {
     handled.wait();
     worker.Stop();
     const std::vector<std::string> expected = {"msg 602 [1,2,3,]"};
-    EXPECT_EQ(expected, unit.log.entries());
+    EXPECT_EQ(expected, unit.journal());
 }
 
 TEST(HbUnitFrameTest, SendMsgSelf_EventKind_ReachesTheEventHandler) {
@@ -328,7 +328,7 @@ TEST(HbUnitFrameTest, SendMsgSelf_EventKind_ReachesTheEventHandler) {
     handled.wait();
     worker.Stop();
     const std::vector<std::string> expected = {"evt 1000"};
-    EXPECT_EQ(expected, unit.log.entries());
+    EXPECT_EQ(expected, unit.journal());
 }
 
 TEST(HbUnitFrameTest, SendMsgSelf_CapacityPlusOneBeforeTheWorkerStarts_LastReturnsBoxFull) {
@@ -353,7 +353,7 @@ TEST(HbUnitFrameTest, SendMsgSelf_CapacityPlusOneBeforeTheWorkerStarts_LastRetur
     worker.Stop();
     const std::vector<std::string> expected = {"msg 600 [0,]", "msg 601 [1,]", "msg 602 [2,]",
                                                "msg 603 [3,]"};
-    EXPECT_EQ(expected, unit.log.entries());
+    EXPECT_EQ(expected, unit.journal());
 }
 
 TEST(HbUnitFrameTest, SendMsgSelf_UnknownId_WorkerLogsNotFoundAndGoesOn) {
@@ -374,7 +374,7 @@ TEST(HbUnitFrameTest, SendMsgSelf_UnknownId_WorkerLogsNotFoundAndGoesOn) {
     EXPECT_EQ(140, records[0].line);
     EXPECT_EQ("not found. msg id[650]\n", records[0].text);
     const std::vector<std::string> expected = {"msg 601 []"};
-    EXPECT_EQ(expected, unit.log.entries());
+    EXPECT_EQ(expected, unit.journal());
 }
 
 TEST(HbUnitFrameTest, Messages_HandledInArrivalOrderOneAtATime) {
@@ -419,7 +419,7 @@ TEST(HbUnitFrameTest, Messages_HandledInArrivalOrderOneAtATime) {
 
     std::vector<std::string> seenA;
     std::vector<std::string> seenB;
-    const std::vector<std::string> journal = unit.log.entries();
+    const std::vector<std::string> journal = unit.journal();
     ASSERT_EQ(101u, journal.size());
     EXPECT_EQ("evt 1000", journal.back());
     for (const std::string& entry : journal) {
@@ -458,7 +458,7 @@ TEST(HbUnitFrameTest, UnregistMsgBox_ClearsTheRegistrationAndDropsQueuedMessages
     ASSERT_TRUE(worker.Start("HbWorker"));
     witnessed.wait();
     worker.Stop();
-    EXPECT_TRUE(unit.log.entries().empty());
+    EXPECT_TRUE(unit.journal().empty());
 }
 
 TEST(HbUnitFrameTest, UnregistMsgBox_FromAnotherThreadWhileAHandlerRuns_WaitsForTheHandler) {
@@ -517,7 +517,7 @@ TEST(HbUnitFrameTest, UnregistMsgBox_FromInsideItsOwnHandler_ReturnsWithoutWaiti
     worker.Stop();
     EXPECT_EQ(en_ERROR_NONE, result.load());
     EXPECT_EQ(en_ERROR_NO_MSGBOX, postAfter.load());
-    EXPECT_EQ(1u, unit.log.entries().size());
+    EXPECT_EQ(1u, unit.journal().size());
 }
 
 TEST(HbUnitFrameTest, Handler_RunsOnTheThreadNamedHbWorker) {
