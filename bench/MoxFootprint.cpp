@@ -24,12 +24,11 @@
 #include <vector>
 
 #include "BareAnswers.h"
-#include "BareLoopbackPhone.h"
-#include "BareSocketPhone.h"
 #include "FacadeLookup.h"
 #include "HbFramework/HbSingletonFinalizer.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "ProcessStats.h"
+#include "ScriptedPhone.h"
 #include "moxdb/CatalogueBuilder.h"
 #include "moxdb/TocText.h"
 
@@ -103,11 +102,16 @@ int main(int argc, char** argv) {
         std::perror("MoxFootprint: mkdtemp");
         return 1;
     }
-    BareLoopbackPhone loopbackPhone(answers);
-    std::unique_ptr<BareSocketPhone> socketPhone;
+    const ScriptedPhone::Script script = [&answers](const uint8_t* frame, size_t size,
+                                                    ScriptedPhone::Answer& answer) {
+        answers.play(frame, size, answer);
+    };
+    ScriptedPhone loopbackPhone(script, linkwire::greeting("Bench"));
+    std::unique_ptr<ScriptedPhone> socketPhone;
     std::string endpoint = "loopback";
     if (link == "unix") {
-        socketPhone.reset(new BareSocketPhone(answers, std::string(directory) + "/phone.sock"));
+        socketPhone.reset(new ScriptedPhone(script, linkwire::greeting("Bench")));
+        socketPhone->listenUnix(std::string(directory) + "/phone.sock");
         endpoint = socketPhone->endpoint();
     }
     OstLinkAppHost::setLoopbackPeer(&loopbackPhone);

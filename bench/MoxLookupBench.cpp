@@ -32,9 +32,9 @@
 //
 // Links: "unix" is a Unix stream socket to a phone thread in this process;
 // "in-process" is the link's loopback endpoint, whose phone answers from
-// inside the call that sends to it. The phone (bench/support/BareSocketPhone,
-// BareLoopbackPhone) answers from frames built in advance, the same for the
-// module and the floor.
+// inside the call that sends to it. The phone (tests/support/ScriptedPhone
+// playing bench/support/BareAnswers) answers from frames built in advance,
+// the same for the module and the floor.
 //
 // Wall time (the lookups wait on other threads) and the CPU time of the whole
 // process. For medians and ratios run with repetitions, for example:
@@ -45,6 +45,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -60,17 +61,17 @@
 #include "BareAnswers.h"
 #include "BareLookupClient.h"
 #include "BareLoopbackClient.h"
-#include "BareLoopbackPhone.h"
 #include "BareSocketClient.h"
-#include "BareSocketPhone.h"
 #include "FacadeLookup.h"
 #include "HandOffThread.h"
 #include "HbFramework/HbFileSys.h"
 #include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbSingletonFinalizer.h"
+#include "LinkWire.h"
 #include "MoxDbWriter.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "RatioReporter.h"
+#include "ScriptedPhone.h"
 
 namespace {
 
@@ -80,6 +81,8 @@ const size_t kLargeDatabase = 1024u * 1024u;  // the largest answer the module s
 const int kLargeLookups = 4;                  // 4 x 1 MiB = 4 MiB
 const int kAlbums = 4;
 const int kTracks = 12;
+// What the phones say when the link comes up.
+const std::vector<linkwire::Message> kGreeting = linkwire::greeting("Bench");
 
 // What the benchmarks share; made in main() before any benchmark runs.
 struct Shared {
@@ -87,8 +90,9 @@ struct Shared {
     std::string socketDirectory;
     std::unique_ptr<BareAnswers> small;
     std::unique_ptr<BareAnswers> large;
-    std::unique_ptr<BareSocketPhone> socketPhone;
-    std::unique_ptr<BareLoopbackPhone> loopbackPhone;
+    std::atomic<const BareAnswers*> answers{nullptr};  // what the module's phones say
+    std::unique_ptr<ScriptedPhone> socketPhone;
+    std::unique_ptr<ScriptedPhone> loopbackPhone;
     std::unique_ptr<FacadeLookup> module;
 };
 Shared* shared = nullptr;
@@ -131,14 +135,14 @@ std::string floorFile() {
 
 // The frames a lookup sends, as both sides must send them.
 std::vector<moxdb::Bytes> expectedRequests() {
-    return {BareLookupClient::lookupFrame(shared->toc), BareLookupClient::getFrame()};
+    return {linkwire::lookupFrame(shared->toc), linkwire::kGetCdMetaInfo};
 }
 
 // After one lookup of the benchmark, outside the timed loop: same requests,
 // the whole database stored.
-bool checkExchange(benchmark::State& state, FrameLog& received, const std::string& storedPath,
+bool checkExchange(benchmark::State& state, ScriptedPhone& phone, const std::string& storedPath,
                    const BareAnswers& answers) {
-    if (received.take() != expectedRequests()) {
+    if (phone.takeReceived() != expectedRequests()) {
         state.SkipWithError("the phone did not receive the expected request frames");
         return false;
     }
@@ -152,8 +156,7 @@ bool checkExchange(benchmark::State& state, FrameLog& received, const std::strin
 // --- The module ------------------------------------------------------------------
 
 bool linkModule(benchmark::State& state, bool unix, const BareAnswers& answers) {
-    shared->socketPhone->use(answers);
-    shared->loopbackPhone->use(answers);
+    shared->answers.store(&answers);
     const std::string endpoint = unix ? shared->socketPhone->endpoint() : "loopback";
     if (!shared->module->linkTo(endpoint)) {
         state.SkipWithError("the link did not come up");
@@ -162,19 +165,19 @@ bool linkModule(benchmark::State& state, bool unix, const BareAnswers& answers) 
     return true;
 }
 
-FrameLog& modulePhoneLog(bool unix) {
-    return unix ? shared->socketPhone->received() : shared->loopbackPhone->received();
+ScriptedPhone& modulePhone(bool unix) {
+    return unix ? *shared->socketPhone : *shared->loopbackPhone;
 }
 
 void BM_ModuleLookup(benchmark::State& state, bool unix) {
     if (!linkModule(state, unix, *shared->small)) {
         return;
     }
-    modulePhoneLog(unix).take();
+    modulePhone(unix).takeReceived();
     std::list<HbSMoxDef::AlbumInfo> albums;
     if (!shared->module->lookup(shared->toc, &albums) || albums.size() != kAlbums) {
         state.SkipWithError("the lookup did not find every album");
-    } else if (checkExchange(state, modulePhoneLog(unix), HbFileSysHost::getResultFilePath(),
+    } else if (checkExchange(state, modulePhone(unix), HbFileSysHost::getResultFilePath(),
                              *shared->small)) {
         for (auto _ : state) {
             if (!shared->module->lookup(shared->toc, &albums)) {
@@ -190,10 +193,10 @@ void BM_ModuleReception(benchmark::State& state, bool unix) {
     if (!linkModule(state, unix, *shared->large)) {
         return;
     }
-    modulePhoneLog(unix).take();
+    modulePhone(unix).takeReceived();
     if (shared->module->receive(shared->toc) != 0) {
         state.SkipWithError("the 1 MiB answer was not received");
-    } else if (checkExchange(state, modulePhoneLog(unix), HbFileSysHost::getResultFilePath(),
+    } else if (checkExchange(state, modulePhone(unix), HbFileSysHost::getResultFilePath(),
                              *shared->large)) {
         for (auto _ : state) {
             for (int i = 0; i < kLargeLookups; ++i) {
@@ -282,11 +285,16 @@ struct BareRun {
 // (same class, same answers as the module's).
 void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers,
                   const BareRun& run) {
-    BareSocketPhone socketPhone(answers, shared->socketDirectory + "/floor.sock");
-    BareLoopbackPhone loopbackPhone(answers);
+    const ScriptedPhone::Script script = [&answers](const uint8_t* frame, size_t size,
+                                                    ScriptedPhone::Answer& answer) {
+        answers.play(frame, size, answer);
+    };
+    ScriptedPhone socketPhone(script, kGreeting);
+    socketPhone.listenUnix(shared->socketDirectory + "/floor.sock");
+    ScriptedPhone loopbackPhone(script, kGreeting);
     BareSocketClient socketClient{ChunkFile(floorFile())};
     BareLoopbackClient loopbackClient(loopbackPhone, ChunkFile(floorFile()));
-    FrameLog& received = unix ? socketPhone.received() : loopbackPhone.received();
+    ScriptedPhone& received = unix ? socketPhone : loopbackPhone;
     const std::function<bool()> bareLookup = [&]() {
         return unix ? socketClient.lookup(shared->toc) : loopbackClient.lookup(shared->toc);
     };
@@ -300,7 +308,7 @@ void bareExchange(benchmark::State& state, bool unix, const BareAnswers& answers
     };
     const bool connected =
         unix ? socketClient.connect(socketPhone.path()) : loopbackClient.connect();
-    received.take();
+    received.takeReceived();
     if (!connected || !lookup()) {
         state.SkipWithError("the bare exchange failed");
         return;
@@ -467,9 +475,14 @@ int main(int argc, char** argv) {
     }
     state.socketDirectory = directory;
     HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true);
-    state.socketPhone.reset(
-        new BareSocketPhone(*state.small, state.socketDirectory + "/phone.sock"));
-    state.loopbackPhone.reset(new BareLoopbackPhone(*state.small));
+    state.answers.store(state.small.get());
+    const ScriptedPhone::Script script = [](const uint8_t* frame, size_t size,
+                                            ScriptedPhone::Answer& answer) {
+        shared->answers.load()->play(frame, size, answer);
+    };
+    state.socketPhone.reset(new ScriptedPhone(script, kGreeting));
+    state.socketPhone->listenUnix(state.socketDirectory + "/phone.sock");
+    state.loopbackPhone.reset(new ScriptedPhone(script, kGreeting));
     OstLinkAppHost::setLoopbackPeer(state.loopbackPhone.get());
     state.module.reset(new FacadeLookup());
 

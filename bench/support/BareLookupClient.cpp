@@ -1,14 +1,8 @@
 #include "BareLookupClient.h"
 
-namespace {
+#include "LinkWire.h"
 
-// The lookup request: command ID, lookup kind, a zero byte, the two lookup
-// parameters, then the request document and a terminating zero byte.
-const char* const kDocumentHead =
-    "<DbUpdateRequest>\n\t<DatabaseInfo>\n\t\t<DatabaseKind>73QRVB</DatabaseKind>\n"
-    "\t</DatabaseInfo>\n\t<TOCRequest>\n\t\t<TOC>";
-const char* const kDocumentTail = "</TOC>\n\t</TOCRequest>\n</DbUpdateRequest>";
-const uint32_t kGetParameter = 1000;
+namespace {
 
 uint32_t u16At(const uint8_t* bytes) {
     return (static_cast<uint32_t>(bytes[0]) << 8) | bytes[1];
@@ -20,36 +14,8 @@ uint32_t u32At(const uint8_t* bytes) {
 
 }  // namespace
 
-BareAnswers::Bytes BareLookupClient::connectFrame() {
-    BareAnswers::Bytes frame;
-    moxdb::appendU16Be(frame, BareAnswers::kConnect);
-    frame.push_back(0x01);
-    return frame;
-}
-
-BareAnswers::Bytes BareLookupClient::lookupFrame(const std::string& toc) {
-    BareAnswers::Bytes frame;
-    moxdb::appendU16Be(frame, BareAnswers::kLookup);
-    frame.push_back(0);  // lookup kind
-    frame.push_back(0);
-    moxdb::appendU16Be(frame, 0);  // lookup parameters
-    moxdb::appendU16Be(frame, 0);
-    const std::string document = kDocumentHead + toc + kDocumentTail;
-    frame.insert(frame.end(), document.begin(), document.end());
-    frame.push_back(0);
-    return frame;
-}
-
-BareAnswers::Bytes BareLookupClient::getFrame() {
-    BareAnswers::Bytes frame;
-    moxdb::appendU16Be(frame, BareAnswers::kGetCdMetaInfo);
-    moxdb::appendU32Be(frame, kGetParameter);
-    return frame;
-}
-
 bool BareLookupClient::connect() {
-    const BareAnswers::Bytes frame = connectFrame();
-    return mSend(frame.data(), frame.size());
+    return mSend(linkwire::kConnect.data(), linkwire::kConnect.size());
 }
 
 bool BareLookupClient::begin(const std::string& toc) {
@@ -57,7 +23,7 @@ bool BareLookupClient::begin(const std::string& toc) {
     if (!mFile.clear()) {
         return false;
     }
-    const BareAnswers::Bytes frame = lookupFrame(toc);
+    const BareAnswers::Bytes frame = linkwire::lookupFrame(toc);
     return mSend(frame.data(), frame.size());
 }
 
@@ -69,16 +35,16 @@ BareLookupClient::Progress BareLookupClient::onFrame(const uint8_t* frame, size_
         return FAILED;  // the phone's failure status
     }
     switch (u16At(frame)) {
-        case BareAnswers::kConnectAnswer:
+        case linkwire::kConnectAnswerId:
             return COMPLETE;
-        case BareAnswers::kNotice: {
-            if (size < BareAnswers::kNoticeSize) {
+        case linkwire::kNoticeId: {
+            if (size < linkwire::kNoticeSize) {
                 return FAILED;
             }
-            const BareAnswers::Bytes get = getFrame();
+            const BareAnswers::Bytes& get = linkwire::kGetCdMetaInfo;
             return mSend(get.data(), get.size()) ? WAITING : FAILED;
         }
-        case BareAnswers::kChunk:
+        case linkwire::kChunkId:
             return onChunk(frame, size);
         default:
             return WAITING;
@@ -86,16 +52,16 @@ BareLookupClient::Progress BareLookupClient::onFrame(const uint8_t* frame, size_
 }
 
 BareLookupClient::Progress BareLookupClient::onChunk(const uint8_t* frame, size_t size) {
-    if (size < BareAnswers::kChunkPayloadOffset) {
+    if (size < linkwire::kChunkPayloadOffset) {
         return FAILED;
     }
     const uint32_t index = u16At(frame + 4);
     const uint32_t count = u16At(frame + 6);
     const uint32_t length = u32At(frame + 8);
-    if (index != mExpectedIndex || length != size - BareAnswers::kChunkPayloadOffset) {
+    if (index != mExpectedIndex || length != size - linkwire::kChunkPayloadOffset) {
         return FAILED;
     }
-    if (!mFile.append(frame + BareAnswers::kChunkPayloadOffset, length)) {
+    if (!mFile.append(frame + linkwire::kChunkPayloadOffset, length)) {
         return FAILED;
     }
     ++mExpectedIndex;

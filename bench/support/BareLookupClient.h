@@ -27,11 +27,6 @@ public:
 
     BareLookupClient(Send send, ChunkFile file) : mSend(std::move(send)), mFile(std::move(file)) {}
 
-    // The request frames, byte for byte as the module sends them.
-    static BareAnswers::Bytes connectFrame();
-    static BareAnswers::Bytes lookupFrame(const std::string& toc);
-    static BareAnswers::Bytes getFrame();
-
     // Sends the connect request.
     bool connect();
     // Empties the file and sends the lookup request for `toc`.

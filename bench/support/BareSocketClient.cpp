@@ -1,13 +1,11 @@
 #include "BareSocketClient.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
-#include "BareSocketPhone.h"
+#include "LinkSocket.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
 
 namespace {
@@ -28,16 +26,8 @@ BareSocketClient::~BareSocketClient() {
 }
 
 bool BareSocketClient::connect(const std::string& socketPath) {
-    sockaddr_un address;
-    std::memset(&address, 0, sizeof(address));
-    address.sun_family = AF_UNIX;
-    if (socketPath.size() >= sizeof(address.sun_path)) {
-        return false;
-    }
-    std::memcpy(address.sun_path, socketPath.c_str(), socketPath.size() + 1);
-    mSocket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (mSocket < 0 ||
-        ::connect(mSocket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+    mSocket = LinkSocket::connectUnix(socketPath);
+    if (mSocket < 0) {
         return false;
     }
     // The greeting (device info, device status) is read on the way to the
@@ -51,7 +41,7 @@ bool BareSocketClient::lookup(const std::string& toc) {
 
 bool BareSocketClient::send(const uint8_t* frame, size_t size) {
     mEnvelope = OstLinkAppEnvelope::encode(OstLinkAppEnvelope::en_TYPE_COMMAND, frame, size);
-    return BareSocketPhone::sendAll(mSocket, mEnvelope.data(), mEnvelope.size());
+    return LinkSocket::sendAll(mSocket, mEnvelope.data(), mEnvelope.size());
 }
 
 bool BareSocketClient::runUntilDone() {

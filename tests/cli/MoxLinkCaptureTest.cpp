@@ -23,6 +23,7 @@
 
 #include "ChildProgram.h"
 #include "CliRun.h"
+#include "LinkWire.h"
 #include "PhoneProcess.h"
 #include "TestDir.h"
 #include "moxcapture/CaptureReader.h"
@@ -39,9 +40,7 @@ const std::string kDisc1 = "0000960046E6008D3600D386";
 const std::string kExpertPrefix = "moxlink.expert.";
 
 std::string requestXml(const std::string& toc) {
-    return "<DbUpdateRequest>\n\t<DatabaseInfo>\n\t\t<DatabaseKind>73QRVB</DatabaseKind>\n\t"
-           "</DatabaseInfo>\n\t<TOCRequest>\n\t\t<TOC>" +
-           toc + "</TOC>\n\t</TOCRequest>\n</DbUpdateRequest>";
+    return linkwire::kXmlHead + toc + linkwire::kXmlTail;
 }
 
 // Every value of `key` anywhere below `node`, arrays flattened.

@@ -35,6 +35,7 @@
 #include "FaultStates.h"
 #include "HbFramework/HbFileSysHost.h"
 #include "JsonSchemaCheck.h"
+#include "LinkWire.h"
 #include "MeasuredRun.h"
 #include "PhoneProcess.h"
 #include "RawPhone.h"
@@ -885,17 +886,6 @@ TEST_F(MoxLookupAttackTest, GroupWritableDirectoryOfTheVictim_Refused) {
 // connects to, and measures the lookup's time and memory.
 
 // A frame from the phone: command ID and status, chunk index and count 0.
-RawPhone::Bytes phoneFrame(uint16_t command, uint16_t status) {
-    return {static_cast<unsigned char>(command >> 8),
-            static_cast<unsigned char>(command),
-            static_cast<unsigned char>(status >> 8),
-            static_cast<unsigned char>(status),
-            0,
-            0,
-            0,
-            0};
-}
-
 class MoxLookupRawPhoneTest : public MoxLookupTest {
 protected:
     // Starts `mox lookup --json` against the test's phone; `extra` follows.
@@ -913,7 +903,7 @@ protected:
     void link() {
         ASSERT_TRUE(phone.acceptAndOpen("raw"));
         ASSERT_EQ(phone.readFrame().at(1), 0x01);  // connect
-        ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+        ASSERT_TRUE(phone.sendCommand(linkwire::answer(0x8001, 0)));
     }
 
     // Opens the application and sends `frames` frames of an unknown command,
@@ -926,12 +916,12 @@ protected:
         const size_t kBurst = 1000;
         ASSERT_TRUE(phone.acceptAndOpen("raw"));
         ASSERT_EQ(phone.readFrame().at(1), 0x01);  // connect
-        const RawPhone::Bytes one = RawPhone::envelope(3, phoneFrame(0x7777, 0));
+        const RawPhone::Bytes one = linkwire::command(linkwire::answer(0x7777, 0));
         RawPhone::Bytes burst;
         for (size_t i = 0; i < kBurst; ++i) {
             burst.insert(burst.end(), one.begin(), one.end());
         }
-        const RawPhone::Bytes open = RawPhone::envelope(2, {2});
+        const RawPhone::Bytes open = linkwire::envelope(linkwire::deviceStatus(2));
         burst.insert(burst.end(), open.begin(), open.end());
         for (size_t sent = 0; sent < frames; sent += kBurst) {
             ASSERT_TRUE(phone.send(burst)) << sent;
@@ -954,9 +944,9 @@ TEST_F(MoxLookupRawPhoneTest, FloodOfUnknownFrames_LogKeepsTheFirst1000AndCounts
     timerScale = "1";
     std::unique_ptr<MeasuredRun> run = start();
     flood(kFlood);
-    ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+    ASSERT_TRUE(phone.sendCommand(linkwire::answer(0x8001, 0)));
     ASSERT_EQ(phone.readFrame().at(1), 0x10);  // the lookup
-    ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8010, 404)));
+    ASSERT_TRUE(phone.sendCommand(linkwire::answer(0x8010, 404)));
     const MeasuredRun::Result result = run->finish(60);
     std::printf("flood of %zu frames: %.2f s, peak resident %ld KiB\n", kFlood, result.seconds,
                 result.peakResidentKiB);
@@ -984,11 +974,11 @@ TEST_F(MoxLookupRawPhoneTest, EndlessStateChanges_JsonKeepsTheFirst1000States) {
     RawPhone::Bytes answers;
     for (int i = 0; i < 1200; ++i) {
         for (const uint16_t command : {0x8001, 0x8010}) {
-            const RawPhone::Bytes one = RawPhone::envelope(3, phoneFrame(command, 0));
+            const RawPhone::Bytes one = linkwire::command(linkwire::answer(command, 0));
             answers.insert(answers.end(), one.begin(), one.end());
         }
     }
-    const RawPhone::Bytes last = RawPhone::envelope(3, phoneFrame(0x8010, 404));
+    const RawPhone::Bytes last = linkwire::command(linkwire::answer(0x8010, 404));
     answers.insert(answers.end(), last.begin(), last.end());
     ASSERT_TRUE(phone.send(answers));
     const MeasuredRun::Result result = run->finish(60);
@@ -1013,7 +1003,7 @@ TEST_F(MoxLookupRawPhoneTest, RefusalAfterTheLogIsFull_IsStillTheReason) {
         new MeasuredRun(kMox, {"lookup", "--toc", kDisc1, "--phone", phone.endpoint(), "--json"},
                         dir, {"HB_TIMER_SCALE=1", "MOX_RESULT_DIR=" + given}));
     flood(2000);
-    ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+    ASSERT_TRUE(phone.sendCommand(linkwire::answer(0x8001, 0)));
     const MeasuredRun::Result result = run->finish(30);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err, "mox lookup: cannot store the answer: result file " + given +
@@ -1050,16 +1040,16 @@ protected:
     void playUntilLost() {
         const LinkPoint point = std::get<0>(GetParam());
         const bool hangUp = std::get<1>(GetParam()) == LossWay::HANG_UP;
-        const RawPhone::Bytes closed = RawPhone::envelope(2, {3});
+        const RawPhone::Bytes closed = linkwire::envelope(linkwire::deviceStatus(3));
         ASSERT_TRUE(phone.acceptAndOpen("raw"));
         ASSERT_EQ(phone.readFrame().at(1), 0x01);  // connect
         RawPhone::Bytes last;
         if (point == LinkPoint::BEFORE_SEARCH) {
             // The answer and the loss in one write: the link comes up and
             // goes before the lookup can ask for the search.
-            last = RawPhone::envelope(3, phoneFrame(0x8001, 0));
+            last = linkwire::command(linkwire::answer(0x8001, 0));
         } else if (point == LinkPoint::DURING_SEARCH) {
-            ASSERT_TRUE(phone.sendCommand(phoneFrame(0x8001, 0)));
+            ASSERT_TRUE(phone.sendCommand(linkwire::answer(0x8001, 0)));
             ASSERT_EQ(phone.readFrame().at(1), 0x10);  // the lookup
         }
         if (!hangUp) {

@@ -9,6 +9,7 @@
 
 #include "ByteText.h"
 #include "CallLog.h"
+#include "LinkWire.h"
 #include "OstLinkApp/OstLinkAppLinkAppComm.h"
 #include "OstLinkApp/OstLinkAppProtocol.h"
 #include "ThreadName.h"
@@ -25,11 +26,11 @@ public:
     }
     void sendCmdConnect() override {
         mLog->add("connect");
-        send({0x00, 0x01, 0x01});
+        send(linkwire::kConnect);
     }
     void sendCmdDisconnect() override {
         mLog->add("disconnect");
-        send({0x00, 0x02});
+        send(linkwire::kDisconnect);
     }
     void sendCmdNotifyRunningState(unsigned int) override {}
     bool isLogvCmd(unsigned char*, unsigned int) override { return false; }

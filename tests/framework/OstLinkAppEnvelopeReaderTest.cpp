@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ByteText.h"
+#include "LinkWire.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
 #include "OstLinkApp/OstLinkAppEnvelopeReader.h"
 
@@ -22,9 +23,7 @@ public:
     std::vector<std::string> messages;
 };
 
-Bytes envelope(uint8 type, const Bytes& payload) {
-    return OstLinkAppEnvelope::encode(type, payload.data(), payload.size());
-}
+using linkwire::envelope;
 
 Bytes concat(const std::vector<Bytes>& parts) {
     Bytes all;

@@ -2,8 +2,8 @@
 
 #include <cstdlib>
 
-#include "LinkTestPeer.h"
 #include "OstLinkApp/OstLinkAppHost.h"
+#include "ScriptedPhone.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ TEST_F(OstLinkAppHostTest, AllowRemote_IsOffUntilSet) {
 
 TEST_F(OstLinkAppHostTest, LoopbackPeer_IsNullUntilSetAndNullRemovesIt) {
     EXPECT_EQ(nullptr, OstLinkAppHost::getLoopbackPeer());
-    LinkTestPeer peer;
+    ScriptedPhone peer;
     OstLinkAppHost::setLoopbackPeer(&peer);
     EXPECT_EQ(&peer, OstLinkAppHost::getLoopbackPeer());
     OstLinkAppHost::setLoopbackPeer(nullptr);

@@ -8,12 +8,12 @@
 
 #include "DbgCapture.h"
 #include "HbFramework/HbSingletonFinalizer.h"
-#include "LinkTestPeer.h"
-#include "LinkTestServer.h"
 #include "LinkTestUnit.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "OstLinkApp/OstLinkAppLinkAppComm.h"
+#include "RawPhone.h"
+#include "ScriptedPhone.h"
 #include "TestDir.h"
 #include "TestEvent.h"
 
@@ -66,17 +66,14 @@ protected:
 
     // Opens the loopback link; the phone reports Android "Pixel", app open.
     void openLinkWithAppOpen() {
-        peer.onOpenAction = [](OstLinkAppPeerLink& link) {
-            link.pushDeviceInfo(1, "Pixel");
-            link.pushDeviceStatus(2);
-        };
+        peer.setGreeting(linkwire::greeting("Pixel"));
         unit.requestDeviceConnect();
         ASSERT_TRUE(unit.log.waitFor("handled 601 [02]"));
-        ASSERT_TRUE(peer.log.waitForCount(2));
+        ASSERT_TRUE(peer.waitForJournal(2));
     }
 
     DbgCapture capture;
-    LinkTestPeer peer;
+    ScriptedPhone peer;
     LinkTestUnit unit;
 };
 
@@ -164,7 +161,7 @@ TEST_F(OstLinkAppLinkAppCommTest, RequestDeviceConnect_PhoneOpensTheApp_ConnectF
     openLinkWithAppOpen();
     EXPECT_TRUE(unit.isTransportOpen());
     EXPECT_EQ(concat({{"handled 600 [01 50 69 78 65 6c]"}, kAppOpen}), unit.log.entries());
-    EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker"}), peer.journal());
     EXPECT_EQ(1, unit.state.getOsType());
     EXPECT_EQ("Pixel", unit.getDeviceName());
     EXPECT_TRUE(allTexts().empty());
@@ -175,8 +172,8 @@ TEST_F(OstLinkAppLinkAppCommTest, PhoneFrames_ReachTheProtocolOnTheWorkerInOrder
     std::thread phone([this] {
         const uint8 connected[] = {0x80, 0x01, 0, 0, 0, 0, 0, 0};
         const uint8 notice[] = {0x80, 0x11, 0, 0, 0, 0, 0, 0, 0, 0, 0x10, 0};
-        EXPECT_TRUE(peer.link.load()->pushCommand(connected, sizeof(connected)));
-        EXPECT_TRUE(peer.link.load()->pushCommand(notice, sizeof(notice)));
+        EXPECT_TRUE(peer.link()->pushCommand(connected, sizeof(connected)));
+        EXPECT_TRUE(peer.link()->pushCommand(notice, sizeof(notice)));
     });
     phone.join();
     ASSERT_TRUE(unit.log.waitFor("handled 602 [80 11 00 00 00 00 00 00 00 00 10 00]"));
@@ -192,7 +189,7 @@ TEST_F(OstLinkAppLinkAppCommTest, PhoneFrames_ReachTheProtocolOnTheWorkerInOrder
 TEST_F(OstLinkAppLinkAppCommTest, RequestDeviceConnect_WhenOpen_OpensNothingMore) {
     unit.requestDeviceConnect();
     unit.requestDeviceConnect();
-    EXPECT_EQ(Texts{"open"}, peer.log.entries());
+    EXPECT_EQ(Texts{"open"}, peer.journal());
     EXPECT_TRUE(unit.isTransportOpen());
 }
 
@@ -204,28 +201,28 @@ TEST_F(OstLinkAppLinkAppCommTest, SendCommand_ReachesThePeerByteForByteOnTheSend
         unit.LinkAppCommIFSendCommand(frame, sizeof(frame));
     });
     sender.join();
-    EXPECT_EQ((Texts{"open", "command [00 12 00 00 03 e8] @Sender"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "command [00 12 00 00 03 e8] @Sender"}), peer.journal());
 }
 
 TEST_F(OstLinkAppLinkAppCommTest, SendCommand_WithoutALink_IsLoggedAndDropped) {
     uint8 frame[] = {0x0F, 0xFF};
     unit.LinkAppCommIFSendCommand(frame, sizeof(frame));
     EXPECT_EQ(Texts{"link not open, frame of 2 bytes dropped\n"}, commErrors());
-    EXPECT_TRUE(peer.log.entries().empty());
+    EXPECT_TRUE(peer.journal().empty());
 }
 
 TEST_F(OstLinkAppLinkAppCommTest, SendCommand_NullFrame_IsLoggedAndDropped) {
     unit.requestDeviceConnect();
     unit.LinkAppCommIFSendCommand(nullptr, 4);
     EXPECT_EQ(Texts{"null frame of 4 bytes, dropped\n"}, commErrors());
-    EXPECT_EQ(Texts{"open"}, peer.log.entries());
+    EXPECT_EQ(Texts{"open"}, peer.journal());
 }
 
 TEST_F(OstLinkAppLinkAppCommTest, RequestDeviceDisconnect_OpenLink_ClosesThenPostsDeviceGone) {
     openLinkWithAppOpen();
     unit.requestDeviceDisconnect();
     EXPECT_EQ("601 [00] @TestMain", unit.posts.entries().back());
-    EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker", "close"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker", "close"}), peer.journal());
     EXPECT_FALSE(unit.isTransportOpen());
     ASSERT_TRUE(unit.log.waitFor("handled 601 [00]"));
     const Texts entries = unit.log.entries();
@@ -244,7 +241,7 @@ TEST_F(OstLinkAppLinkAppCommTest, RequestDeviceDisconnect_WithoutALink_PostsNoth
 
 TEST_F(OstLinkAppLinkAppCommTest, PhoneHangsUp_LogsAndTheUserSeesTheDeviceGone) {
     openLinkWithAppOpen();
-    peer.link.load()->hangUp();
+    peer.link()->hangUp();
     ASSERT_TRUE(unit.log.waitFor("handled 601 [00]"));
     const Texts entries = unit.log.entries();
     EXPECT_EQ(kDeviceGone, Texts(entries.end() - 5, entries.end()));
@@ -255,23 +252,23 @@ TEST_F(OstLinkAppLinkAppCommTest, PhoneHangsUp_LogsAndTheUserSeesTheDeviceGone) 
 TEST_F(OstLinkAppLinkAppCommTest, PhoneSendsABadEnvelope_LogsAndTheUserSeesTheDeviceGone) {
     openLinkWithAppOpen();
     const uint8 bad[] = {0, 0, 0, 0};
-    peer.link.load()->pushBytes(bad, sizeof(bad));
+    peer.link()->pushBytes(bad, sizeof(bad));
     ASSERT_TRUE(unit.log.waitFor("handled 601 [00]"));
     const Texts entries = unit.log.entries();
     EXPECT_EQ(kDeviceGone, Texts(entries.end() - 5, entries.end()));
     EXPECT_EQ(Texts{"protocol error on loopback: envelope length 0, closing the link\n"},
               allTexts());
-    EXPECT_EQ("close", peer.log.entries().back());
+    EXPECT_EQ("close", peer.journal().back());
 }
 
 TEST_F(OstLinkAppLinkAppCommTest, LinkEnded_RequestDeviceConnect_OpensANewLink) {
     openLinkWithAppOpen();
-    peer.link.load()->hangUp();
+    peer.link()->hangUp();
     ASSERT_TRUE(unit.log.waitFor("handled 601 [00]"));
-    peer.onOpenAction = nullptr;
+    peer.setGreeting({});
     unit.requestDeviceConnect();
     EXPECT_TRUE(unit.isTransportOpen());
-    EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker", "close", "open"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker", "close", "open"}), peer.journal());
 }
 
 TEST_F(OstLinkAppLinkAppCommTest, Open_NoLoopbackPeer_LogsAndTheUserSeesTheDeviceGone) {
@@ -319,7 +316,7 @@ TEST_F(OstLinkAppLinkAppCommTest, Open_MissingUnixSocket_ReportedOnceFromTheRead
     EXPECT_EQ(Texts{"cannot connect to unix:" + path + ": No such file or directory\n"},
               allTexts());
     EXPECT_FALSE(unit.isTransportOpen());
-    LinkTestServer server;
+    RawPhone server;
     ASSERT_TRUE(server.listenUnix(path));
     EXPECT_FALSE(server.hasPendingConnection());
 }
@@ -328,18 +325,18 @@ TEST_F(OstLinkAppLinkAppCommTest, Terminate_ClosesTheLinkPostsNothingAndRefusesL
     openLinkWithAppOpen();
     const size_t postsBefore = unit.posts.entries().size();
     unit.Terminate();
-    EXPECT_EQ("close", peer.log.entries().back());
+    EXPECT_EQ("close", peer.journal().back());
     EXPECT_FALSE(unit.isTransportOpen());
     unit.Terminate();
     unit.requestDeviceConnect();
     EXPECT_EQ(postsBefore, unit.posts.entries().size());
     EXPECT_EQ(Texts{"link terminated, open refused\n"}, commErrors());
-    EXPECT_EQ(3u, peer.log.entries().size());
+    EXPECT_EQ(3u, peer.journal().size());
 }
 
 TEST_F(OstLinkAppLinkAppCommTest, Terminate_WhilePhonePushesFromAnotherThread_NothingAfterIt) {
     unit.requestDeviceConnect();
-    OstLinkAppPeerLink* link = peer.link.load();
+    OstLinkAppPeerLink* link = peer.link();
     std::atomic<int> accepted{0};
     std::thread phone([link, &accepted] {
         for (int i = 0; i < 3000; ++i) {
@@ -359,7 +356,7 @@ TEST_F(OstLinkAppLinkAppCommTest, Terminate_WhilePhonePushesFromAnotherThread_No
 
 TEST_F(OstLinkAppLinkAppCommTest, Terminate_UnixLinkWithPhoneSendingFast_JoinsAndPostsNothingMore) {
     TestDir dir("comm-terminate");
-    LinkTestServer server;
+    RawPhone server;
     ASSERT_TRUE(server.listenUnix(dir.file("phone.sock")));
     OstLinkAppHost::setEndpoint(server.endpoint());
     unit.requestDeviceConnect();
@@ -371,7 +368,7 @@ TEST_F(OstLinkAppLinkAppCommTest, Terminate_UnixLinkWithPhoneSendingFast_JoinsAn
         for (int i = 0; i < 500; ++i) {
             burst.insert(burst.end(), status.begin(), status.end());
         }
-        while (server.sendBytes(burst)) {
+        while (server.send(burst)) {
         }
     });
     ASSERT_TRUE(unit.posts.waitForCount(20));
@@ -403,7 +400,7 @@ TEST_F(OstLinkAppLinkAppCommTest, PhoneFasterThanTheWorker_TheBoxBoundsTheBacklo
         }
     };
     unit.requestDeviceConnect();
-    OstLinkAppPeerLink* link = peer.link.load();
+    OstLinkAppPeerLink* link = peer.link();
     ASSERT_TRUE(link->pushDeviceStatus(3));
     entered.wait();
     for (int i = 0; i < 4010; ++i) {
@@ -423,12 +420,12 @@ TEST_F(OstLinkAppLinkAppCommTest, PhoneFasterThanTheWorker_TheBoxBoundsTheBacklo
 
 namespace {
 
-LinkTestPeer* gFinalizePeer = nullptr;
+ScriptedPhone* gFinalizePeer = nullptr;
 Texts gPeerAtDestroy;
 LinkTestUnit* gExitUnit = nullptr;
 
 void recordPeerAtDestroy() {
-    gPeerAtDestroy = gFinalizePeer->log.entries();
+    gPeerAtDestroy = gFinalizePeer->journal();
 }
 
 void destroyExitUnit() {
@@ -440,7 +437,7 @@ void destroyExitUnit() {
 }  // namespace
 
 TEST_F(OstLinkAppLinkAppCommTest, Finalize_TerminatesEveryChannelBeforeTheSingletonsGo) {
-    LinkTestPeer secondPeer;
+    ScriptedPhone secondPeer;
     unit.requestDeviceConnect();
     OstLinkAppHost::setLoopbackPeer(&secondPeer);
     LinkTestUnit second;
@@ -449,7 +446,7 @@ TEST_F(OstLinkAppLinkAppCommTest, Finalize_TerminatesEveryChannelBeforeTheSingle
     HbSingletonFinalizer::addDestroyFunc(&recordPeerAtDestroy);
     HbSingletonFinalizer::finalize();
     EXPECT_EQ((Texts{"open", "close"}), gPeerAtDestroy);
-    EXPECT_EQ((Texts{"open", "close"}), secondPeer.log.entries());
+    EXPECT_EQ((Texts{"open", "close"}), secondPeer.journal());
     EXPECT_FALSE(unit.isTransportOpen());
     EXPECT_FALSE(second.isTransportOpen());
     unit.requestDeviceConnect();
@@ -461,7 +458,7 @@ TEST(OstLinkAppLinkAppCommDeathTest, ProcessExit_WithoutFinalize_EndsTheLinkFirs
     EXPECT_EXIT(
         {
             TestDir dir("comm-exit");
-            LinkTestServer server;
+            RawPhone server;
             if (!server.listenUnix(dir.file("phone.sock"))) {
                 std::exit(3);
             }

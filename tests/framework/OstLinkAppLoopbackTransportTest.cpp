@@ -8,9 +8,9 @@
 #include "ByteText.h"
 #include "CallLog.h"
 #include "DbgCapture.h"
-#include "LinkTestPeer.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
 #include "OstLinkAppLoopbackTransport.h"
+#include "ScriptedPhone.h"
 #include "ThreadName.h"
 
 namespace {
@@ -44,7 +44,7 @@ protected:
 
     DbgCapture capture;
     CallLog posts;
-    LinkTestPeer peer;
+    ScriptedPhone peer;
     OstLinkAppLoopbackTransport transport;
 };
 
@@ -52,8 +52,8 @@ protected:
 
 TEST_F(OstLinkAppLoopbackTransportTest, Open_WithPeer_CallsOnOpenWithThisLinkAndIsOpen) {
     EXPECT_TRUE(transport.open());
-    EXPECT_EQ(Texts{"open"}, peer.log.entries());
-    EXPECT_EQ(static_cast<OstLinkAppPeerLink*>(&transport), peer.link.load());
+    EXPECT_EQ(Texts{"open"}, peer.journal());
+    EXPECT_EQ(static_cast<OstLinkAppPeerLink*>(&transport), peer.link());
     EXPECT_TRUE(transport.isOpen());
     EXPECT_EQ("loopback", transport.getName());
     EXPECT_TRUE(posts.entries().empty());
@@ -99,7 +99,7 @@ TEST_F(OstLinkAppLoopbackTransportTest, PushBytes_BadEnvelope_LogsClosesAndRepor
     EXPECT_EQ((Texts{"601 [01] @TestMain", "601 [00] @TestMain"}), posts.entries());
     EXPECT_EQ(Texts{"protocol error on loopback: unknown envelope type 0x09, closing the link\n"},
               errorTexts(capture));
-    EXPECT_EQ((Texts{"open", "close"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "close"}), peer.journal());
     EXPECT_FALSE(transport.isOpen());
     EXPECT_FALSE(transport.pushDeviceStatus(2));
     EXPECT_EQ(2u, posts.entries().size());
@@ -120,14 +120,14 @@ TEST_F(OstLinkAppLoopbackTransportTest, PushBytes_EachEnvelopeError_IsLoggedWith
     for (const Case& c : cases) {
         DbgCapture local;
         CallLog localPosts;
-        LinkTestPeer localPeer;
+        ScriptedPhone localPeer;
         OstLinkAppLoopbackTransport link(&localPeer, recorder(localPosts));
         ASSERT_TRUE(link.open());
         link.pushBytes(c.bytes.data(), c.bytes.size());
         EXPECT_EQ(Texts{"protocol error on loopback: " + c.reason + ", closing the link\n"},
                   errorTexts(local));
         EXPECT_EQ(Texts{"601 [00] @TestMain"}, localPosts.entries());
-        EXPECT_EQ((Texts{"open", "close"}), localPeer.log.entries());
+        EXPECT_EQ((Texts{"open", "close"}), localPeer.journal());
     }
 }
 
@@ -156,7 +156,7 @@ TEST_F(OstLinkAppLoopbackTransportTest, HangUp_BetweenEnvelopes_LogsAndReportsTh
     transport.hangUp();
     EXPECT_EQ(Texts{"link closed by the phone on loopback\n"}, errorTexts(capture));
     EXPECT_EQ(Texts{"601 [00] @TestMain"}, posts.entries());
-    EXPECT_EQ((Texts{"open", "close"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "close"}), peer.journal());
     EXPECT_FALSE(transport.isOpen());
     transport.hangUp();
     EXPECT_EQ(1u, posts.entries().size());
@@ -180,7 +180,7 @@ TEST_F(OstLinkAppLoopbackTransportTest, PushDeviceStatusNoDevice_PostsItOnceAndE
     EXPECT_EQ(Texts{"601 [00] @TestMain"}, posts.entries());
     EXPECT_EQ(Texts{"the phone reported no device on loopback, closing the link\n"},
               errorTexts(capture));
-    EXPECT_EQ((Texts{"open", "close"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "close"}), peer.journal());
     EXPECT_FALSE(transport.isOpen());
     EXPECT_FALSE(transport.close());
 }
@@ -189,7 +189,7 @@ TEST_F(OstLinkAppLoopbackTransportTest, Close_OpenLink_TellsThePeerOncePostsNoth
     ASSERT_TRUE(transport.open());
     EXPECT_TRUE(transport.close());
     EXPECT_FALSE(transport.close());
-    EXPECT_EQ((Texts{"open", "close"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "close"}), peer.journal());
     EXPECT_TRUE(posts.entries().empty());
     EXPECT_FALSE(transport.pushDeviceStatus(2));
     EXPECT_FALSE(transport.pushBytes(nullptr, 0));
@@ -201,7 +201,7 @@ TEST_F(OstLinkAppLoopbackTransportTest, Close_AfterTheLinkEndedByItself_ReturnsF
     ASSERT_TRUE(transport.open());
     transport.hangUp();
     EXPECT_FALSE(transport.close());
-    EXPECT_EQ((Texts{"open", "close"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "close"}), peer.journal());
 }
 
 TEST_F(OstLinkAppLoopbackTransportTest, Send_CallsOnCommandOnTheSendingThread) {
@@ -212,7 +212,7 @@ TEST_F(OstLinkAppLoopbackTransportTest, Send_CallsOnCommandOnTheSendingThread) {
         EXPECT_TRUE(transport.send(frame, sizeof(frame)));
     });
     sender.join();
-    EXPECT_EQ((Texts{"open", "command [00 01 01] @Sender"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "command [00 01 01] @Sender"}), peer.journal());
 }
 
 TEST_F(OstLinkAppLoopbackTransportTest, Send_AfterClose_LogsAndDrops) {
@@ -221,7 +221,7 @@ TEST_F(OstLinkAppLoopbackTransportTest, Send_AfterClose_LogsAndDrops) {
     const uint8 frame[] = {0x00, 0x02};
     EXPECT_FALSE(transport.send(frame, sizeof(frame)));
     EXPECT_EQ(Texts{"link not open, frame of 2 bytes dropped\n"}, errorTexts(capture));
-    EXPECT_EQ((Texts{"open", "close"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "close"}), peer.journal());
 }
 
 TEST_F(OstLinkAppLoopbackTransportTest, Send_BeforeOpen_LogsAndDrops) {
@@ -236,30 +236,27 @@ TEST_F(OstLinkAppLoopbackTransportTest, Send_FrameOverTheLimit_LogsAndDrops) {
     EXPECT_FALSE(transport.send(frame.data(), static_cast<uint32>(frame.size())));
     EXPECT_EQ(Texts{"frame of 1048576 bytes over the envelope limit, dropped\n"},
               errorTexts(capture));
-    EXPECT_EQ(Texts{"open"}, peer.log.entries());
+    EXPECT_EQ(Texts{"open"}, peer.journal());
 }
 
 TEST_F(OstLinkAppLoopbackTransportTest, PeerPushesInsideOnOpen_AreDelivered) {
-    peer.onOpenAction = [](OstLinkAppPeerLink& link) {
-        EXPECT_TRUE(link.pushDeviceInfo(0, "i"));
-        EXPECT_TRUE(link.pushDeviceStatus(2));
-    };
+    peer.setGreeting({linkwire::deviceInfo(0, "i"), linkwire::deviceStatus(2)});
     ASSERT_TRUE(transport.open());
+    EXPECT_EQ(0, peer.refusedGreetings());
     EXPECT_EQ((Texts{"600 [00 69] @TestMain", "601 [02] @TestMain"}), posts.entries());
 }
 
 TEST_F(OstLinkAppLoopbackTransportTest, PeerPushesAndHangsUpInsideOnCommand_WithoutDeadlock) {
-    peer.onCommandAction = [](OstLinkAppPeerLink& link) {
-        const uint8 answer[] = {0x80, 0x01, 0, 0, 0, 0, 0, 0};
-        EXPECT_TRUE(link.pushCommand(answer, sizeof(answer)));
-        link.hangUp();
-    };
+    peer.setScript([](const uint8_t*, size_t, ScriptedPhone::Answer& answer) {
+        EXPECT_TRUE(answer.frame({0x80, 0x01, 0, 0, 0, 0, 0, 0}));
+        answer.hangUp();
+    });
     ASSERT_TRUE(transport.open());
     const uint8 frame[] = {0x00, 0x01, 0x01};
     EXPECT_TRUE(transport.send(frame, sizeof(frame)));
     EXPECT_EQ((Texts{"602 [80 01 00 00 00 00 00 00] @TestMain", "601 [00] @TestMain"}),
               posts.entries());
-    EXPECT_EQ((Texts{"open", "command [00 01 01] @TestMain", "close"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "command [00 01 01] @TestMain", "close"}), peer.journal());
     EXPECT_FALSE(transport.send(frame, sizeof(frame)));
 }
 

@@ -12,10 +12,11 @@
 #include "ByteText.h"
 #include "CallLog.h"
 #include "DbgCapture.h"
-#include "LinkTestServer.h"
+#include "LinkWire.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "OstLinkAppUnixTransport.h"
+#include "RawPhone.h"
 #include "TestDir.h"
 #include "ThreadName.h"
 
@@ -32,9 +33,7 @@ OstLinkAppTransport::PostFunc recorder(CallLog& posts) {
     };
 }
 
-Bytes envelope(uint8 type, const Bytes& payload) {
-    return OstLinkAppEnvelope::encode(type, payload.data(), payload.size());
-}
+using linkwire::envelope;
 
 class OstLinkAppStreamTransportTest : public ::testing::Test {
 protected:
@@ -51,7 +50,7 @@ protected:
     void connectLink() {
         ASSERT_TRUE(transport.open());
         ASSERT_TRUE(server.accept());
-        ASSERT_TRUE(server.sendBytes(envelope(2, {0x01})));
+        ASSERT_TRUE(server.send(envelope(2, {0x01})));
         ASSERT_TRUE(posts.waitForCount(1));
         ASSERT_EQ(Texts{"601 [01] @OstLinkAppRx"}, posts.entries());
     }
@@ -69,7 +68,7 @@ protected:
     // The phone sends `bytes`; the link must end with `log` and report it.
     void expectLinkEnds(const Bytes& bytes, const std::string& log) {
         connectLink();
-        ASSERT_TRUE(server.sendBytes(bytes));
+        ASSERT_TRUE(server.send(bytes));
         ASSERT_TRUE(posts.waitForCount(2));
         EXPECT_EQ((Texts{"601 [01] @OstLinkAppRx", "601 [00] @OstLinkAppRx"}), posts.entries());
         EXPECT_EQ(Texts{log}, errorTexts());
@@ -83,7 +82,7 @@ protected:
     TestDir dir;
     std::string path;
     std::string name;
-    LinkTestServer server;
+    RawPhone server;
     CallLog posts;
     OstLinkAppUnixTransport transport;
 };
@@ -99,7 +98,7 @@ TEST_F(OstLinkAppStreamTransportTest, PhoneSends_EachMessageIsPostedOnTheReaderT
     const Bytes command = envelope(3, {0x80, 0x01, 0, 0, 0, 0, 0, 0});
     stream.insert(stream.end(), status.begin(), status.end());
     stream.insert(stream.end(), command.begin(), command.end());
-    ASSERT_TRUE(server.sendBytes(stream));
+    ASSERT_TRUE(server.send(stream));
     ASSERT_TRUE(posts.waitForCount(3));
     const Texts expected = {"600 [01 50 69 78] @OstLinkAppRx", "601 [02] @OstLinkAppRx",
                             "602 [80 01 00 00 00 00 00 00] @OstLinkAppRx"};
@@ -111,7 +110,7 @@ TEST_F(OstLinkAppStreamTransportTest, PhoneSendsByteByByte_MessagesArriveWhole) 
     connectLink();
     const Bytes command = envelope(3, {0x80, 0x10, 0, 0, 0, 0, 0, 0});
     for (uint8_t byte : command) {
-        ASSERT_TRUE(server.sendBytes({byte}));
+        ASSERT_TRUE(server.send({byte}));
     }
     ASSERT_TRUE(posts.waitForCount(2));
     EXPECT_EQ("602 [80 10 00 00 00 00 00 00] @OstLinkAppRx", posts.entries()[1]);
@@ -177,7 +176,7 @@ TEST_F(OstLinkAppStreamTransportTest, Send_FromSeveralThreads_EnvelopesNeverInte
 
 TEST_F(OstLinkAppStreamTransportTest, PhoneHangsUp_LogsAndReportsTheLinkClosedOnce) {
     connectLink();
-    server.closeClient();
+    server.hangUp();
     ASSERT_TRUE(posts.waitForCount(2));
     EXPECT_EQ((Texts{"601 [01] @OstLinkAppRx", "601 [00] @OstLinkAppRx"}), posts.entries());
     EXPECT_EQ(Texts{"link closed by the phone on " + name + "\n"}, errorTexts());
@@ -188,8 +187,8 @@ TEST_F(OstLinkAppStreamTransportTest, PhoneHangsUp_LogsAndReportsTheLinkClosedOn
 
 TEST_F(OstLinkAppStreamTransportTest, PhoneHangsUpInsideAnEnvelope_IsAProtocolErrorCutOff) {
     connectLink();
-    ASSERT_TRUE(server.sendBytes({0, 0, 0, 3, 3, 0x80}));
-    server.closeClient();
+    ASSERT_TRUE(server.send({0, 0, 0, 3, 3, 0x80}));
+    server.hangUp();
     ASSERT_TRUE(posts.waitForCount(2));
     EXPECT_EQ((Texts{"601 [01] @OstLinkAppRx", "601 [00] @OstLinkAppRx"}), posts.entries());
     EXPECT_EQ(Texts{"protocol error on " + name +
@@ -269,7 +268,7 @@ TEST_F(OstLinkAppStreamTransportTest, Close_WhilePhoneSendsFast_NothingIsPostedA
         for (int i = 0; i < 1000; ++i) {
             burst.insert(burst.end(), status.begin(), status.end());
         }
-        while (server.sendBytes(burst)) {
+        while (server.send(burst)) {
         }
     });
     ASSERT_TRUE(posts.waitForCount(50));
@@ -290,7 +289,7 @@ TEST_F(OstLinkAppStreamTransportTest, Send_AfterClose_LogsAndDrops) {
 
 TEST_F(OstLinkAppStreamTransportTest, Send_AfterThePhoneHungUp_LogsAndDrops) {
     connectLink();
-    server.closeClient();
+    server.hangUp();
     ASSERT_TRUE(posts.waitForCount(2));
     capture.clear();
     const uint8 frame[] = {0x00, 0x02};
@@ -341,8 +340,8 @@ TEST_F(OstLinkAppStreamTransportTest, PhoneGreetsInTime_LinkStaysUpPastTheGreeti
     OstLinkAppHost::setLinkTimes(100, 0);
     ASSERT_TRUE(transport.open());
     ASSERT_TRUE(server.accept());
-    ASSERT_TRUE(server.sendBytes(envelope(1, {0x01, 'P'})));
-    ASSERT_TRUE(server.sendBytes(envelope(2, {0x02})));
+    ASSERT_TRUE(server.send(envelope(1, {0x01, 'P'})));
+    ASSERT_TRUE(server.send(envelope(2, {0x02})));
     ASSERT_TRUE(posts.waitForCount(2));
     // A frame sent well after the greeting time still arrives.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));

@@ -11,9 +11,9 @@
 #include "ByteText.h"
 #include "CallLog.h"
 #include "DbgCapture.h"
-#include "LinkTestServer.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
 #include "OstLinkAppTcpTransport.h"
+#include "RawPhone.h"
 #include "ThreadName.h"
 
 namespace {
@@ -61,10 +61,10 @@ private:
 };
 
 // Exchanges one message each way over a connected transport.
-void exchange(LinkTestServer& server, OstLinkAppTcpTransport& transport, CallLog& posts) {
+void exchange(RawPhone& server, OstLinkAppTcpTransport& transport, CallLog& posts) {
     ASSERT_TRUE(transport.open());
     ASSERT_TRUE(server.accept());
-    ASSERT_TRUE(server.sendBytes(OstLinkAppEnvelope::encode(1, (const uint8*)"\x01Pix", 4)));
+    ASSERT_TRUE(server.send(OstLinkAppEnvelope::encode(1, (const uint8*)"\x01Pix", 4)));
     ASSERT_TRUE(posts.waitForCount(1));
     EXPECT_EQ(Texts{"600 [01 50 69 78] @OstLinkAppRx"}, posts.entries());
     const uint8 frame[] = {0x00, 0x01, 0x01};
@@ -77,7 +77,7 @@ void exchange(LinkTestServer& server, OstLinkAppTcpTransport& transport, CallLog
 }  // namespace
 
 TEST(OstLinkAppTcpTransportTest, Open_PhoneOnIpv4Loopback_ExchangesEnvelopesBothWays) {
-    LinkTestServer server;
+    RawPhone server;
     ASSERT_TRUE(server.listenTcp());
     CallLog posts;
     OstLinkAppTcpTransport transport(server.endpoint(), AF_INET, "127.0.0.1", server.port(),
@@ -89,7 +89,7 @@ TEST(OstLinkAppTcpTransportTest, Open_PhoneOnIpv4Loopback_ExchangesEnvelopesBoth
 }
 
 TEST(OstLinkAppTcpTransportTest, Open_PhoneOnIpv6Loopback_ExchangesEnvelopesBothWays) {
-    LinkTestServer server;
+    RawPhone server;
     if (!server.listenTcp(true)) {
         GTEST_SKIP() << "no IPv6 loopback on this machine";
     }

@@ -9,12 +9,13 @@
 #include <vector>
 
 #include "DbgCapture.h"
-#include "LinkTestPeer.h"
-#include "LinkTestServer.h"
 #include "LinkTestUnit.h"
+#include "LinkWire.h"
 #include "OstLinkApp/OstLinkApp.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
 #include "OstLinkApp/OstLinkAppHost.h"
+#include "RawPhone.h"
+#include "ScriptedPhone.h"
 #include "TestDir.h"
 
 namespace {
@@ -28,9 +29,7 @@ const Texts kAppOpen = {"state 7 [02]", "state 0 [01]", "AppOpen 2", "connect", 
 const Texts kDeviceGone = {"state 7 [00]", "state 0 [00]", "AppClose 0", "AppDisconnect 0",
                            "handled 601 [00]"};
 
-Bytes envelope(uint8 type, const Bytes& payload) {
-    return OstLinkAppEnvelope::encode(type, payload.data(), payload.size());
-}
+using linkwire::envelope;
 
 class OstLinkAppTest : public ::testing::Test {
 protected:
@@ -38,10 +37,7 @@ protected:
         pthread_setname_np(pthread_self(), "TestMain");
         OstLinkAppHost::setLoopbackPeer(&peer);
         OstLinkAppHost::setEndpoint("loopback");
-        peer.onOpenAction = [](OstLinkAppPeerLink& link) {
-            link.pushDeviceInfo(1, "Pixel");
-            link.pushDeviceStatus(2);
-        };
+        peer.setGreeting(linkwire::greeting("Pixel"));
     }
     ~OstLinkAppTest() override {
         unit.Terminate();
@@ -61,21 +57,21 @@ protected:
 
     // A whole link with a phone behind `server`: it reports an iPhone whose
     // app is open, gets the connect, answers it, and sees the link stopped.
-    void runSocketLink(LinkTestServer& server) {
+    void runSocketLink(RawPhone& server) {
         OstLinkAppHost::setEndpoint(server.endpoint());
         unit.startLink();
         ASSERT_TRUE(server.accept());
         Bytes hello = envelope(1, {0x00, 'i', 'P', 'h', 'o', 'n', 'e'});
         const Bytes open = envelope(2, {0x02});
         hello.insert(hello.end(), open.begin(), open.end());
-        ASSERT_TRUE(server.sendBytes(hello));
+        ASSERT_TRUE(server.send(hello));
         Bytes connect;
         ASSERT_TRUE(server.readExactly(8, connect));
         EXPECT_EQ((Bytes{0, 0, 0, 4, 3, 0x00, 0x01, 0x01}), connect);
         ASSERT_TRUE(unit.log.waitFor("handled 601 [02]"));
         EXPECT_EQ(0, unit.state.getOsType());
         EXPECT_EQ("iPhone", unit.getDeviceName());
-        ASSERT_TRUE(server.sendBytes(envelope(3, {0x80, 0x01, 0, 0, 0, 0, 0, 0})));
+        ASSERT_TRUE(server.send(envelope(3, {0x80, 0x01, 0, 0, 0, 0, 0, 0})));
         ASSERT_TRUE(unit.log.waitFor("handled 602 [80 01 00 00 00 00 00 00]"));
         const Texts expected = {"handled 600 [00 69 50 68 6f 6e 65]",
                                 "state 7 [02]",
@@ -97,7 +93,7 @@ protected:
     }
 
     DbgCapture capture;
-    LinkTestPeer peer;
+    ScriptedPhone peer;
     LinkTestUnit unit;
 };
 
@@ -116,38 +112,38 @@ TEST_F(OstLinkAppTest, NotifyObserverAppActivated_IsCountedAndDoesNothingElse) {
     EXPECT_EQ(2u, unit.getAppActivatedCount());
     EXPECT_TRUE(unit.posts.entries().empty());
     EXPECT_TRUE(unit.log.entries().empty());
-    EXPECT_TRUE(peer.log.entries().empty());
+    EXPECT_TRUE(peer.journal().empty());
     EXPECT_TRUE(capture.records().empty());
 }
 
 TEST_F(OstLinkAppTest, StartLink_Loopback_PhoneAppOpens_TheConnectReachesThePhone) {
     unit.startLink();
     ASSERT_TRUE(unit.log.waitFor("handled 601 [02]"));
-    ASSERT_TRUE(peer.log.waitForCount(2));
+    ASSERT_TRUE(peer.waitForJournal(2));
     Texts expected = {"handled 600 [01 50 69 78 65 6c]"};
     expected.insert(expected.end(), kAppOpen.begin(), kAppOpen.end());
     EXPECT_EQ(expected, unit.log.entries());
-    EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker"}), peer.journal());
     EXPECT_TRUE(unit.isTransportOpen());
 }
 
 TEST_F(OstLinkAppTest, StartLink_WhenOpen_OpensNothingMore) {
-    peer.onOpenAction = nullptr;
+    peer.setGreeting({});
     unit.startLink();
     unit.startLink();
-    EXPECT_EQ(Texts{"open"}, peer.log.entries());
+    EXPECT_EQ(Texts{"open"}, peer.journal());
 }
 
 TEST_F(OstLinkAppTest, StopLink_SendsTheDisconnectThenClosesAndPostsNothing) {
     unit.startLink();
-    ASSERT_TRUE(peer.log.waitForCount(2));
+    ASSERT_TRUE(peer.waitForJournal(2));
     // The worker logs the open notification once its handler, which sent the
     // connect, has returned.
     ASSERT_TRUE(unit.log.waitFor("handled 601 [02]"));
     const size_t posted = unit.posts.entries().size();
     unit.stopLink();
     EXPECT_EQ((Texts{"open", "command [00 01 01] @HbWorker", "command [00 02] @TestMain", "close"}),
-              peer.log.entries());
+              peer.journal());
     EXPECT_EQ("disconnect", unit.log.entries().back());
     EXPECT_FALSE(unit.isTransportOpen());
     EXPECT_EQ(posted, unit.posts.entries().size());
@@ -162,31 +158,31 @@ TEST_F(OstLinkAppTest, StopLink_WithoutALink_StillDisconnectsTheProtocol) {
 }
 
 TEST_F(OstLinkAppTest, StartLink_AfterStopLink_OpensANewLink) {
-    peer.onOpenAction = nullptr;
+    peer.setGreeting({});
     unit.startLink();
     unit.stopLink();
     unit.startLink();
-    EXPECT_EQ((Texts{"open", "command [00 02] @TestMain", "close", "open"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "command [00 02] @TestMain", "close", "open"}), peer.journal());
     EXPECT_TRUE(unit.isTransportOpen());
 }
 
 TEST_F(OstLinkAppTest, StartLink_AfterTerminate_IsRefused) {
     unit.Terminate();
     unit.startLink();
-    EXPECT_TRUE(peer.log.entries().empty());
+    EXPECT_TRUE(peer.journal().empty());
     EXPECT_TRUE(unit.posts.entries().empty());
     EXPECT_EQ(Texts{"link terminated, open refused\n"}, commErrors());
 }
 
 TEST_F(OstLinkAppTest, StartLink_UnixPhone_RunsTheWholeLinkOverTheSocket) {
     TestDir dir("ostlinkapp-unix");
-    LinkTestServer server;
+    RawPhone server;
     ASSERT_TRUE(server.listenUnix(dir.file("phone.sock")));
     runSocketLink(server);
 }
 
 TEST_F(OstLinkAppTest, StartLink_TcpPhoneOnLoopback_RunsTheWholeLinkOverTheSocket) {
-    LinkTestServer server;
+    RawPhone server;
     ASSERT_TRUE(server.listenTcp());
     runSocketLink(server);
 }

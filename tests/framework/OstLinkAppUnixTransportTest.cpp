@@ -10,10 +10,10 @@
 #include "ByteText.h"
 #include "CallLog.h"
 #include "DbgCapture.h"
-#include "LinkTestServer.h"
 #include "OstLinkApp/OstLinkAppEnvelope.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "OstLinkAppUnixTransport.h"
+#include "RawPhone.h"
 #include "TestDir.h"
 #include "ThreadName.h"
 
@@ -43,7 +43,7 @@ Texts texts(const DbgCapture& capture) {
 
 TEST(OstLinkAppUnixTransportTest, Open_ListeningPhone_ConnectsToItsPath) {
     TestDir dir("unix-transport");
-    LinkTestServer server;
+    RawPhone server;
     ASSERT_TRUE(server.listenUnix(dir.file("phone.sock")));
     CallLog posts;
     OstLinkAppUnixTransport transport(dir.file("phone.sock"), recorder(posts));
@@ -51,7 +51,7 @@ TEST(OstLinkAppUnixTransportTest, Open_ListeningPhone_ConnectsToItsPath) {
     ASSERT_TRUE(transport.open());
     ASSERT_TRUE(server.accept());
     const std::vector<uint8> status = OstLinkAppEnvelope::encode(2, (const uint8*)"\x02", 1);
-    ASSERT_TRUE(server.sendBytes(status));
+    ASSERT_TRUE(server.send(status));
     ASSERT_TRUE(posts.waitForCount(1));
     EXPECT_EQ(Texts{"601 [02] @OstLinkAppRx"}, posts.entries());
 }
@@ -69,7 +69,7 @@ TEST(OstLinkAppUnixTransportTest, Open_NoSuchSocket_LogsTheReasonReportsOnceAndD
     EXPECT_EQ(Texts{"601 [00] @OstLinkAppRx"}, posts.entries());
     EXPECT_EQ(Texts{"cannot connect to unix:" + path + ": No such file or directory\n"},
               texts(capture));
-    LinkTestServer server;
+    RawPhone server;
     ASSERT_TRUE(server.listenUnix(path));
     EXPECT_FALSE(server.hasPendingConnection());
 }
@@ -142,11 +142,11 @@ private:
         if (::setresgid(65534, 65534, 65534) != 0 || ::setresuid(65534, 65534, 65534) != 0) {
             ::_exit(2);
         }
-        LinkTestServer server;
+        RawPhone server;
         if (!server.listenUnix(path) || ::write(ready, "r", 1) != 1 || !server.accept()) {
             ::_exit(3);
         }
-        server.sendBytes(OstLinkAppEnvelope::encode(2, (const uint8*)"\x02", 1));
+        server.send(OstLinkAppEnvelope::encode(2, (const uint8*)"\x02", 1));
         char byte = 0;
         (void)!::read(hold, &byte, 1);
         ::_exit(0);

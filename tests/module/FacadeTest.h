@@ -54,7 +54,7 @@ protected:
         facade->startLink();
         ASSERT_TRUE(phone.acceptAndOpen(deviceName));
         ASSERT_EQ(phone.readFrame(), moxtest::kConnect);
-        ASSERT_TRUE(phone.sendCommand(moxtest::answer(0x8001)));
+        ASSERT_TRUE(phone.sendCommand(moxtest::answer(moxtest::kConnectAnswerId)));
         ASSERT_TRUE(appLog.waitForValue(1, 1));
     }
 
@@ -65,16 +65,16 @@ protected:
         appLog.clear();
         HbSMoxDef::SearchInfo info{0, 0, 0, toc};
         facade->search(info);
-        ASSERT_EQ(phone.readFrame(), moxtest::lookupFrame(0, 0, 0, toc));
-        ASSERT_TRUE(phone.sendCommand(moxtest::answer(0x8010)));
+        ASSERT_EQ(phone.readFrame(), moxtest::lookupFrame(toc));
+        ASSERT_TRUE(phone.sendCommand(moxtest::answer(moxtest::kLookupAnswerId)));
         ASSERT_TRUE(phone.sendCommand(moxtest::notice(databaseSize)));
         ASSERT_EQ(phone.readFrame(), moxtest::kGetCdMetaInfo);
     }
 
     NotificationLog appLog;
     HbSMox* facade = nullptr;
-    std::unique_ptr<moxtest::LoopbackPhone> loopbackPhone;
-    std::unique_ptr<moxtest::SocketPhone> socketPhone;
+    std::unique_ptr<ScriptedPhone> loopbackPhone;
+    std::unique_ptr<ScriptedPhone> socketPhone;
 };
 
 #endif  // MOX_TESTS_FACADETEST_H

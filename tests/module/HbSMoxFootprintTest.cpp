@@ -22,16 +22,14 @@
 #include "FacadeTest.h"
 #include "HbSMox.h"
 #include "NotificationLog.h"
+#include "PhoneScript.h"
 #include "ProcessStats.h"
-#include "ScriptedPhone.h"
 #include "TestDir.h"
 #include "moxdb/CatalogueBuilder.h"
 
 namespace {
 
-using moxtest::LoopbackPhone;
 using moxtest::PhoneScript;
-using moxtest::SocketPhone;
 
 const char* const kToc = "0000960046E6008D3600D386";
 
@@ -95,7 +93,7 @@ protected:
 };
 
 TEST_F(HbSMoxFootprintTest, CreateWithLoopbackLink_StartsTwoThreadsAndALookupNone_FreshProcess) {
-    loopbackPhone.reset(new LoopbackPhone(script));
+    loopbackPhone.reset(new ScriptedPhone(script.play()));
     OstLinkAppHost::setLoopbackPeer(loopbackPhone.get());
     EXPECT_EQ(createLinkAndLookUp("loopback"), 2u);
 }
@@ -103,7 +101,8 @@ TEST_F(HbSMoxFootprintTest, CreateWithLoopbackLink_StartsTwoThreadsAndALookupNon
 TEST_F(HbSMoxFootprintTest,
        CreateWithUnixSocketLink_StartsThreeThreadsAndALookupNone_FreshProcess) {
     TestDir dir("HbSMoxFootprintUnix");
-    socketPhone.reset(new SocketPhone(script, dir.file("phone.sock")));
+    socketPhone.reset(new ScriptedPhone(script.play()));
+    ASSERT_TRUE(socketPhone->listenUnix(dir.file("phone.sock")));
     EXPECT_EQ(createLinkAndLookUp(socketPhone->endpoint()), 3u);
 }
 

@@ -183,7 +183,7 @@ TEST_F(HbSMoxHostilePeerTest, FloodOf100000Frames_QueuesAtMost4000AndKeepsWorkin
     });
     linkUp();
     Bytes flood;
-    const Bytes one = RawPhone::envelope(3, moxtest::answer(0x7777));
+    const Bytes one = linkwire::command(moxtest::answer(0x7777));
     for (size_t i = 0; i < kFrames; ++i) {
         flood.insert(flood.end(), one.begin(), one.end());
     }
@@ -239,7 +239,7 @@ TEST_F(HbSMoxHostilePeerTest, PhoneThatNeverReads_LinkEndsAfterTheStallTimeNothi
     // then fails), whatever share of them the worker's full box drops.
     const size_t kBatch = 20000;
     const size_t kBatches = 100;
-    const Bytes one = RawPhone::envelope(3, moxtest::notice(1000));
+    const Bytes one = linkwire::command(moxtest::notice(1000));
     Bytes flood;
     for (size_t i = 0; i < kBatch; ++i) {
         flood.insert(flood.end(), one.begin(), one.end());
@@ -291,7 +291,7 @@ TEST_F(HbSMoxHostilePeerTest, OneBytePer100Ms_LookupEndsOnTheCommandTimerNotLate
     const Bytes database = databaseOfSize(0);
     searchAndAnnounce(database);
     // A chunk that would take 409 s at this pace, and never completes.
-    const Bytes slow = RawPhone::envelope(3, moxtest::chunk(0, 1, Bytes(4096, 0x5A)));
+    const Bytes slow = linkwire::command(moxtest::chunk(0, 1, Bytes(4096, 0x5A)));
     HbLTimerMng* timers = HbLTimerMng::GetTimerMng();
     size_t sent = 0;
     for (; sent < 99; ++sent) {
@@ -320,7 +320,7 @@ TEST_F(HbSMoxHostilePeerTest, EnvelopeOfExactly1MiB_IsTakenWhole) {
     const Bytes database = databaseOfSize(kLargestEnvelope - 1 - 12);
     ASSERT_EQ(database.size(), kLargestEnvelope - 13u);
     searchAndAnnounce(database);
-    const Bytes big = RawPhone::envelope(3, moxtest::chunk(0, 1, database));
+    const Bytes big = linkwire::command(moxtest::chunk(0, 1, database));
     ASSERT_EQ(big.size(), 4u + kLargestEnvelope);
     const ProcessStats::Snapshot before = ProcessStats::take();
     resetMemoryPeak();

@@ -28,9 +28,9 @@
 #include "MoxProtocolHarness.h"
 #include "NotificationLog.h"
 #include "OstLinkApp/OstLinkAppHost.h"
+#include "PhoneScript.h"
 #include "ProcessStats.h"
 #include "RawPhone.h"
-#include "ScriptedPhone.h"
 #include "TestDir.h"
 #include "moxdb/CatalogueBuilder.h"
 
@@ -161,7 +161,7 @@ TEST_F(HbSMoxIdleTest, UnixLinkUpAfterALookup_NoThreadWakes) {
 
 TEST_F(HbSMoxIdleTest, LoopbackLinkUp_NoThreadWakes) {
     moxtest::PhoneScript script(moxdb::CatalogueBuilder::makeUniform(kToc, 3, 3).build());
-    loopbackPhone.reset(new moxtest::LoopbackPhone(script));
+    loopbackPhone.reset(new ScriptedPhone(script.play()));
     OstLinkAppHost::setLoopbackPeer(loopbackPhone.get());
     OstLinkAppHost::setEndpoint("loopback");
     facade->startLink();

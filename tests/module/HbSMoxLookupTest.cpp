@@ -13,7 +13,7 @@
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "NotificationLog.h"
-#include "ScriptedPhone.h"
+#include "PhoneScript.h"
 #include "TestDir.h"
 #include "moxdb/CatalogueBuilder.h"
 #include "private/MoxDapDatabase.h"
@@ -21,9 +21,7 @@
 namespace {
 
 using moxtest::Bytes;
-using moxtest::LoopbackPhone;
 using moxtest::PhoneScript;
-using moxtest::SocketPhone;
 
 const char* const kToc = "0000960046E6008D3600D386";
 
@@ -50,8 +48,8 @@ protected:
         createFacade();
     }
 
-    LoopbackPhone& useLoopbackPhone(PhoneScript& script) {
-        loopbackPhone.reset(new LoopbackPhone(script));
+    ScriptedPhone& useLoopbackPhone(PhoneScript& script) {
+        loopbackPhone.reset(new ScriptedPhone(script.play()));
         OstLinkAppHost::setLoopbackPeer(loopbackPhone.get());
         return *loopbackPhone;
     }
@@ -77,10 +75,10 @@ protected:
         EXPECT_EQ(rendered(viaFacade), rendered(direct));
     }
 
-    void stopLinkAndExpectDisconnect(PhoneScript& script) {
+    void stopLinkAndExpectDisconnect(const ScriptedPhone& phone) {
         facade->stopLink();
         ASSERT_TRUE(appLog.waitForValue(1, 0));
-        EXPECT_TRUE(script.waitForFrame(moxtest::kDisconnect));
+        EXPECT_TRUE(phone.waitForFrame(moxtest::kDisconnect));
     }
 
     // The whole lookup as the application sees it.
@@ -105,25 +103,27 @@ TEST_F(HbSMoxLookupTest, Loopback_WholeLookupThroughTheFacade) {
     useLoopbackPhone(script);
     startLinkOn("loopback");
     lookUpAndCompare();
-    stopLinkAndExpectDisconnect(script);
+    stopLinkAndExpectDisconnect(*loopbackPhone);
     expectWholeLookupNotifications();
-    EXPECT_EQ(script.received().front(), moxtest::kConnect);
+    EXPECT_EQ(loopbackPhone->received().front(), moxtest::kConnect);
 }
 
 TEST_F(HbSMoxLookupTest, UnixSocket_WholeLookupThroughTheFacade) {
     TestDir dir("HbSMoxLookupUnix");
-    socketPhone.reset(new SocketPhone(script, dir.file("phone.sock")));
+    socketPhone.reset(new ScriptedPhone(script.play()));
+    ASSERT_TRUE(socketPhone->listenUnix(dir.file("phone.sock")));
     startLinkOn(socketPhone->endpoint());
     lookUpAndCompare();
-    stopLinkAndExpectDisconnect(script);
+    stopLinkAndExpectDisconnect(*socketPhone);
     expectWholeLookupNotifications();
 }
 
 TEST_F(HbSMoxLookupTest, Tcp_WholeLookupThroughTheFacade) {
-    socketPhone.reset(new SocketPhone(script));
+    socketPhone.reset(new ScriptedPhone(script.play()));
+    ASSERT_TRUE(socketPhone->listenTcp());
     startLinkOn(socketPhone->endpoint());
     lookUpAndCompare();
-    stopLinkAndExpectDisconnect(script);
+    stopLinkAndExpectDisconnect(*socketPhone);
     expectWholeLookupNotifications();
 }
 
@@ -142,11 +142,11 @@ TEST_F(HbSMoxLookupTest, SilentPhone_TimesOutOnTheTimerThreadAndCancels) {
     startLinkOn("loopback");
     HbSMoxDef::SearchInfo info{0, 0, 0, kToc};
     facade->search(info);
-    ASSERT_TRUE(script.waitForFrame(moxtest::lookupFrame(0, 0, 0, kToc)));
+    ASSERT_TRUE(loopbackPhone->waitForFrame(moxtest::lookupFrame(kToc)));
     ASSERT_TRUE(appLog.waitForValue(2, 103));
     HbLTimerMng::GetTimerMng()->AdvanceClock(10000);
     ASSERT_TRUE(appLog.waitForValue(2, 104));
-    EXPECT_TRUE(script.waitForFrame(moxtest::kCancel));
+    EXPECT_TRUE(loopbackPhone->waitForFrame(moxtest::kCancel));
     HbLTimerMng::GetTimerMng()->AdvanceClock(10000);  // the cancel is not answered either
     ASSERT_TRUE(appLog.waitForValue(2, 100));
     EXPECT_EQ(appLog.valuesOf(2), (std::vector<int32>{101, 102, 103, 4, 104, 100}));

@@ -10,7 +10,6 @@
 #include <sys/resource.h>
 
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -23,26 +22,17 @@
 #include "HbFramework/Foundation/HbObserver.h"
 #include "HbFramework/HbFileSysHost.h"
 #include "HbFramework/HbLTimerMng.h"
+#include "LinkWire.h"
 #include "TestDir.h"
-#include "moxdb/DbBytes.h"
 #include "private/MoxProtocol.h"
 #include "private/MoxState.h"
 
 namespace moxtest {
 
-using Bytes = std::vector<unsigned char>;
+using namespace linkwire;
+
 using Texts = std::vector<std::string>;
 using States = std::vector<unsigned int>;
-
-inline std::string hex(const Bytes& bytes) {
-    std::string out;
-    char digits[4];
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        std::snprintf(digits, sizeof(digits), i == 0 ? "%02x" : " %02x", bytes[i]);
-        out += digits;
-    }
-    return out;
-}
 
 // Everything MoxProtocol hands over for sending and everything MoxState
 // reports, in arrival order: "frame 0f ff", "state 104", "link 1", "ios 1",
@@ -134,70 +124,6 @@ private:
     States mStates;
     Texts mEvents;
 };
-
-inline const Bytes kConnect = {0x00, 0x01, 0x01};
-inline const Bytes kDisconnect = {0x00, 0x02};
-inline const Bytes kGetCdMetaInfo = {0x00, 0x12, 0x00, 0x00, 0x03, 0xE8};
-inline const Bytes kCancel = {0x0F, 0xFF};
-inline const Bytes kEcho = {0x7F, 0xFF};
-
-inline const std::string kHead =
-    "<DbUpdateRequest>\n"
-    "\t<DatabaseInfo>\n"
-    "\t\t<DatabaseKind>73QRVB</DatabaseKind>\n"
-    "\t</DatabaseInfo>\n"
-    "\t<TOCRequest>\n"
-    "\t\t<TOC>";
-inline const std::string kTail =
-    "</TOC>\n"
-    "\t</TOCRequest>\n"
-    "</DbUpdateRequest>";
-inline const std::string kToc = "0000960046E6008D3600D386";
-
-// The lookup frame as the phone must receive it.
-inline Bytes lookupFrame(uint8 kind, uint16 param1, uint16 param2, const std::string& toc) {
-    Bytes frame = {0x00, 0x10, kind, 0x00};
-    moxdb::appendU16Be(frame, param1);
-    moxdb::appendU16Be(frame, param2);
-    const std::string text = kHead + toc + kTail;
-    frame.insert(frame.end(), text.begin(), text.end());
-    frame.push_back(0x00);
-    return frame;
-}
-
-// An 8-byte frame header from the phone.
-inline Bytes answer(uint16 command, uint16 status = 0, uint16 index = 0, uint16 count = 0) {
-    Bytes frame;
-    for (uint16 field : {command, status, index, count}) {
-        moxdb::appendU16Be(frame, field);
-    }
-    return frame;
-}
-
-using moxdb::appendU32Be;
-
-// The lookup notice 0x8011: header, then the database size.
-inline Bytes notice(uint32 databaseSize) {
-    Bytes frame = answer(0x8011);
-    appendU32Be(frame, databaseSize);
-    return frame;
-}
-
-// A database chunk 0x8012 whose length field says `declared`.
-inline Bytes chunkDeclaring(uint16 index, uint16 count, uint32 declared, const Bytes& payload) {
-    Bytes frame = answer(0x8012, 0, index, count);
-    appendU32Be(frame, declared);
-    frame.insert(frame.end(), payload.begin(), payload.end());
-    return frame;
-}
-
-inline Bytes chunk(uint16 index, uint16 count, const Bytes& payload) {
-    return chunkDeclaring(index, count, static_cast<uint32>(payload.size()), payload);
-}
-
-inline Bytes text(const std::string& s) {
-    return Bytes(s.begin(), s.end());
-}
 
 // Hands `frame` to the protocol from a heap copy of exactly its size, so a
 // read past the frame is caught by AddressSanitizer.
@@ -314,7 +240,7 @@ public:
     // recorder and the captured messages are cleared.
     void startTransfer() {
         startLookup();
-        feed(answer(0x8010));
+        feed(answer(kLookupAnswerId));
         feed(notice(100));
         recorder->clear();
         dbg.clear();

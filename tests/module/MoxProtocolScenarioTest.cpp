@@ -69,7 +69,7 @@ TEST_F(MoxProtocolScenarioTest, WholeLookup_StoredDatabaseIsFoundByTheReader) {
 
     EXPECT_EQ(
         Texts({"state 101", "frame 00 01 01", "state 102", "link 1", "ios 1", "state 103",
-               "frame " + hex(lookupFrame(1, 2, 3, kToc)), "frame 00 12 00 00 03 e8", "state 0"}),
+               "frame " + hex(lookupFrame(kToc, 1, 2, 3)), "frame 00 12 00 00 03 e8", "state 0"}),
         recorder->events());
     EXPECT_TRUE(dbg.texts().empty());
     EXPECT_EQ(0u, armed());
@@ -98,7 +98,7 @@ TEST_F(MoxProtocolScenarioTest, ThreeChunkAnswer_EveryStepExactly) {
     feed(chunk(1, 3, text("def")));
     EXPECT_EQ(103u, state->getResultState());
     feed(chunk(2, 3, text("ghi")));
-    EXPECT_EQ(Texts({"state 103", "frame " + hex(lookupFrame(1, 2, 3, kToc)),
+    EXPECT_EQ(Texts({"state 103", "frame " + hex(lookupFrame(kToc, 1, 2, 3)),
                      "frame 00 12 00 00 03 e8", "state 0"}),
               recorder->events());
     EXPECT_EQ(text("abcdefghi"), resultFile());

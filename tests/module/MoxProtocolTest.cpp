@@ -191,10 +191,10 @@ TEST_F(MoxProtocolTest, SendCmdEventCdTocLookup_EmptyToc_Sends159ByteFrame) {
     ASSERT_EQ(1u, recorder->frames().size());
     const Bytes frame = recorder->frames()[0];
     EXPECT_EQ(159u, frame.size());
-    EXPECT_EQ(110u, kHead.size());
-    EXPECT_EQ(40u, kTail.size());
+    EXPECT_EQ(110u, kXmlHead.size());
+    EXPECT_EQ(40u, kXmlTail.size());
     Bytes expected = {0x00, 0x10, 0, 0, 0, 0, 0, 0};
-    const std::string joined = kHead + kTail;
+    const std::string joined = kXmlHead + kXmlTail;
     expected.insert(expected.end(), joined.begin(), joined.end());
     expected.push_back(0x00);
     EXPECT_EQ(expected, frame);
@@ -212,7 +212,7 @@ TEST_F(MoxProtocolTest, SendCmdEventCdTocLookup_ThreeTrackToc_SendsTheWholeDocum
     ASSERT_EQ(1u, recorder->frames().size());
     EXPECT_EQ(expected, recorder->frames()[0]);
     EXPECT_EQ(8u + 150u + 24u + 1u, recorder->frames()[0].size());
-    EXPECT_EQ(lookupFrame(0x01, 0x0002, 0x0003, kToc), recorder->frames()[0]);
+    EXPECT_EQ(lookupFrame(kToc, 0x01, 0x0002, 0x0003), recorder->frames()[0]);
 }
 
 TEST_F(MoxProtocolTest, SendCmdEventCdTocLookup_TocWithLessThanAndAmpersand_IsSentUnchanged) {
@@ -220,7 +220,7 @@ TEST_F(MoxProtocolTest, SendCmdEventCdTocLookup_TocWithLessThanAndAmpersand_IsSe
     startLookup(toc);
     ASSERT_EQ(1u, recorder->frames().size());
     const Bytes frame = recorder->frames()[0];
-    EXPECT_EQ(lookupFrame(0x01, 0x0002, 0x0003, toc), frame);
+    EXPECT_EQ(lookupFrame(toc, 0x01, 0x0002, 0x0003), frame);
     const std::string sent(frame.begin() + 8, frame.end() - 1);
     EXPECT_NE(std::string::npos, sent.find("<TOC>A<B&C>&amp;\"'</TOC>"));
 }
@@ -683,7 +683,7 @@ TEST_F(MoxProtocolTest, Chunk_NewRequestAfterCompletedOne_TruncatesFileBeforeSen
     recorder->clear();
     startLookup();
     EXPECT_EQ(std::vector<size_t>({0}), sizeAtFrame);
-    EXPECT_EQ(Texts({"state 103", "frame " + hex(lookupFrame(1, 2, 3, kToc))}), recorder->events());
+    EXPECT_EQ(Texts({"state 103", "frame " + hex(lookupFrame(kToc, 1, 2, 3))}), recorder->events());
 }
 
 TEST_F(MoxProtocolTest, Chunk_ElevenBytes_SizeErrorThenCancelFileUnchanged) {
@@ -717,7 +717,7 @@ TEST_F(MoxProtocolTest, RcvCmdReturnCdMetaInfo_NullFrame_SizeError) {
 // length below the carried bytes is an error, equal is the normal case.
 TEST_F(MoxProtocolTest, Chunk_DeclaredLengthBelowCarriedBytes_SizeErrorFileUnchanged) {
     startTransfer();
-    feed(chunkDeclaring(0, 1, 3, text("four")));
+    feed(chunk(0, 1, 3, text("four")));
     EXPECT_EQ(Texts({"size error\n"}), dbg.texts());
     EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff"}), recorder->events());
     EXPECT_TRUE(resultFile().empty());
@@ -725,7 +725,7 @@ TEST_F(MoxProtocolTest, Chunk_DeclaredLengthBelowCarriedBytes_SizeErrorFileUncha
 
 TEST_F(MoxProtocolTest, Chunk_DeclaredLengthEqualToCarriedBytes_IsStored) {
     startTransfer();
-    feed(chunkDeclaring(0, 1, 4, text("four")));
+    feed(chunk(0, 1, 4, text("four")));
     EXPECT_TRUE(dbg.texts().empty());
     EXPECT_EQ(text("four"), resultFile());
 }
@@ -737,7 +737,7 @@ TEST_F(MoxProtocolTest, Chunk_DeclaredLengthAboveCarriedBytes_SizeErrorNothingAp
     startTransfer();
     feed(chunk(0, 3, text("first")));
     recorder->clear();
-    feed(chunkDeclaring(1, 3, 5, text("sec")));
+    feed(chunk(1, 3, 5, text("sec")));
     EXPECT_EQ(Texts({"size error\n"}), dbg.texts());
     EXPECT_EQ(Texts({"state 20", "state 104", "frame 0f ff"}), recorder->events());
     EXPECT_EQ(text("first"), resultFile());
@@ -745,7 +745,7 @@ TEST_F(MoxProtocolTest, Chunk_DeclaredLengthAboveCarriedBytes_SizeErrorNothingAp
 
 TEST_F(MoxProtocolTest, Chunk_HugeDeclaredLength_SizeErrorNothingRead) {
     startTransfer();
-    feed(chunkDeclaring(0, 1, 0xFFFFFFFFu, text("x")));
+    feed(chunk(0, 1, 0xFFFFFFFFu, text("x")));
     EXPECT_EQ(Texts({"size error\n"}), dbg.texts());
     EXPECT_TRUE(resultFile().empty());
 }

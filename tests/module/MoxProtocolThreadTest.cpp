@@ -93,7 +93,7 @@ TEST_F(MoxProtocolThreadTest, ExpiriesOnManagerThreadWhileFramesArrive_StatesAnd
         EXPECT_EQ(1u, documented.count(value)) << value;
     }
     const std::set<Bytes> known = {kConnect, kGetCdMetaInfo, kCancel,
-                                   lookupFrame(0x01, 0x0002, 0x0003, kToc)};
+                                   lookupFrame(kToc, 0x01, 0x0002, 0x0003)};
     for (const Bytes& frame : recorder->frames()) {
         EXPECT_EQ(1u, known.count(frame)) << hex(frame);
     }
@@ -303,7 +303,7 @@ TEST(MoxProtocolThreadLifetimeTest, DestroyWhileExpiryRuns_WaitsForItAndLeavesNo
 
     EXPECT_TRUE(hookRan.load());
     EXPECT_EQ(std::vector<unsigned int>({103, 4, 104}), gate.states);
-    EXPECT_EQ(std::vector<Bytes>({lookupFrame(1, 2, 3, kToc), kCancel}), frameLog.frames);
+    EXPECT_EQ(std::vector<Bytes>({lookupFrame(kToc, 1, 2, 3), kCancel}), frameLog.frames);
     EXPECT_EQ(0u, manager->ActiveCount());
     EXPECT_EQ(0u, state->ObserverCount());
 }

@@ -480,8 +480,8 @@ TEST(CatalogueTest, LoadFile_BadContent_PathOfTheProblem) {
 
 TEST(CatalogueTest, FindDiscAndAlbum_ExactMatchesOnly) {
     const auto catalogue = phonetest::smallCatalogue();
-    EXPECT_NE(nullptr, catalogue->findDisc(phonetest::kThreeTrackToc));
-    EXPECT_EQ(nullptr, catalogue->findDisc(phonetest::kThreeTrackToc + "000000"));
+    EXPECT_NE(nullptr, catalogue->findDisc(phonetest::kToc));
+    EXPECT_EQ(nullptr, catalogue->findDisc(phonetest::kToc + "000000"));
     EXPECT_NE(nullptr, catalogue->findAlbum("A-1"));
     EXPECT_EQ(nullptr, catalogue->findAlbum("a-1"));
 }

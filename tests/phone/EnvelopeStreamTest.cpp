@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "moxdb/DbBytes.h"
+#include "LinkWire.h"
 
 using moxphone::Bytes;
 using moxphone::EnvelopeStream;
@@ -14,13 +14,7 @@ using Status = EnvelopeStream::Status;
 
 namespace {
 
-Bytes envelope(uint8_t type, const Bytes& payload) {
-    Bytes out;
-    moxdb::appendU32Be(out, static_cast<uint32_t>(payload.size() + 1));
-    out.push_back(type);
-    out.insert(out.end(), payload.begin(), payload.end());
-    return out;
-}
+using linkwire::envelope;
 
 void append(EnvelopeStream& stream, const Bytes& bytes) {
     stream.append(bytes.data(), bytes.size());

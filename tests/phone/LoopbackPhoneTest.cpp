@@ -173,7 +173,7 @@ TEST_F(LoopbackPhoneTest, OnCommand_WholeLookup_AnswersPushedOnTheCallersThread)
     send(phone, lookupFrame(kDiscToc));
     send(phone, kGetCdMetaInfo);
     const Bytes db = database();
-    EXPECT_EQ((std::vector<Bytes>{header(0x8001), header(0x8010),
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8001), answer(0x8010),
                                   notice(static_cast<uint32_t>(db.size())),
                                   chunk(0, 1, static_cast<uint32_t>(db.size()), db)}),
               link.frames());
@@ -223,7 +223,7 @@ TEST_F(LoopbackPhoneTest, GarbageClosesTheLinkFromInsidePushBytes_NothingMoreIsP
     send(phone, lookupFrame(kDiscToc));
     send(phone, kGetCdMetaInfo);
     EXPECT_EQ(0, link.countPushesAfterClose());
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010)}), link.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010)}), link.frames());
     EXPECT_NE(std::string::npos, logText.str().find("mox-phone: the connection is closed\n"));
 }
 
@@ -251,7 +251,7 @@ TEST_F(LoopbackPhoneTest, SlowChunks_Cancel_OnlyTheCancelAnswerIsPushed) {
         send(phone, kGetCdMetaInfo);
         send(phone, kCancel);
     }
-    EXPECT_EQ((std::vector<Bytes>{header(0x8FFF)}), link.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8FFF)}), link.frames());
 }
 
 TEST_F(LoopbackPhoneTest, OnCloseFromAnotherThreadWhileChunksArePushed_NoPushAfterItReturns) {

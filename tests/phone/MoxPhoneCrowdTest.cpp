@@ -240,7 +240,7 @@ protected:
     // What a whole lookup of `toc` brings: the answer, the notice, the chunks.
     std::vector<Message> expectedAnswers(const std::string& toc) const {
         const Bytes db = moxphone::ResponseDatabase::build(*catalogue, *catalogue->findDisc(toc));
-        std::vector<Message> answers = {commandMessage(header(0x8010)),
+        std::vector<Message> answers = {commandMessage(answer(0x8010)),
                                         commandMessage(notice(static_cast<uint32_t>(db.size())))};
         const size_t size = moxphone::PhoneOptions::kDefaultChunkSize;
         const uint16_t count = static_cast<uint16_t>((db.size() + size - 1) / size);

@@ -349,8 +349,8 @@ TEST_F(MoxPhoneTest, TcpLookup_OptionsShapeTheAnswers) {
               answers[2]);
     sendFrame(fd, lookupFrame(kUnknownToc));
     sendFrame(fd, kEcho);
-    EXPECT_EQ((std::vector<Message>{commandMessage(header(0x8010)), commandMessage(notice(0, 410)),
-                                    commandMessage(header(0xFFFF, 7))}),
+    EXPECT_EQ((std::vector<Message>{commandMessage(answer(0x8010)), commandMessage(notice(0, 410)),
+                                    commandMessage(answer(0xFFFF, 7))}),
               readMessages(fd, 3, buffer));
     ::close(fd);
     phone.signal(SIGTERM);
@@ -404,7 +404,7 @@ TEST_F(MoxPhoneTest, MalformedFrames_44MiB_LogStaysSmall) {
     frame[1] = 0x01;
     for (int i = 0; i < 44; ++i) {
         sendFrame(fd, frame);
-        EXPECT_EQ(std::vector<Message>{commandMessage(header(0x8001, 400))},
+        EXPECT_EQ(std::vector<Message>{commandMessage(answer(0x8001, 400))},
                   readMessages(fd, 1, buffer));
     }
     ::close(fd);

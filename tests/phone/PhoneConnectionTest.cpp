@@ -212,7 +212,7 @@ TEST_F(PhoneConnectionTest, Idle_ARequestStartsTheCountAgain) {
     advance(29999);
     EXPECT_FALSE(connection->finished());
     moduleReads();
-    EXPECT_EQ(std::vector<Bytes>{header(0xFFFF)}, receivedFrames());
+    EXPECT_EQ(std::vector<Bytes>{answer(0xFFFF)}, receivedFrames());
     advance(1);
     EXPECT_TRUE(connection->finished());
 }

@@ -212,7 +212,7 @@ protected:
         const auto catalogue = sampleCatalogue();
         const Bytes db =
             moxphone::ResponseDatabase::build(*catalogue, *catalogue->findDisc(kDiscToc));
-        EXPECT_EQ((std::vector<Bytes>{header(0x8010), notice(static_cast<uint32_t>(db.size())),
+        EXPECT_EQ((std::vector<Bytes>{answer(0x8010), notice(static_cast<uint32_t>(db.size())),
                                       chunk(0, 1, static_cast<uint32_t>(db.size()), db)}),
                   raw.readFrames(3));
     }
@@ -248,11 +248,11 @@ TEST_F(PhoneServerTest, Unix_WholeLookup_EveryFrameByteForByte) {
     startUnix();
     std::unique_ptr<RawClient> raw = greeted();
     raw->sendCommand(kConnect);
-    EXPECT_EQ(std::vector<Bytes>{header(0x8001)}, raw->readFrames(1));
+    EXPECT_EQ(std::vector<Bytes>{answer(0x8001)}, raw->readFrames(1));
     raw->sendCommand(lookupFrame(kDiscToc));
     const auto catalogue = sampleCatalogue();
     const Bytes db = moxphone::ResponseDatabase::build(*catalogue, *catalogue->findDisc(kDiscToc));
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010), notice(static_cast<uint32_t>(db.size()))}),
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010), notice(static_cast<uint32_t>(db.size()))}),
               raw->readFrames(2));
     raw->sendCommand(kGetCdMetaInfo);
     EXPECT_EQ((std::vector<Bytes>{chunk(0, 1, static_cast<uint32_t>(db.size()), db)}),
@@ -269,7 +269,7 @@ TEST_F(PhoneServerTest, Unix_RequestsSplitAcrossWrites_AnsweredAsWhole) {
     const Bytes stream = command(kConnect);
     raw->send(slice(stream, 0, 3));
     raw->send(slice(stream, 3, stream.size() - 3));
-    EXPECT_EQ(std::vector<Bytes>{header(0x8001)}, raw->readFrames(1));
+    EXPECT_EQ(std::vector<Bytes>{answer(0x8001)}, raw->readFrames(1));
 }
 
 TEST_F(PhoneServerTest, Unix_ConnectionsOneAfterAnother_EachGreetedAfresh) {
@@ -277,11 +277,11 @@ TEST_F(PhoneServerTest, Unix_ConnectionsOneAfterAnother_EachGreetedAfresh) {
     std::unique_ptr<RawClient> first = greeted();
     std::unique_ptr<RawClient> second = client();  // served beside the first
     first->sendCommand(kEcho);
-    EXPECT_EQ(std::vector<Bytes>{header(0xFFFF)}, first->readFrames(1));
+    EXPECT_EQ(std::vector<Bytes>{answer(0xFFFF)}, first->readFrames(1));
     first->close();
     EXPECT_EQ((std::vector<Message>{deviceInfo(1, "mox-phone"), deviceStatus(2)}), second->read(2));
     second->sendCommand(kConnect);
-    EXPECT_EQ(std::vector<Bytes>{header(0x8001)}, second->readFrames(1));
+    EXPECT_EQ(std::vector<Bytes>{answer(0x8001)}, second->readFrames(1));
     EXPECT_EQ(2u, server->connections());
 }
 
@@ -317,7 +317,7 @@ TEST_F(PhoneServerTest, ClientHangsUpAtEachStep_NextClientIsServed) {
         }
         std::unique_ptr<RawClient> next = greeted();
         next->sendCommand(kConnect);
-        EXPECT_EQ(std::vector<Bytes>{header(0x8001)}, next->readFrames(1)) << "step " << i;
+        EXPECT_EQ(std::vector<Bytes>{answer(0x8001)}, next->readFrames(1)) << "step " << i;
     }
     EXPECT_EQ(2 * steps.size(), server->connections());
 }
@@ -335,7 +335,7 @@ TEST_F(PhoneServerTest, ClientHangsUpDuringSlowTransfer_PendingChunksDroppedNext
     }
     std::unique_ptr<RawClient> next = greeted();
     next->sendCommand(kEcho);
-    EXPECT_EQ(std::vector<Bytes>{header(0xFFFF)}, next->readFrames(1));
+    EXPECT_EQ(std::vector<Bytes>{answer(0xFFFF)}, next->readFrames(1));
 }
 
 TEST_F(PhoneServerTest, BadEnvelopeFromTheClient_ServerHangsUpAndServesTheNext) {
@@ -402,7 +402,7 @@ TEST_F(PhoneServerTest, ClientThatReadsNothing_AnotherClientsLookupIsServedMeanw
     std::unique_ptr<RawClient> stuck = clientThatReadsNothing();
     std::unique_ptr<RawClient> other = greeted();
     other->sendCommand(kEcho);
-    EXPECT_EQ(std::vector<Bytes>{header(0xFFFF)}, other->readFrames(1));
+    EXPECT_EQ(std::vector<Bytes>{answer(0xFFFF)}, other->readFrames(1));
 }
 
 TEST_F(PhoneServerTest, ClientsOverTheLimit_ClosedAtOnceWithOneLogLineEach) {
@@ -468,7 +468,7 @@ TEST_F(PhoneServerTest, MalformedFrames_EachLoggedInOneShortLine) {
     frame[1] = 0x01;
     for (int i = 0; i < 16; ++i) {
         raw->sendCommand(frame);
-        EXPECT_EQ(std::vector<Bytes>{header(0x8001, 400)}, raw->readFrames(1));
+        EXPECT_EQ(std::vector<Bytes>{answer(0x8001, 400)}, raw->readFrames(1));
     }
     stop();
     EXPECT_EQ(16u, logLinesStartingWith("mox-phone: malformed connect: the frame must be the 3 "
@@ -488,7 +488,7 @@ TEST_F(PhoneServerTest, Tcp_PortZero_TheChosenPortIsReportedAndServed) {
     std::unique_ptr<RawClient> raw = RawClient::tcpAt(port);
     EXPECT_EQ((std::vector<Message>{deviceInfo(1, "mox-phone"), deviceStatus(2)}), raw->read(2));
     raw->sendCommand(lookupFrame(kUnknownToc));
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010), notice(0, 404)}), raw->readFrames(2));
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010), notice(0, 404)}), raw->readFrames(2));
 }
 
 TEST_F(PhoneServerTest, Tcp_LoopbackNames_Accepted) {

@@ -124,7 +124,7 @@ TEST_F(PhoneSessionTest, Lookup_KnownDisc_AcknowledgesThenAnnouncesTheDatabaseSi
     ASSERT_GT(size, 124u);
     Bytes expected = {0x00, 0x00, 0x00, 0x09, 0x03, 0x80, 0x10, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
                       0x00, 0x00, 0x00, 0x0D, 0x03, 0x80, 0x11, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
-    appendBe32(expected, size);
+    moxdb::appendU32Be(expected, size);
     EXPECT_EQ(expected, transport.stream());
 }
 
@@ -132,7 +132,7 @@ TEST_F(PhoneSessionTest, Lookup_UnknownDisc_NoticeCarries404AndSizeZero) {
     startWith({});
     receive(lookupFrame(kUnknownToc));
     EXPECT_EQ((std::vector<Bytes>{
-                  header(0x8010),
+                  answer(0x8010),
                   {0x80, 0x11, 0x01, 0x94, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}}),
               transport.frames());
 }
@@ -142,13 +142,13 @@ TEST_F(PhoneSessionTest, Lookup_UnknownDiscWithOwnNotFoundStatus_NoticeCarriesIt
     options.notFoundStatus = 7;
     start(options);
     receive(lookupFrame(kUnknownToc));
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010), notice(0, 7)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010), notice(0, 7)}), transport.frames());
 }
 
 TEST_F(PhoneSessionTest, Lookup_TocMatchesOnlyExactly_LowerCaseIsUnknown) {
     startWith({});
     receive(lookupFrame("000096004eb600a0be00ecea013916"));
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010), notice(0, 404)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010), notice(0, 404)}), transport.frames());
 }
 
 TEST_F(PhoneSessionTest, GetCdMetaInfo_SmallDatabase_OneChunkOfTheWholeDatabase) {
@@ -304,7 +304,7 @@ TEST_F(PhoneSessionTest, WholeLookup_LogsOneLinePerFrame) {
 TEST_F(PhoneSessionTest, Connect_TwoBytes_Status400AndTheReasonLogged) {
     startWith({});
     receive({0x00, 0x01});
-    EXPECT_EQ((std::vector<Bytes>{header(0x8001, 400)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8001, 400)}), transport.frames());
     EXPECT_EQ((std::vector<std::string>{
                   "mox-phone: <- 0x0001 connect (2 bytes)",
                   "mox-phone: malformed connect: the frame must be the 3 bytes 00 01 01, not 00 "
@@ -319,7 +319,7 @@ TEST_F(PhoneSessionTest, Connect_MebibyteFrame_LogShowsTheFirst32BytesAndTheSize
     frame[0] = 0x00;
     frame[1] = 0x01;
     receive(frame);
-    EXPECT_EQ((std::vector<Bytes>{header(0x8001, 400)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8001, 400)}), transport.frames());
     std::string shown = "00 01";
     for (int i = 2; i < 32; ++i) {
         shown += " AA";
@@ -359,7 +359,7 @@ TEST_F(PhoneSessionTest, Echo_FrameOf32And33Bytes_AllShownUpTo32ThenCut) {
 TEST_F(PhoneSessionTest, Connect_WrongThirdByte_Status400) {
     startWith({});
     receive({0x00, 0x01, 0x02});
-    EXPECT_EQ((std::vector<Bytes>{header(0x8001, 400)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8001, 400)}), transport.frames());
 }
 
 TEST_F(PhoneSessionTest, GetCdMetaInfo_OtherParameter_FailureChunkWithStatus400) {
@@ -374,7 +374,7 @@ TEST_F(PhoneSessionTest, CancelEchoDisconnect_ExtraByte_Status400OnTheirAnswerId
     receive({0x0F, 0xFF, 0x00});
     receive({0x7F, 0xFF, 0x00});
     receive({0x00, 0x02, 0x00});
-    EXPECT_EQ((std::vector<Bytes>{header(0x8FFF, 400), header(0xFFFF, 400), header(0x8002, 400)}),
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8FFF, 400), answer(0xFFFF, 400), answer(0x8002, 400)}),
               transport.frames());
 }
 
@@ -383,7 +383,7 @@ TEST_F(PhoneSessionTest, Lookup_ReservedByteSet_Status400WithTheReason) {
     Bytes frame = lookupFrame(kDiscToc);
     frame[3] = 0x01;
     receive(frame);
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010, 400)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010, 400)}), transport.frames());
     EXPECT_EQ(
         "mox-phone: malformed lookup: the reserved byte 3 is 1, not 0; answered with "
         "status 400",
@@ -396,14 +396,14 @@ TEST_F(PhoneSessionTest, Lookup_Malformed_NoDatabaseIsPrepared) {
     frame.pop_back();
     receive(frame);
     receive(kGetCdMetaInfo);
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010, 400), chunk(0, 0, 0, {}, 400)}),
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010, 400), chunk(0, 0, 0, {}, 400)}),
               transport.frames());
 }
 
 TEST_F(PhoneSessionTest, UnknownRequest_AnsweredOnItsAnswerIdWithStatus400) {
     startWith({});
     receive({0x12, 0x34, 0x00});
-    EXPECT_EQ((std::vector<Bytes>{header(0x9234, 400)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x9234, 400)}), transport.frames());
     EXPECT_EQ((std::vector<std::string>{
                   "mox-phone: <- 0x1234 unknown request (3 bytes)",
                   "mox-phone: malformed request: unknown command ID 0x1234; answered with status "
@@ -414,7 +414,7 @@ TEST_F(PhoneSessionTest, UnknownRequest_AnsweredOnItsAnswerIdWithStatus400) {
 
 TEST_F(PhoneSessionTest, AnswerFrameFromTheModule_IgnoredAndLogged) {
     startWith({});
-    receive(header(0x8001));
+    receive(answer(0x8001));
     EXPECT_TRUE(transport.sends.empty());
     EXPECT_EQ("mox-phone: <- 0x8001 (8 bytes) is an answer, not a request; ignored\n",
               logText.str());
@@ -457,20 +457,20 @@ TEST_F(PhoneSessionTest, StatusAck_OnlyTheAckWithTheStatus) {
     startWith({"status-ack=503"});
     receive(lookupFrame(kDiscToc));
     receive(kGetCdMetaInfo);
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010, 503), chunk(0, 0, 0, {}, 400)}),
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010, 503), chunk(0, 0, 0, {}, 400)}),
               transport.frames());
 }
 
 TEST_F(PhoneSessionTest, StatusNotice_NoticeCarriesTheStatusAndSizeZero) {
     startWith({"status-notice=503"});
     receive(lookupFrame(kDiscToc));
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010), notice(0, 503)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010), notice(0, 503)}), transport.frames());
 }
 
 TEST_F(PhoneSessionTest, StatusNotice_UnknownDisc_TheFaultsStatusReplacesNotFound) {
     startWith({"status-notice=503"});
     receive(lookupFrame(kUnknownToc));
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010), notice(0, 503)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010), notice(0, 503)}), transport.frames());
 }
 
 TEST_F(PhoneSessionTest, ShortNotice_ElevenBytes) {
@@ -478,7 +478,7 @@ TEST_F(PhoneSessionTest, ShortNotice_ElevenBytes) {
     receive(lookupFrame(kDiscToc));
     Bytes expected = notice(static_cast<uint32_t>(database().size()));
     expected.pop_back();
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010), expected}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010), expected}), transport.frames());
 }
 
 TEST_F(PhoneSessionTest, GarbageLengthZero_FourZeroBytesInsteadOfTheNotice) {
@@ -520,13 +520,13 @@ TEST_F(PhoneSessionTest, NoCancelAnswer_CancelNotAnswered) {
 TEST_F(PhoneSessionTest, StatusCancel_CancelAnswerCarriesTheStatus) {
     startWith({"status-cancel=503"});
     receive(kCancel);
-    EXPECT_EQ((std::vector<Bytes>{header(0x8FFF, 503)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8FFF, 503)}), transport.frames());
 }
 
 TEST_F(PhoneSessionTest, StatusEcho_EchoAnswerCarriesTheStatus) {
     startWith({"status-echo=503"});
     receive(kEcho);
-    EXPECT_EQ((std::vector<Bytes>{header(0xFFFF, 503)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0xFFFF, 503)}), transport.frames());
 }
 
 // ---- Faults of the transfer: the middle chunk m = count / 2 ----
@@ -658,10 +658,10 @@ TEST_F(PhoneSessionTest, NoRoom_CancelWhileWaiting_ResumeSendsNothing) {
     receive(kGetCdMetaInfo);
     EXPECT_TRUE(transport.frames().empty());
     receive(kCancel);
-    EXPECT_EQ(std::vector<Bytes>{header(0x8FFF)}, transport.frames());
+    EXPECT_EQ(std::vector<Bytes>{answer(0x8FFF)}, transport.frames());
     transport.room = true;
     session->resume();
-    EXPECT_EQ(std::vector<Bytes>{header(0x8FFF)}, transport.frames());
+    EXPECT_EQ(std::vector<Bytes>{answer(0x8FFF)}, transport.frames());
 }
 
 TEST_F(PhoneSessionTest, NoRoomWithSlowChunks_ADueChunkWaitsThenGoesAtOnceAndTheNextIsDelayed) {
@@ -688,7 +688,7 @@ TEST_F(PhoneSessionTest, AnswersToRequests_SentWhateverTheRoom) {
     transport.room = false;
     receive(kConnect);
     receive(kEcho);
-    EXPECT_EQ((std::vector<Bytes>{header(0x8001), header(0xFFFF)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8001), answer(0xFFFF)}), transport.frames());
     EXPECT_EQ(0, transport.roomAsked);
 }
 
@@ -730,7 +730,7 @@ TEST_F(PhoneSessionTest, SlowChunks_CancelMidway_PendingChunksDroppedAndCancelAn
     logText.str("");
     receive(kCancel);
     scheduler.advance(100000);
-    EXPECT_EQ((std::vector<Bytes>{all[0], header(0x8FFF)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{all[0], answer(0x8FFF)}), transport.frames());
     EXPECT_EQ(0u, scheduler.pending());
     EXPECT_EQ(
         (std::vector<std::string>{"mox-phone: <- 0x0FFF cancel (2 bytes)",
@@ -748,7 +748,7 @@ TEST_F(PhoneSessionTest, SlowChunks_NewLookupMidway_OldTransferDropped) {
     transport.clear();
     receive(lookupFrame(kUnknownToc));
     scheduler.advance(100000);
-    EXPECT_EQ((std::vector<Bytes>{header(0x8010), notice(0, 404)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8010), notice(0, 404)}), transport.frames());
 }
 
 TEST_F(PhoneSessionTest, SlowChunksWithDrop_DelayedThenHangsUp) {
@@ -843,7 +843,7 @@ TEST_F(PhoneSessionTest, ReceiveBytes_EnvelopesSplitByteByByte_AnsweredAsWhole) 
     for (uint8_t byte : stream) {
         EXPECT_TRUE(session->receiveBytes(&byte, 1));
     }
-    EXPECT_EQ((std::vector<Bytes>{header(0x8001), header(0x8010), notice(0, 404)}),
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8001), answer(0x8010), notice(0, 404)}),
               transport.frames());
 }
 
@@ -853,7 +853,7 @@ TEST_F(PhoneSessionTest, ReceiveBytes_TwoEnvelopesInOnePiece_BothAnswered) {
     const Bytes echo = command(kEcho);
     stream.insert(stream.end(), echo.begin(), echo.end());
     EXPECT_TRUE(session->receiveBytes(stream.data(), stream.size()));
-    EXPECT_EQ((std::vector<Bytes>{header(0x8001), header(0xFFFF)}), transport.frames());
+    EXPECT_EQ((std::vector<Bytes>{answer(0x8001), answer(0xFFFF)}), transport.frames());
 }
 
 TEST_F(PhoneSessionTest, ReceiveBytes_DeviceStatusEnvelope_IgnoredAndLogged) {

@@ -1,7 +1,6 @@
-// Shared by the simulator's tests: the module's requests and the envelope
-// written out byte by byte (independently of the library), a transport that
-// records what a session sends, a scheduler driven by hand, and small
-// catalogues.
+// Shared by the simulator's tests: the wire written out byte by byte
+// (LinkWire.h), a transport that records what a session sends, a scheduler
+// driven by hand, and small catalogues.
 #ifndef MOX_TESTS_PHONE_PHONETESTSUPPORT_H
 #define MOX_TESTS_PHONE_PHONETESTSUPPORT_H
 
@@ -16,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "moxdb/DbBytes.h"
+#include "LinkWire.h"
 #include "moxdb/TocText.h"
 #include "moxphone/Catalogue.h"
 #include "moxphone/PhoneOptions.h"
@@ -25,132 +24,7 @@
 
 namespace phonetest {
 
-using moxphone::Bytes;
-
-// ---- The module's requests ----
-
-inline const Bytes kConnect = {0x00, 0x01, 0x01};
-inline const Bytes kDisconnect = {0x00, 0x02};
-inline const Bytes kGetCdMetaInfo = {0x00, 0x12, 0x00, 0x00, 0x03, 0xE8};
-inline const Bytes kCancel = {0x0F, 0xFF};
-inline const Bytes kEcho = {0x7F, 0xFF};
-
-inline const std::string kXmlHead =
-    "<DbUpdateRequest>\n\t<DatabaseInfo>\n\t\t<DatabaseKind>73QRVB</DatabaseKind>\n"
-    "\t</DatabaseInfo>\n\t<TOCRequest>\n\t\t<TOC>";
-inline const std::string kXmlTail = "</TOC>\n\t</TOCRequest>\n</DbUpdateRequest>";
-
-// The lookup request as the module builds it.
-inline Bytes lookupFrame(const std::string& toc, uint8_t kind = 0, uint16_t param1 = 0,
-                         uint16_t param2 = 0) {
-    Bytes frame = {0x00,
-                   0x10,
-                   kind,
-                   0x00,
-                   static_cast<uint8_t>(param1 >> 8),
-                   static_cast<uint8_t>(param1 & 0xFF),
-                   static_cast<uint8_t>(param2 >> 8),
-                   static_cast<uint8_t>(param2 & 0xFF)};
-    const std::string text = kXmlHead + toc + kXmlTail;
-    frame.insert(frame.end(), text.begin(), text.end());
-    frame.push_back(0x00);
-    return frame;
-}
-
-// ---- Frames of the phone, written out ----
-
-inline Bytes header(uint16_t command, uint16_t status = 0, uint16_t index = 0, uint16_t count = 0) {
-    return {static_cast<uint8_t>(command >> 8), static_cast<uint8_t>(command & 0xFF),
-            static_cast<uint8_t>(status >> 8),  static_cast<uint8_t>(status & 0xFF),
-            static_cast<uint8_t>(index >> 8),   static_cast<uint8_t>(index & 0xFF),
-            static_cast<uint8_t>(count >> 8),   static_cast<uint8_t>(count & 0xFF)};
-}
-
-inline void appendBe32(Bytes& out, uint32_t value) {
-    out.push_back(static_cast<uint8_t>(value >> 24));
-    out.push_back(static_cast<uint8_t>((value >> 16) & 0xFF));
-    out.push_back(static_cast<uint8_t>((value >> 8) & 0xFF));
-    out.push_back(static_cast<uint8_t>(value & 0xFF));
-}
-
-inline Bytes notice(uint32_t size, uint16_t status = 0) {
-    Bytes frame = header(0x8011, status);
-    appendBe32(frame, size);
-    return frame;
-}
-
-inline Bytes chunk(uint16_t index, uint16_t count, uint32_t declared, const Bytes& payload,
-                   uint16_t status = 0) {
-    Bytes frame = header(0x8012, status, index, count);
-    appendBe32(frame, declared);
-    frame.insert(frame.end(), payload.begin(), payload.end());
-    return frame;
-}
-
-inline Bytes slice(const Bytes& bytes, size_t begin, size_t size) {
-    return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(begin),
-                 bytes.begin() + static_cast<std::ptrdiff_t>(begin + size));
-}
-
-// ---- Envelopes, written out ----
-
-inline Bytes envelope(uint8_t type, const Bytes& payload) {
-    Bytes out;
-    appendBe32(out, static_cast<uint32_t>(payload.size() + 1));
-    out.push_back(type);
-    out.insert(out.end(), payload.begin(), payload.end());
-    return out;
-}
-
-inline Bytes command(const Bytes& frame) {
-    return envelope(0x03, frame);
-}
-
-inline Bytes text(const std::string& s) {
-    return Bytes(s.begin(), s.end());
-}
-
-// One message as read back from a stream.
-struct Message {
-    uint8_t type = 0;
-    Bytes payload;
-    bool operator==(const Message& other) const {
-        return type == other.type && payload == other.payload;
-    }
-};
-
-// Splits a stream into envelopes. Bytes that do not form a whole envelope at
-// the end are returned in `rest`.
-inline std::vector<Message> splitEnvelopes(const Bytes& stream, Bytes* rest = nullptr) {
-    std::vector<Message> messages;
-    size_t at = 0;
-    while (stream.size() - at >= 4) {
-        const uint32_t length = moxdb::getU32Be(stream, at);
-        if (length == 0 || stream.size() - at - 4 < length) {
-            break;
-        }
-        Message message;
-        message.type = stream[at + 4];
-        message.payload = slice(stream, at + 5, length - 1);
-        messages.push_back(message);
-        at += 4 + length;
-    }
-    if (rest != nullptr) {
-        *rest = slice(stream, at, stream.size() - at);
-    }
-    return messages;
-}
-
-// The command frames of a stream, in order; whatever else it holds is left out.
-inline std::vector<Bytes> commandFrames(const Bytes& stream) {
-    std::vector<Bytes> frames;
-    for (const Message& message : splitEnvelopes(stream)) {
-        if (message.type == 0x03) {
-            frames.push_back(message.payload);
-        }
-    }
-    return frames;
-}
+using namespace linkwire;
 
 // The lines of a log, without their ends.
 inline std::vector<std::string> linesOf(const std::string& text) {
@@ -160,28 +34,6 @@ inline std::vector<std::string> linesOf(const std::string& text) {
         lines.push_back(line);
     }
     return lines;
-}
-
-inline Message deviceInfo(uint8_t os, const std::string& name) {
-    Message message;
-    message.type = 0x01;
-    message.payload.push_back(os);
-    message.payload.insert(message.payload.end(), name.begin(), name.end());
-    return message;
-}
-
-inline Message deviceStatus(uint8_t status) {
-    Message message;
-    message.type = 0x02;
-    message.payload.push_back(status);
-    return message;
-}
-
-inline Message commandMessage(const Bytes& frame) {
-    Message message;
-    message.type = 0x03;
-    message.payload = frame;
-    return message;
 }
 
 // ---- A transport and a scheduler for sessions ----
@@ -267,7 +119,6 @@ private:
 
 // ---- Catalogues ----
 
-inline const std::string kThreeTrackToc = "0000960046E6008D3600D386";  // LBA 0, 18000, 36000; 54000
 inline const std::string kUnknownToc = "000096003A98";
 
 // One disc of three tracks with one candidate of three tracks.

@@ -22,7 +22,7 @@ using namespace phonetest;
 const Bytes kGreeting = envelope(0x01, {0x01, 'p'});
 const Bytes kStatus = envelope(0x02, {0x02});
 const Bytes kConnectRequest = command(kConnect);
-const Bytes kConnectAnswer = command(header(0x8001));
+const Bytes kConnectAnswer = command(answer(0x8001));
 const Bytes kDisconnectRequest = command(kDisconnect);
 
 class ReplaySessionTest : public ::testing::Test {

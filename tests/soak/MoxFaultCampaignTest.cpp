@@ -29,12 +29,12 @@
 #include <vector>
 
 #include "BundledLookupFixture.h"
-#include "CuttingProxy.h"
 #include "FaultDraw.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "NotificationLog.h"
 #include "OstLinkApp/OstLinkAppHost.h"
+#include "RawPhone.h"
 #include "TestDir.h"
 #include "WorkerBarrier.h"
 #include "moxphone/PhoneLog.h"
@@ -86,7 +86,7 @@ protected:
         }
         normalPhone.reset(new ServedPhone(options, dir.file("phone.sock")));
         ASSERT_TRUE(normalPhone->listening());
-        proxy.reset(new CuttingProxy(dir.file("proxy.sock")));
+        proxy.reset(new RawPhone(dir.file("proxy.sock")));
     }
 
     void releasePhones() override {
@@ -175,7 +175,7 @@ protected:
 
     // Bytes the phone sends in a whole fault-free lookup.
     uint64_t measureWholeLookup() {
-        proxy->setNext(normalPhone->path(), 0);
+        proxy->relay(normalPhone->path(), 0);
         drive([](const std::vector<Notification>& all) {
             return statesOf(all) == std::vector<int32>{101, 102, 103, 0};
         });
@@ -191,7 +191,7 @@ protected:
         ASSERT_TRUE(faulty.faults.add(fault.text, &error)) << error;
         ServedPhone phone(faulty, dir.file("faulty.sock"));
         ASSERT_TRUE(phone.listening());
-        proxy->setNext(phone.path(), 0);
+        proxy->relay(phone.path(), 0);
         const std::vector<int32> expected = fault.expectedStates();
         // Ends on the documented path's last state, reached no earlier than
         // that path reaches it.
@@ -218,7 +218,7 @@ protected:
     // the link is lost, and whatever was under way ends in an error, then
     // idle.
     void cutLink(size_t round, uint64_t cut) {
-        proxy->setNext(normalPhone->path(), cut);
+        proxy->relay(normalPhone->path(), cut);
         drive([](const std::vector<Notification>& all) {
             for (const Notification& n : all) {
                 if (n.id == 3 && n.data == std::vector<unsigned char>{0}) {
@@ -243,7 +243,7 @@ protected:
 
     TestDir dir{"MoxFaultCampaign"};
     std::unique_ptr<ServedPhone> normalPhone;
-    std::unique_ptr<CuttingProxy> proxy;
+    std::unique_ptr<RawPhone> proxy;  // relays the link, and cuts it on demand
     size_t unusualPaths = 0;
 };
 
