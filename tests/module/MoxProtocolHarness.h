@@ -22,6 +22,7 @@
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbObserver.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "TestDir.h"
 #include "moxdb/DbBytes.h"
@@ -280,7 +281,7 @@ private:
 class ProtocolFixture : public ::testing::Test {
 public:
     void SetUp() override {
-        HbLTimerMng::GetTimerMng()->UseManualClock();
+        HbLTimerManualClock::GetInstance()->Use();
         resetResultPlace();
         protocol = MoxProtocol::GetInstance();
         state = MoxState::GetInstance();
@@ -300,7 +301,7 @@ public:
     }
 
     size_t armed() { return HbLTimerMng::GetTimerMng()->ActiveCount(); }
-    void advance(uint32 ms) { HbLTimerMng::GetTimerMng()->AdvanceClock(ms); }
+    void advance(uint32 ms) { HbLTimerManualClock::GetInstance()->Advance(ms); }
 
     void startLookup(const std::string& toc = kToc) {
         HbSMoxDef::SearchInfo info;

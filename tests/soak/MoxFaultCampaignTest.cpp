@@ -32,6 +32,7 @@
 #include "CuttingProxy.h"
 #include "FaultDraw.h"
 #include "HbFramework/HbDbgOutput.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "NotificationLog.h"
@@ -88,7 +89,7 @@ private:
 class MoxFaultCampaignTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        HbLTimerMng::GetTimerMng()->UseManualClock();
+        HbLTimerManualClock::GetInstance()->Use();
         previousSink = HbDbgOutput::SetSink([this](const HbDbgRecord&) { ++logged; });
         moxphone::Catalogue catalogue;
         moxphone::CatalogueProblem problem;
@@ -157,7 +158,7 @@ protected:
                 [seen](const std::vector<Notification>& all) { return all.size() != seen; },
                 std::chrono::milliseconds(50));
             if (!moved && quiet() && HbLTimerMng::GetTimerMng()->ActiveCount() != 0) {
-                HbLTimerMng::GetTimerMng()->AdvanceClock(MoxProtocol::CMD_TIMER_PERIOD);
+                HbLTimerManualClock::GetInstance()->Advance(MoxProtocol::CMD_TIMER_PERIOD);
             }
         }
         FAIL() << "the lookup did not end";

@@ -28,6 +28,7 @@
 
 #include "FaultDraw.h"
 #include "HbFramework/HbDbgOutput.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "NotificationLog.h"
@@ -87,7 +88,7 @@ std::vector<std::string> titles(const std::list<HbSMoxDef::AlbumInfo>& albums) {
 class MoxSoakTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        HbLTimerMng::GetTimerMng()->UseManualClock();
+        HbLTimerManualClock::GetInstance()->Use();
         // Faulty lookups log their errors; they are counted, not kept, so
         // that the log does not grow the memory the soak measures.
         previousSink = HbDbgOutput::SetSink([this](const HbDbgRecord&) { ++logged; });
@@ -126,7 +127,7 @@ protected:
             if (timers->ActiveCount() == 0) {
                 return;
             }
-            timers->AdvanceClock(MoxProtocol::CMD_TIMER_PERIOD);
+            HbLTimerManualClock::GetInstance()->Advance(MoxProtocol::CMD_TIMER_PERIOD);
         }
         FAIL() << "the command timer is armed again and again";
     }
