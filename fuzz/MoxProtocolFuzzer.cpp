@@ -26,6 +26,7 @@
 
 #include "HbFramework/Foundation/HbObserver.h"
 #include "HbFramework/HbDbgOutput.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMoxDef.h"
 #include "moxdb/DbBytes.h"
@@ -139,7 +140,7 @@ void start(uint8_t mode) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     HbDbgOutput::SetSink([](const HbDbgRecord&) {});
-    HbLTimerMng::GetTimerMng()->UseManualClock();
+    HbLTimerManualClock::GetInstance()->Use();
     static FrameChecker checker;
     static HbObserver<FrameChecker> observer(&checker, &FrameChecker::onFrame);
     MoxProtocol::GetInstance()->AddObserver(&observer);
@@ -157,7 +158,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const uint16 length = moxdb::getU16Be(moxdb::Bytes(data + pos, data + pos + 2), 0);
         pos += 2;
         if (length == ACTION_EXPIRE) {
-            HbLTimerMng::GetTimerMng()->AdvanceClock(MoxProtocol::CMD_TIMER_PERIOD);
+            HbLTimerManualClock::GetInstance()->Advance(MoxProtocol::CMD_TIMER_PERIOD);
         } else if (length == ACTION_LINK_LOST) {
             MoxState::GetInstance()->notifyObserverAppState(OstLinkAppState::en_APP_STATE_LOST);
         } else if (length == ACTION_LARGE_CHUNK) {

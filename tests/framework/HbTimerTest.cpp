@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "HbFramework/Foundation/HbTimer.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "TestEvent.h"
 #include "TimerCallGate.h"
@@ -82,16 +83,16 @@ TEST(HbTimerTest, SetPeriod_WithoutPeriodCallback_OnlyStores) {
 
 TEST(HbTimerTest, Armed_ExpiresThroughTheManager_CallsTheOwnerOnce) {
     HbLTimerMng* manager = HbLTimerMng::GetTimerMng();
-    manager->UseManualClock();
+    HbLTimerManualClock::GetInstance()->Use();
     Owner owner;
     HbTimer<Owner> timer(&owner, &Owner::onExpiry, nullptr, 10000);
     timer.setSubInfo(manager->AddTimer(&timer, timer.getPeriod()));
     ASSERT_NE(nullptr, timer.getSubInfo());
     EXPECT_TRUE(manager->IsActive(timer.getSubInfo(), &timer));
 
-    manager->AdvanceClock(9999);
+    HbLTimerManualClock::GetInstance()->Advance(9999);
     EXPECT_TRUE(owner.expired.empty());
-    manager->AdvanceClock(1);
+    HbLTimerManualClock::GetInstance()->Advance(1);
     ASSERT_EQ(1u, owner.expired.size());
     EXPECT_EQ(&timer, owner.expired[0]);
     EXPECT_FALSE(manager->IsActive(timer.getSubInfo(), &timer));
@@ -158,10 +159,10 @@ class HbTimerThreadTest : public ::testing::Test {
 protected:
     void SetUp() override {
         manager = HbLTimerMng::GetTimerMng();
-        manager->UseManualClock();
+        HbLTimerManualClock::GetInstance()->Use();
     }
     void TearDown() override {
-        manager->SetRemoveWaitHook(nullptr);
+        HbLTimerManualClock::GetInstance()->SetRemoveWaitHook(nullptr);
         owner.stop();
         EXPECT_EQ(0u, manager->ActiveCount());
     }
@@ -178,10 +179,10 @@ protected:
     void expectArmedOnceThenQuiet(int expiriesBefore) {
         EXPECT_EQ(1u, manager->ActiveCount());
         EXPECT_TRUE(owner.armed());
-        manager->AdvanceClock(10000);
+        HbLTimerManualClock::GetInstance()->Advance(10000);
         EXPECT_EQ(expiriesBefore + 1, owner.expiries.load());
         EXPECT_EQ(0u, manager->ActiveCount());
-        manager->AdvanceClock(10000);
+        HbLTimerManualClock::GetInstance()->Advance(10000);
         EXPECT_EQ(expiriesBefore + 1, owner.expiries.load());
     }
 
@@ -191,7 +192,7 @@ protected:
         EXPECT_EQ(0u, manager->ActiveCount());
         EXPECT_FALSE(owner.armed());
         const int expiries = owner.expiries.load();
-        manager->AdvanceClock(20000);
+        HbLTimerManualClock::GetInstance()->Advance(20000);
         EXPECT_EQ(expiries, owner.expiries.load());
     }
 
@@ -204,8 +205,8 @@ protected:
 // Both threads find the timer disarmed, then both add it: one arming.
 TEST_F(HbTimerThreadTest, Restart_OnTwoThreadsAtOnce_ArmsTheTimerOnce) {
     TimerCallGate gate(&owner.timer);
-    gate.holdAt("first", HbLTimerMng::en_CALL_IS_ACTIVE, 2);
-    gate.holdAt("second", HbLTimerMng::en_CALL_IS_ACTIVE, 2);
+    gate.holdAt("first", HbLTimerClock::en_CALL_IS_ACTIVE, 2);
+    gate.holdAt("second", HbLTimerClock::en_CALL_IS_ACTIVE, 2);
     std::thread first = named("first", [this] { owner.restart(); });
     gate.waitHeld("first");
     std::thread second = named("second", [this] { owner.restart(); });
@@ -223,8 +224,8 @@ TEST_F(HbTimerThreadTest, Restart_OnTwoThreadsAtOnce_ArmsTheTimerOnce) {
 
 TEST_F(HbTimerThreadTest, Restart_OnTwoThreadsAtOnce_AStopAfterwardsDisarms) {
     TimerCallGate gate(&owner.timer);
-    gate.holdAt("first", HbLTimerMng::en_CALL_IS_ACTIVE, 2);
-    gate.holdAt("second", HbLTimerMng::en_CALL_IS_ACTIVE, 2);
+    gate.holdAt("first", HbLTimerClock::en_CALL_IS_ACTIVE, 2);
+    gate.holdAt("second", HbLTimerClock::en_CALL_IS_ACTIVE, 2);
     std::thread first = named("first", [this] { owner.restart(); });
     gate.waitHeld("first");
     std::thread second = named("second", [this] { owner.restart(); });
@@ -243,8 +244,8 @@ TEST_F(HbTimerThreadTest, Restart_WhileTheExpiryRestartsTheTimer_ArmsTheTimerOnc
     owner.restart();
     owner.restartOnExpiry = true;
     TimerCallGate gate(&owner.timer);
-    gate.holdAt("HbLTimerMng", HbLTimerMng::en_CALL_IS_ACTIVE, 2);
-    std::thread clock([this] { manager->AdvanceClock(10000); });
+    gate.holdAt("HbLTimerMng", HbLTimerClock::en_CALL_IS_ACTIVE, 2);
+    std::thread clock([this] { HbLTimerManualClock::GetInstance()->Advance(10000); });
     gate.waitHeld("HbLTimerMng");  // expired; the expiry found it disarmed
     std::thread worker = named("worker", [this] { owner.restart(); });
     worker.join();
@@ -265,10 +266,11 @@ TEST_F(HbTimerThreadTest, Restart_WhileTheExpiryRestartsTheTimer_ArmsTheTimerOnc
 TEST_F(HbTimerThreadTest, HandleStore_LandingAfterTheExpirysNewerStore_StillLetsAStopDisarm) {
     owner.restartOnExpiry = true;
     TimerCallGate gate(&owner.timer);
-    gate.holdAt("worker", HbLTimerMng::en_CALL_ADD_TIMER, 1);
+    gate.holdAt("worker", HbLTimerClock::en_CALL_ADD_TIMER, 1);
     std::thread worker = named("worker", [this] { owner.restart(); });
     gate.waitHeld("worker");
-    manager->AdvanceClock(10000);  // the worker's arming expires; the expiry restarts
+    // The worker's arming expires; the expiry restarts.
+    HbLTimerManualClock::GetInstance()->Advance(10000);
     ASSERT_EQ(1, owner.expiries.load());
     HbLTimerSubInfo* storedByExpiry = owner.timer.getSubInfo();
     gate.resume("worker");
@@ -290,7 +292,7 @@ TEST_F(HbTimerThreadTest, HandleStore_LandingAfterTheExpirysNewerStore_StillLets
 TEST_F(HbTimerThreadTest, NullStore_LandingAfterARestartsStore_StillLetsAStopDisarm) {
     owner.restart();
     TimerCallGate gate(&owner.timer);
-    gate.holdAt("stopper", HbLTimerMng::en_CALL_REMOVE_TIMER, 1);
+    gate.holdAt("stopper", HbLTimerClock::en_CALL_REMOVE_TIMER, 1);
     std::thread stopper = named("stopper", [this] { owner.stop(); });
     gate.waitHeld("stopper");
     std::thread restarter = named("restarter", [this] { owner.restart(); });
@@ -315,16 +317,16 @@ TEST_F(HbTimerThreadTest, Stop_WhileTheExpiryRestartsTheTimer_WaitsAndLeavesItDi
     owner.restart();
     owner.restartOnExpiry = true;
     TimerCallGate gate(&owner.timer);
-    gate.holdAt("HbLTimerMng", HbLTimerMng::en_CALL_ADD_TIMER, 1);
+    gate.holdAt("HbLTimerMng", HbLTimerClock::en_CALL_ADD_TIMER, 1);
     // Set when the stop waits inside RemoveTimer for the expiry, or when it has
     // returned without waiting (which fails the test below).
     TestEvent stopperWaitingOrDone;
     std::atomic<bool> stopperWaited{false};
-    manager->SetRemoveWaitHook([&stopperWaitingOrDone, &stopperWaited] {
+    HbLTimerManualClock::GetInstance()->SetRemoveWaitHook([&stopperWaitingOrDone, &stopperWaited] {
         stopperWaited = true;
         stopperWaitingOrDone.set();
     });
-    std::thread clock([this] { manager->AdvanceClock(10000); });
+    std::thread clock([this] { HbLTimerManualClock::GetInstance()->Advance(10000); });
     gate.waitHeld("HbLTimerMng");  // re-armed, handle not yet stored
     std::thread stopper = named("stopper", [this, &stopperWaitingOrDone] {
         owner.stop();
@@ -342,6 +344,6 @@ TEST_F(HbTimerThreadTest, Stop_WhileTheExpiryRestartsTheTimer_WaitsAndLeavesItDi
     EXPECT_EQ(steps, gate.steps());
     EXPECT_EQ(nullptr, owner.timer.getSubInfo());
     EXPECT_EQ(0u, manager->ActiveCount());
-    manager->AdvanceClock(20000);
+    HbLTimerManualClock::GetInstance()->Advance(20000);
     EXPECT_EQ(1, owner.expiries.load());
 }

@@ -260,6 +260,28 @@ TEST_F(OstLinkAppLoopbackTransportTest, PeerPushesAndHangsUpInsideOnCommand_With
     EXPECT_FALSE(transport.send(frame, sizeof(frame)));
 }
 
+// The peer is called with no lock held: inside onCommand() it may wait for
+// another thread of its own that pushes and hangs up. That thread does not
+// wait for the peer; onClose() follows once onCommand() has returned.
+TEST_F(OstLinkAppLoopbackTransportTest,
+       PeerWaitsInsideOnCommandForItsThreadThatHangsUp_NoDeadlock) {
+    peer.onCommandAction = [](OstLinkAppPeerLink& link) {
+        std::thread phoneThread([&link] {
+            pthread_setname_np(pthread_self(), "Phone");
+            const uint8 answer[] = {0x80, 0x01, 0, 0, 0, 0, 0, 0};
+            EXPECT_TRUE(link.pushCommand(answer, sizeof(answer)));
+            link.hangUp();
+        });
+        phoneThread.join();
+    };
+    ASSERT_TRUE(transport.open());
+    const uint8 frame[] = {0x00, 0x01, 0x01};
+    EXPECT_TRUE(transport.send(frame, sizeof(frame)));
+    EXPECT_EQ((Texts{"602 [80 01 00 00 00 00 00 00] @Phone", "601 [00] @Phone"}), posts.entries());
+    EXPECT_EQ((Texts{"open", "command [00 01 01] @TestMain", "close"}), peer.log.entries());
+    EXPECT_FALSE(transport.close());
+}
+
 // Whatever the interleaving, a push that returned true has posted before
 // close() returned, and nothing is posted after.
 TEST_F(OstLinkAppLoopbackTransportTest, PushesRacingWithClose_PostBeforeCloseReturnsOrAreRefused) {

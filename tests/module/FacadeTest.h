@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "ModuleReset.h"
@@ -27,7 +28,7 @@
 
 class FacadeTest : public ::testing::Test {
 protected:
-    void SetUp() override { HbLTimerMng::GetTimerMng()->UseManualClock(); }
+    void SetUp() override { HbLTimerManualClock::GetInstance()->Use(); }
 
     void TearDown() override {
         if (facade != nullptr) {

@@ -27,6 +27,7 @@
 #include "DbgCapture.h"
 #include "FacadeTest.h"
 #include "HbFramework/HbDbgOutput.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "MoxProtocolHarness.h"
@@ -278,7 +279,7 @@ TEST_F(HbSMoxHostilePeerTest, PhoneThatNeverReads_LinkEndsAfterTheStallTimeNothi
     EXPECT_LT(peak, before.residentKiB + 8 * 1024);
 #endif
     // The module has given the lookup up; the timer manager is free to run.
-    HbLTimerMng::GetTimerMng()->AdvanceClock(10000);
+    HbLTimerManualClock::GetInstance()->Advance(10000);
     ASSERT_TRUE(appLog.waitForValue(2, 100));
     EXPECT_EQ(facade->getSearchStatus(), 100);
     OstLinkAppHost::setLinkTimes(0, 0);
@@ -292,20 +293,21 @@ TEST_F(HbSMoxHostilePeerTest, OneBytePer100Ms_LookupEndsOnTheCommandTimerNotLate
     searchAndAnnounce(database);
     // A chunk that would take 409 s at this pace, and never completes.
     const Bytes slow = linkwire::command(moxtest::chunk(0, 1, Bytes(4096, 0x5A)));
-    HbLTimerMng* timers = HbLTimerMng::GetTimerMng();
+    HbLTimerManualClock* clock = HbLTimerManualClock::GetInstance();
     size_t sent = 0;
     for (; sent < 99; ++sent) {
         ASSERT_TRUE(phone.send(Bytes{slow[sent]}));
-        timers->AdvanceClock(100);
+        clock->Advance(100);
     }
     EXPECT_EQ(facade->getSearchStatus(), 103) << "gave up before the command timer";
     ASSERT_TRUE(phone.send(Bytes{slow[sent++]}));
-    timers->AdvanceClock(100);  // 10 000 ms since the request for the database
+    // 10 000 ms since the request for the database.
+    clock->Advance(100);
     EXPECT_EQ(facade->getSearchStatus(), 104);
     EXPECT_EQ(phone.readFrame(), moxtest::kCancel);
     for (size_t i = 0; i < 100; ++i, ++sent) {
         ASSERT_TRUE(phone.send(Bytes{slow[sent]}));
-        timers->AdvanceClock(100);
+        clock->Advance(100);
     }
     EXPECT_EQ(facade->getSearchStatus(), 100);
     ASSERT_TRUE(appLog.waitForValue(2, 100));

@@ -24,6 +24,7 @@
 
 #include "DbgCapture.h"
 #include "FacadeTest.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbSMox.h"
 #include "MoxProtocolHarness.h"
 #include "NotificationLog.h"
@@ -130,7 +131,7 @@ void expectNoThreadWakes() {
 class HbSMoxIdleTest : public FacadeTest {
 protected:
     void SetUp() override {
-        HbLTimerMng::GetTimerMng()->UseRealClock();
+        HbLTimerManualClock::GetInstance()->UseRealClock();
         createFacade();
     }
 

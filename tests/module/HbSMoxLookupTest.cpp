@@ -10,6 +10,7 @@
 
 #include "DbgCapture.h"
 #include "FacadeTest.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "NotificationLog.h"
@@ -144,10 +145,10 @@ TEST_F(HbSMoxLookupTest, SilentPhone_TimesOutOnTheTimerThreadAndCancels) {
     facade->search(info);
     ASSERT_TRUE(loopbackPhone->waitForFrame(moxtest::lookupFrame(kToc)));
     ASSERT_TRUE(appLog.waitForValue(2, 103));
-    HbLTimerMng::GetTimerMng()->AdvanceClock(10000);
+    HbLTimerManualClock::GetInstance()->Advance(10000);
     ASSERT_TRUE(appLog.waitForValue(2, 104));
-    EXPECT_TRUE(loopbackPhone->waitForFrame(moxtest::kCancel));
-    HbLTimerMng::GetTimerMng()->AdvanceClock(10000);  // the cancel is not answered either
+    EXPECT_TRUE(script.waitForFrame(moxtest::kCancel));
+    HbLTimerManualClock::GetInstance()->Advance(10000);  // the cancel is not answered either
     ASSERT_TRUE(appLog.waitForValue(2, 100));
     EXPECT_EQ(appLog.valuesOf(2), (std::vector<int32>{101, 102, 103, 4, 104, 100}));
     for (const Notification& n : appLog.all()) {

@@ -21,6 +21,7 @@
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbObserver.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "LinkWire.h"
 #include "TestDir.h"
@@ -206,7 +207,7 @@ private:
 class ProtocolFixture : public ::testing::Test {
 public:
     void SetUp() override {
-        HbLTimerMng::GetTimerMng()->UseManualClock();
+        HbLTimerManualClock::GetInstance()->Use();
         resetResultPlace();
         protocol = MoxProtocol::GetInstance();
         state = MoxState::GetInstance();
@@ -226,7 +227,7 @@ public:
     }
 
     size_t armed() { return HbLTimerMng::GetTimerMng()->ActiveCount(); }
-    void advance(uint32 ms) { HbLTimerMng::GetTimerMng()->AdvanceClock(ms); }
+    void advance(uint32 ms) { HbLTimerManualClock::GetInstance()->Advance(ms); }
 
     void startLookup(const std::string& toc = kToc) {
         HbSMoxDef::SearchInfo info;

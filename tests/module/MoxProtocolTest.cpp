@@ -18,6 +18,7 @@
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbObserver.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "MoxProtocolHarness.h"
 #include "TestDir.h"
@@ -36,7 +37,7 @@ class MoxProtocolTest : public ProtocolFixture {};
 // --- Construction and destruction --------------------------------------------
 
 TEST(MoxProtocolLifetimeTest, Construct_RegistersOnMoxStateAndArmsNothing) {
-    HbLTimerMng::GetTimerMng()->UseManualClock();
+    HbLTimerManualClock::GetInstance()->Use();
     MoxProtocol* protocol = MoxProtocol::GetInstance();
     EXPECT_EQ(protocol, MoxProtocol::GetInstance());
     EXPECT_EQ(MoxState::GetInstance(), protocol->getMoxState());
@@ -55,14 +56,14 @@ TEST(MoxProtocolLifetimeTest, DelInstance_DoesNothing) {
 }
 
 TEST(MoxProtocolLifetimeTest, Destroy_WithTimerArmed_RemovesStateObserverAndDisarmsTimer) {
-    HbLTimerMng::GetTimerMng()->UseManualClock();
+    HbLTimerManualClock::GetInstance()->Use();
     MoxProtocol::GetInstance()->sendCmdConnect();
     ASSERT_EQ(1u, HbLTimerMng::GetTimerMng()->ActiveCount());
     HbSingleton<MoxProtocol>::destroy();
     EXPECT_EQ(0u, MoxState::GetInstance()->ObserverCount());
     EXPECT_EQ(0u, HbLTimerMng::GetTimerMng()->ActiveCount());
     // The expiry that was due never comes: the state stays where connect put it.
-    HbLTimerMng::GetTimerMng()->AdvanceClock(10000);
+    HbLTimerManualClock::GetInstance()->Advance(10000);
     EXPECT_EQ(101u, MoxState::GetInstance()->getResultState());
 }
 

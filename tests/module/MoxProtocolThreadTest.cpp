@@ -20,6 +20,7 @@
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbObserver.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "MoxProtocolHarness.h"
 #include "TestDir.h"
@@ -122,7 +123,7 @@ TEST_F(MoxProtocolThreadTest, RestartOnTheWorker_WhileTheExpirysCancelRestarts_A
     startLookup();
     recorder->clear();
     TimerCallGate gate(nullptr);
-    gate.holdAt("HbLTimerMng", HbLTimerMng::en_CALL_IS_ACTIVE, 2);
+    gate.holdAt("HbLTimerMng", HbLTimerClock::en_CALL_IS_ACTIVE, 2);
     std::thread clock([this] { advance(10000); });
     gate.waitHeld("HbLTimerMng");  // timed out, 4 and 104 set; the cancel's restart found no arming
     std::thread worker = named("HbWorker", [] { feed(answer(0x8010)); });
@@ -156,7 +157,7 @@ TEST_F(MoxProtocolThreadTest, CancelAnswer_AfterTheWorkersHandleStoreLandedLast_
     startLookup();
     recorder->clear();
     TimerCallGate gate(nullptr);
-    gate.holdAt("HbWorker", HbLTimerMng::en_CALL_ADD_TIMER, 1);
+    gate.holdAt("HbWorker", HbLTimerClock::en_CALL_ADD_TIMER, 1);
     std::thread worker = named("HbWorker", [] { feed(answer(0x8010)); });
     gate.waitHeld("HbWorker");
     advance(10000);  // the worker's arming expires: 4, 104, the cancel's restart
@@ -189,10 +190,10 @@ TEST_F(MoxProtocolThreadTest, StopOnTheWorker_WaitingForTheExpirysRestart_Leaves
     startLookup();
     recorder->clear();
     TimerCallGate gate(nullptr);
-    gate.holdAt("HbLTimerMng", HbLTimerMng::en_CALL_IS_ACTIVE, 1);
+    gate.holdAt("HbLTimerMng", HbLTimerClock::en_CALL_IS_ACTIVE, 1);
     TestEvent stopWaitingOrDone;
     std::atomic<bool> stopWaited{false};
-    HbLTimerMng::GetTimerMng()->SetRemoveWaitHook([&stopWaitingOrDone, &stopWaited] {
+    HbLTimerManualClock::GetInstance()->SetRemoveWaitHook([&stopWaitingOrDone, &stopWaited] {
         stopWaited = true;
         stopWaitingOrDone.set();
     });
@@ -207,7 +208,7 @@ TEST_F(MoxProtocolThreadTest, StopOnTheWorker_WaitingForTheExpirysRestart_Leaves
     gate.resume("HbLTimerMng");
     worker.join();
     clock.join();
-    HbLTimerMng::GetTimerMng()->SetRemoveWaitHook(nullptr);
+    HbLTimerManualClock::GetInstance()->SetRemoveWaitHook(nullptr);
 
     EXPECT_TRUE(stopWaited.load());
     const Texts steps = {"HbLTimerMng IsActive",    "HbWorker IsActive",    "HbWorker IsActive",
@@ -231,7 +232,7 @@ TEST_F(MoxProtocolThreadTest, StopOnTheWorker_WaitingForTheExpirysRestart_Leaves
 // deletes the timer.
 TEST(MoxProtocolThreadLifetimeTest, DestroyWhileExpiryRuns_WaitsForItAndLeavesNothingArmed) {
     HbLTimerMng* manager = HbLTimerMng::GetTimerMng();
-    manager->UseManualClock();
+    HbLTimerManualClock::GetInstance()->Use();
     MoxProtocol* protocol = MoxProtocol::GetInstance();
     MoxState* state = MoxState::GetInstance();
 
@@ -286,11 +287,11 @@ TEST(MoxProtocolThreadLifetimeTest, DestroyWhileExpiryRuns_WaitsForItAndLeavesNo
     protocol->sendCmdEventCdTocLookup(info);
 
     std::atomic<bool> hookRan{false};
-    manager->SetRemoveWaitHook([&gate, &hookRan] {
+    HbLTimerManualClock::GetInstance()->SetRemoveWaitHook([&gate, &hookRan] {
         hookRan = true;
         gate.release();
     });
-    std::thread clock([manager] { manager->AdvanceClock(10000); });
+    std::thread clock([] { HbLTimerManualClock::GetInstance()->Advance(10000); });
     {
         std::unique_lock<std::mutex> lock(gate.mutex);
         gate.changed.wait(lock, [&gate] { return gate.entered; });
@@ -298,7 +299,7 @@ TEST(MoxProtocolThreadLifetimeTest, DestroyWhileExpiryRuns_WaitsForItAndLeavesNo
     HbSingleton<MoxProtocol>::destroy();
     gate.release();  // in case the destructor did not wait: the test then fails below
     clock.join();
-    manager->SetRemoveWaitHook(nullptr);
+    HbLTimerManualClock::GetInstance()->SetRemoveWaitHook(nullptr);
     state->RemoveObserver(&stateObserver);
 
     EXPECT_TRUE(hookRan.load());

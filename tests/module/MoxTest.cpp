@@ -12,6 +12,7 @@
 #include "DbgCapture.h"
 #include "HbFramework/Foundation/HbDispatcher.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "ModuleReset.h"
 #include "NotificationLog.h"
@@ -42,7 +43,7 @@ class MoxTest : public ::testing::Test {
 protected:
     void SetUp() override {
         // No command timer may run out on its own during a test.
-        HbLTimerMng::GetTimerMng()->UseManualClock();
+        HbLTimerManualClock::GetInstance()->Use();
         mox = Mox::GetInstance();
         mox->AddObserver(unitLog.observer());
         MoxProtocol::GetInstance()->AddObserver(frames.observer());

@@ -227,6 +227,19 @@ TEST_F(LoopbackPhoneTest, GarbageClosesTheLinkFromInsidePushBytes_NothingMoreIsP
     EXPECT_NE(std::string::npos, logText.str().find("mox-phone: the connection is closed\n"));
 }
 
+// The phone pushes with no lock of its own held: during a push another
+// thread can still ask the phone for its connections.
+TEST_F(LoopbackPhoneTest, Push_NoLockOfThePhoneHeld_AnotherThreadCanCallIt) {
+    LoopbackPhone phone(options({}), log);
+    std::vector<size_t> seen;
+    link.onPush = [&phone, &seen](const Bytes&) {
+        std::thread other([&phone, &seen] { seen.push_back(phone.connections()); });
+        other.join();
+    };
+    phone.onOpen(link);
+    EXPECT_EQ((std::vector<size_t>{1u, 1u}), seen);  // device info, then device status
+}
+
 TEST_F(LoopbackPhoneTest, SlowChunks_PushedFromThePhonesOwnThread) {
     PhoneOptions slow = options({"slow-chunks=1000"}, 300);
     slow.timeScale = 0.001;

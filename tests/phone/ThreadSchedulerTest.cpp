@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 using moxphone::ThreadScheduler;
@@ -42,11 +43,11 @@ private:
 }  // namespace
 
 TEST(ThreadSchedulerTest, Schedule_EarlierDueRunsFirst) {
-    std::recursive_mutex guard;
+    std::mutex guard;
     Runs runs;
     ThreadScheduler scheduler(guard);
     {
-        std::lock_guard<std::recursive_mutex> lock(guard);
+        std::lock_guard<std::mutex> lock(guard);
         scheduler.schedule(60000, [&] { runs.add("late"); });
         scheduler.schedule(0, [&] { runs.add("now"); });
     }
@@ -54,11 +55,11 @@ TEST(ThreadSchedulerTest, Schedule_EarlierDueRunsFirst) {
 }
 
 TEST(ThreadSchedulerTest, Schedule_SameDueTime_SchedulingOrder) {
-    std::recursive_mutex guard;
+    std::mutex guard;
     Runs runs;
     ThreadScheduler scheduler(guard);
     {
-        std::lock_guard<std::recursive_mutex> lock(guard);
+        std::lock_guard<std::mutex> lock(guard);
         for (const char* name : {"a", "b", "c"}) {
             scheduler.schedule(0, [&runs, name] { runs.add(name); });
         }
@@ -69,14 +70,14 @@ TEST(ThreadSchedulerTest, Schedule_SameDueTime_SchedulingOrder) {
 // Started from the module's worker, the thread would otherwise carry the
 // worker's name.
 TEST(ThreadSchedulerTest, Task_RunsOnAThreadNamedMoxPhoneTimer) {
-    std::recursive_mutex guard;
+    std::mutex guard;
     Runs runs;
     ThreadScheduler scheduler(guard);
     char ownName[16] = {0};
     pthread_getname_np(pthread_self(), ownName, sizeof(ownName));
     pthread_setname_np(pthread_self(), "HbWorker");
     {
-        std::lock_guard<std::recursive_mutex> lock(guard);
+        std::lock_guard<std::mutex> lock(guard);
         scheduler.schedule(0, [&runs] {
             char name[16] = {0};
             pthread_getname_np(pthread_self(), name, sizeof(name));
@@ -88,27 +89,52 @@ TEST(ThreadSchedulerTest, Task_RunsOnAThreadNamedMoxPhoneTimer) {
 }
 
 TEST(ThreadSchedulerTest, Task_RunsWithTheGuardHeld) {
-    std::recursive_mutex guard;
+    std::mutex guard;
     Runs runs;
     ThreadScheduler scheduler(guard);
     {
-        std::lock_guard<std::recursive_mutex> lock(guard);
+        std::lock_guard<std::mutex> lock(guard);
         scheduler.schedule(0, [&] {
-            // Held by this thread: a recursive lock succeeds, which it could
-            // not if another thread held the guard.
-            runs.add(guard.try_lock() ? "held" : "not held");
-            guard.unlock();
+            // Another thread cannot take the guard while the task runs.
+            bool taken = false;
+            std::thread other([&] {
+                taken = guard.try_lock();
+                if (taken) {
+                    guard.unlock();
+                }
+            });
+            other.join();
+            runs.add(taken ? "not held" : "held");
         });
     }
     EXPECT_EQ(std::vector<std::string>{"held"}, runs.wait(1));
 }
 
+TEST(ThreadSchedulerTest, AfterTask_RunsAfterEachTaskThatRanWithTheGuardReleased) {
+    std::mutex guard;
+    Runs runs;
+    ThreadScheduler scheduler(guard, [&] {
+        const bool free = guard.try_lock();
+        if (free) {
+            guard.unlock();
+        }
+        runs.add(free ? "after, released" : "after, held");
+    });
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        scheduler.schedule(0, [&] { runs.add("a"); });
+        scheduler.schedule(0, [&] { runs.add("b"); });
+    }
+    EXPECT_EQ((std::vector<std::string>{"a", "after, released", "b", "after, released"}),
+              runs.wait(4));
+}
+
 TEST(ThreadSchedulerTest, CancelAll_TaskAlreadyDueButWaitingForTheGuard_DoesNotRun) {
-    std::recursive_mutex guard;
+    std::mutex guard;
     Runs runs;
     ThreadScheduler scheduler(guard);
     {
-        std::lock_guard<std::recursive_mutex> lock(guard);
+        std::lock_guard<std::mutex> lock(guard);
         scheduler.schedule(0, [&] { runs.add("cancelled"); });
         // The thread may have taken the task and now waits for the guard.
         scheduler.cancelAll();
@@ -118,11 +144,11 @@ TEST(ThreadSchedulerTest, CancelAll_TaskAlreadyDueButWaitingForTheGuard_DoesNotR
 }
 
 TEST(ThreadSchedulerTest, Destructor_PendingTasksNeverRun) {
-    std::recursive_mutex guard;
+    std::mutex guard;
     Runs runs;
     {
         ThreadScheduler scheduler(guard);
-        std::lock_guard<std::recursive_mutex> lock(guard);
+        std::lock_guard<std::mutex> lock(guard);
         scheduler.schedule(60000, [&] { runs.add("never"); });
     }
     EXPECT_TRUE(runs.names().empty());

@@ -30,6 +30,7 @@
 
 #include "BundledLookupFixture.h"
 #include "FaultDraw.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "NotificationLog.h"
@@ -135,7 +136,7 @@ protected:
                 [seen](const std::vector<Notification>& all) { return all.size() != seen; },
                 std::chrono::milliseconds(50));
             if (!moved && quiet() && HbLTimerMng::GetTimerMng()->ActiveCount() != 0) {
-                HbLTimerMng::GetTimerMng()->AdvanceClock(MoxProtocol::CMD_TIMER_PERIOD);
+                HbLTimerManualClock::GetInstance()->Advance(MoxProtocol::CMD_TIMER_PERIOD);
             }
         }
         FAIL() << "the lookup did not end";

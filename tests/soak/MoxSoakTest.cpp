@@ -27,6 +27,7 @@
 
 #include "BundledLookupFixture.h"
 #include "FaultDraw.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "HbFramework/HbLTimerMng.h"
 #include "HbSMox.h"
 #include "OstLinkApp/OstLinkAppHost.h"
@@ -92,7 +93,7 @@ protected:
             if (timers->ActiveCount() == 0) {
                 return;
             }
-            timers->AdvanceClock(MoxProtocol::CMD_TIMER_PERIOD);
+            HbLTimerManualClock::GetInstance()->Advance(MoxProtocol::CMD_TIMER_PERIOD);
         }
         FAIL() << "the command timer is armed again and again";
     }

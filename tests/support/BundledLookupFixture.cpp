@@ -1,6 +1,6 @@
 #include "BundledLookupFixture.h"
 
-#include "HbFramework/HbLTimerMng.h"
+#include "HbFramework/HbLTimerManualClock.h"
 #include "moxphone/Catalogue.h"
 #include "private/Mox.h"
 #include "private/MoxState.h"
@@ -10,7 +10,7 @@ const std::vector<std::string> BundledLookupFixture::kExpectedTitles = {
     "Lumi\xC3\xA8re d'\xC3\xA9t\xC3\xA9", "Summer Light"};
 
 void BundledLookupFixture::SetUp() {
-    HbLTimerMng::GetTimerMng()->UseManualClock();
+    HbLTimerManualClock::GetInstance()->Use();
     previousSink = HbDbgOutput::SetSink([this](const HbDbgRecord&) { ++logged; });
     moxphone::Catalogue catalogue;
     moxphone::CatalogueProblem problem;

@@ -16,13 +16,13 @@ std::string currentThreadName() {
     return name;
 }
 
-const char* callName(HbLTimerMng::EN_CALL call) {
+const char* callName(HbLTimerClock::EN_CALL call) {
     switch (call) {
-        case HbLTimerMng::en_CALL_IS_ACTIVE:
+        case HbLTimerClock::en_CALL_IS_ACTIVE:
             return "IsActive";
-        case HbLTimerMng::en_CALL_REMOVE_TIMER:
+        case HbLTimerClock::en_CALL_REMOVE_TIMER:
             return "RemoveTimer";
-        case HbLTimerMng::en_CALL_ADD_TIMER:
+        case HbLTimerClock::en_CALL_ADD_TIMER:
             return "AddTimer";
     }
     return "?";
@@ -31,9 +31,9 @@ const char* callName(HbLTimerMng::EN_CALL call) {
 }  // namespace
 
 struct TimerCallGate::State {
-    typedef std::tuple<std::string, HbLTimerMng::EN_CALL, int> Hold;
+    typedef std::tuple<std::string, HbLTimerClock::EN_CALL, int> Hold;
 
-    void onCall(HbLTimerMng::EN_CALL call, HbLTimerBase* calledTimer) {
+    void onCall(HbLTimerClock::EN_CALL call, HbLTimerBase* calledTimer) {
         if (timer != nullptr && calledTimer != timer) {
             return;
         }
@@ -55,7 +55,7 @@ struct TimerCallGate::State {
     mutable std::mutex mutex;         // guards everything below
     std::condition_variable changed;  // a thread was held or resumed
     std::set<Hold> holds;             // holds not reached yet
-    std::map<std::pair<std::string, HbLTimerMng::EN_CALL>, int> counts;
+    std::map<std::pair<std::string, HbLTimerClock::EN_CALL>, int> counts;
     std::set<std::string> held;     // threads held now
     std::set<std::string> resumed;  // threads told to go on
     std::vector<std::string> steps;
@@ -66,8 +66,10 @@ struct TimerCallGate::State {
 
 TimerCallGate::TimerCallGate(HbLTimerBase* timer) : mState(std::make_shared<State>(timer)) {
     std::shared_ptr<State> state = mState;
-    HbLTimerMng::GetTimerMng()->SetCallHook(
-        [state](HbLTimerMng::EN_CALL call, HbLTimerBase* called) { state->onCall(call, called); });
+    HbLTimerManualClock::GetInstance()->SetCallHook(
+        [state](HbLTimerClock::EN_CALL call, HbLTimerBase* called) {
+            state->onCall(call, called);
+        });
 }
 
 TimerCallGate::~TimerCallGate() {
@@ -76,10 +78,10 @@ TimerCallGate::~TimerCallGate() {
         mState->closing = true;
         mState->changed.notify_all();
     }
-    HbLTimerMng::GetTimerMng()->SetCallHook(nullptr);
+    HbLTimerManualClock::GetInstance()->SetCallHook(nullptr);
 }
 
-void TimerCallGate::holdAt(const std::string& thread, HbLTimerMng::EN_CALL call, int nth) {
+void TimerCallGate::holdAt(const std::string& thread, HbLTimerClock::EN_CALL call, int nth) {
     std::lock_guard<std::mutex> lock(mState->mutex);
     mState->holds.insert(State::Hold(thread, call, nth));
 }

@@ -4,13 +4,13 @@
 //
 // Threads are told apart by their names: the manager's own thread is
 // "HbLTimerMng", and a test names its threads with nameThisThread(). While
-// the gate lives it is the manager's call hook (HbLTimerMng::SetCallHook): a
-// call on the timer returns only when the gate lets it, after the call has
-// taken effect. The gate also records every call on the timer, in the order
-// the calls return, as "<thread> <call>" ("HbLTimerMng AddTimer").
+// the gate lives it is the call hook of the manual clock, which the manager
+// must run on (HbLTimerManualClock::SetCallHook): a call on the timer
+// returns only when the gate lets it, after the call has taken effect. The gate also records every
+// call on the timer, in the order the calls return, as "<thread> <call>" ("HbLTimerMng AddTimer").
 //
 //   TimerCallGate gate(&timer);
-//   gate.holdAt("worker", HbLTimerMng::en_CALL_ADD_TIMER, 1);
+//   gate.holdAt("worker", HbLTimerClock::en_CALL_ADD_TIMER, 1);
 //   ... start the thread "worker" ...
 //   gate.waitHeld("worker");  // it has armed the timer, not yet stored the handle
 //   ... let another thread run ...
@@ -24,7 +24,7 @@
 #include <string>
 #include <vector>
 
-#include "HbFramework/HbLTimerMng.h"
+#include "HbFramework/HbLTimerManualClock.h"
 
 class TimerCallGate {
 public:
@@ -37,7 +37,7 @@ public:
 
     // The `nth` call (counted from 1) of `call` on the timer by the thread
     // named `thread` stops before it returns, until resume(thread).
-    void holdAt(const std::string& thread, HbLTimerMng::EN_CALL call, int nth);
+    void holdAt(const std::string& thread, HbLTimerClock::EN_CALL call, int nth);
     // Returns once `thread` is held.
     void waitHeld(const std::string& thread);
     // Lets `thread` go on from where it is held.

@@ -2,21 +2,17 @@
 
 #include <poll.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cmath>
 #include <cstdint>
-#include <cstdlib>
-#include <limits>
 
 #include "HbFramework/HbSingletonFinalizer.h"
 
 namespace {
 
-const double kMaxScale = 1000.0;  // largest accepted time scale
+// Longest sleep while the kernel refuses the manager its timer descriptor.
+const uint64 kRetryMs = 1000u;
 
 // Handles are plain numbers carried in a pointer-typed token; they are never
 // dereferenced, so a stale handle can only fail to match.
@@ -28,32 +24,17 @@ std::uintptr_t toToken(HbLTimerSubInfo* handle) {
     return reinterpret_cast<std::uintptr_t>(handle);
 }
 
-uint64 steadyMs() {
-    using namespace std::chrono;
-    return static_cast<uint64>(
-        duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
-}
-
-// A deadline of the steady clock (CLOCK_MONOTONIC) in ms, as the absolute
-// time of a timerfd; 0 disarms it.
-itimerspec absoluteDeadline(uint64 dueMs) {
+// A time of CLOCK_MONOTONIC in ms, as the absolute time of a timerfd; 0
+// disarms it.
+itimerspec absoluteDeadline(uint64 monotonicMs) {
     itimerspec setting{};
-    setting.it_value.tv_sec = static_cast<time_t>(dueMs / 1000u);
-    setting.it_value.tv_nsec = static_cast<long>((dueMs % 1000u) * 1000000u);
+    setting.it_value.tv_sec = static_cast<time_t>(monotonicMs / 1000u);
+    setting.it_value.tv_nsec = static_cast<long>((monotonicMs % 1000u) * 1000000u);
     return setting;
 }
 
-double scaleFromEnvironment() {
-    const char* text = std::getenv("HB_TIMER_SCALE");
-    if (text == nullptr) {
-        return 1.0;
-    }
-    char* end = nullptr;
-    double value = std::strtod(text, &end);
-    if (end == text || !(value > 0.0) || value > kMaxScale) {
-        return 1.0;
-    }
-    return value;
+int createTimerFd() {
+    return timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
 }
 
 }  // namespace
@@ -72,18 +53,13 @@ HbLTimerMng* HbLTimerMng::GetTimerMng() {
 HbLTimerMng::HbLTimerMng()
     : mNextToken(1),
       mNextOrder(0),
-      mManual(false),
-      mManualNowMs(0),
-      mScale(scaleFromEnvironment()),
+      mSteadyClock(),
+      mClock(&mSteadyClock),
       mStopping(false),
       mRunningTimer(nullptr),
-      mRunningCount(0),
-      mTimerFd(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)),
-      mWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      mProgrammedDueMs(0) {
-    if (mTimerFd < 0 || mWakeFd < 0) {
-        closeDescriptorsLocked();  // no thread yet: the lock is not needed
-    }
+      mTimerFd(createTimerFd()),
+      mWakeSet(false),
+      mProgrammedMs(0) {
     mThread = std::thread([this] { run(); });
     std::lock_guard<std::mutex> lock(mMutex);
     mThreadId = mThread.get_id();
@@ -91,10 +67,6 @@ HbLTimerMng::HbLTimerMng()
 
 HbLTimerMng::~HbLTimerMng() {
     Stop();
-}
-
-uint64 HbLTimerMng::nowMsLocked() const {
-    return mManual ? mManualNowMs : steadyMs();
 }
 
 // The due time of the earliest arming; 0 when nothing is armed.
@@ -108,90 +80,77 @@ uint64 HbLTimerMng::earliestDueLocked() const {
     return earliest;
 }
 
-// After every change of the armings or of the clock: the kernel timer is moved
-// to the earliest deadline (or disarmed) without waking the manager thread.
-// The manual clock has no kernel deadline; its thread is woken to look, as it
-// is when the kernel timer refused the deadline.
-void HbLTimerMng::rescheduleLocked() {
-    if (mTimerFd < 0) {
-        mWake.notify_all();
-        return;
-    }
-    if (!programLocked() || mManual) {
-        wakeThreadLocked();
-    }
-}
-
-// Sets the kernel timer to the earliest deadline of the real clock, or
-// disarms it; false when the kernel refused.
+// After every change of the armings: the kernel timer is moved to the
+// earliest deadline (or disarmed) without waking the manager thread. A
+// wake-up that is set stays until the thread has woken (it looks at
+// everything then). False when the kernel refused the deadline.
 bool HbLTimerMng::programLocked() {
-    const uint64 wanted = (mManual || mStopping) ? 0 : earliestDueLocked();
-    if (wanted == mProgrammedDueMs) {
+    if (mTimerFd < 0 || mWakeSet) {
+        return mTimerFd >= 0;
+    }
+    const uint64 earliest = earliestDueLocked();
+    const uint64 wanted = (mStopping || earliest == 0) ? 0 : mClock->MonotonicMs(earliest);
+    if (wanted == mProgrammedMs) {
         return true;
     }
     const itimerspec setting = absoluteDeadline(wanted);
     if (timerfd_settime(mTimerFd, TFD_TIMER_ABSTIME, &setting, nullptr) != 0) {
         return false;
     }
-    mProgrammedDueMs = wanted;
+    mProgrammedMs = wanted;
     return true;
 }
 
+// Sets the kernel timer to expire at once: a deadline long past.
 void HbLTimerMng::wakeThreadLocked() {
-    if (mWakeFd < 0) {
-        mWake.notify_all();
+    if (mTimerFd < 0 || mWakeSet) {
         return;
     }
-    const uint64 one = 1;
-    // Fails only when the counter is full, and then the thread is awake anyway.
-    ssize_t written = write(mWakeFd, &one, sizeof(one));
-    (void)written;
+    itimerspec setting{};
+    setting.it_value.tv_nsec = 1;
+    if (timerfd_settime(mTimerFd, TFD_TIMER_ABSTIME, &setting, nullptr) == 0) {
+        mWakeSet = true;
+        mProgrammedMs = 0;
+    }
 }
 
-// Sleeps until the earliest deadline or a wake-up, with the lock released.
+// Sleeps until the kernel timer expires, with the lock released. Without
+// the descriptor (the kernel refused it), or with a deadline that the kernel
+// refused, it sleeps at most kRetryMs and then asks again.
 void HbLTimerMng::waitLocked(std::unique_lock<std::mutex>& lock) {
-    const uint64 earliest = earliestDueLocked();
     if (mTimerFd < 0) {
-        if (earliest == 0 || mManual) {
-            mWake.wait(lock);
-            return;
-        }
-        const uint64 now = nowMsLocked();
-        mWake.wait_for(lock, std::chrono::milliseconds(earliest > now ? earliest - now : 0));
-        return;
+        mTimerFd = createTimerFd();
     }
-    // A deadline the kernel timer does not hold (it refused it) is waited for
-    // with a timeout, retried at least every second.
     int timeoutMs = -1;
-    if (!programLocked() && !mManual && earliest != 0) {
-        const uint64 now = nowMsLocked();
-        const uint64 left = earliest > now ? earliest - now : 0;
-        timeoutMs = static_cast<int>(left < 1000u ? left : 1000u);
+    if (!programLocked()) {
+        timeoutMs = static_cast<int>(kRetryMs);
+        const uint64 earliest = earliestDueLocked();
+        if (earliest != 0 && mClock->MonotonicMs(earliest) != 0) {
+            const uint64 now = mClock->NowMs();
+            const uint64 left = earliest > now ? earliest - now : 0;
+            timeoutMs = static_cast<int>(left < kRetryMs ? left : kRetryMs);
+        }
     }
-    pollfd fds[2] = {{mTimerFd, POLLIN, 0}, {mWakeFd, POLLIN, 0}};
+    const int fd = mTimerFd;
+    pollfd fds[1] = {{fd, POLLIN, 0}};
     lock.unlock();
-    poll(fds, 2, timeoutMs);
+    poll(fd >= 0 ? fds : nullptr, fd >= 0 ? 1 : 0, timeoutMs);
     lock.lock();
     // Read under the lock, so that a deadline set meanwhile by another thread
-    // (which resets the expiry) is not mistaken for the one that fired.
+    // (which resets the expiry) is not mistaken for the one that fired. The
+    // thread looks at everything now, so a wake-up asked for is done.
     uint64 count = 0;
-    if (read(mTimerFd, &count, sizeof(count)) == static_cast<ssize_t>(sizeof(count))) {
-        mProgrammedDueMs = 0;  // a one-shot kernel timer is disarmed once it fired
+    if (fd >= 0 && read(fd, &count, sizeof(count)) == static_cast<ssize_t>(sizeof(count))) {
+        mProgrammedMs = 0;  // a one-shot kernel timer is disarmed once it fired
     }
-    ssize_t drained = read(mWakeFd, &count, sizeof(count));
-    (void)drained;
-}
-
-void HbLTimerMng::closeDescriptorsLocked() {
-    if (mTimerFd >= 0) {
-        close(mTimerFd);
+    if (mWakeSet) {
+        mWakeSet = false;
+        mProgrammedMs = 0;  // the wake-up may still be set: program anew
+        const itimerspec off{};
+        if (fd >= 0) {
+            timerfd_settime(fd, TFD_TIMER_ABSTIME, &off, nullptr);
+        }
     }
-    if (mWakeFd >= 0) {
-        close(mWakeFd);
-    }
-    mTimerFd = -1;
-    mWakeFd = -1;
-    mProgrammedDueMs = 0;
 }
 
 // The arming of `timer` when `handle` names it (the timer's own token or
@@ -211,31 +170,31 @@ HbLTimerSubInfo* HbLTimerMng::armLocked(HbLTimerBase* timer, uint32 periodMs) {
     if (mStopping) {
         return nullptr;
     }
-    uint64 delay = periodMs;
-    if (!mManual && mScale != 1.0) {
-        delay = static_cast<uint64>(std::ceil(static_cast<double>(periodMs) * mScale));
-    }
     if (timer->mMngToken == 0) {
         timer->mMngToken = mNextToken++;
         if (mNextToken == 0) {
             mNextToken = 1;  // 0 is the null handle
         }
     }
-    mArmings[timer] = Arming{timer->mMngToken, nowMsLocked() + delay, mNextOrder++};
-    rescheduleLocked();
+    const uint64 nowMs = mClock->NowMs();
+    const uint64 dueMs = nowMs + mClock->PeriodMs(periodMs);
+    mArmings[timer] = Arming{timer->mMngToken, dueMs, mNextOrder++};
+    // A clock without a kernel deadline (a manual one) wakes the thread for
+    // an arming that is due at once, as does a deadline that the kernel refused.
+    const bool dueWithoutDeadline = mClock->MonotonicMs(dueMs) == 0 && dueMs <= nowMs;
+    if (!programLocked() || dueWithoutDeadline) {
+        wakeThreadLocked();
+    }
     return toHandle(timer->mMngToken);
 }
 
-// Runs the call hook, if any, with the lock released; the call has taken
-// effect and its result is settled.
-void HbLTimerMng::returnThroughHook(std::unique_lock<std::mutex>& lock, EN_CALL call,
-                                    HbLTimerBase* timer) {
-    if (!mCallHook) {
-        return;
-    }
-    CallHook hook = mCallHook;
+// Tells the clock, with the lock released, that a call is about to return;
+// the call has taken effect and its result is settled.
+void HbLTimerMng::returnThroughClock(std::unique_lock<std::mutex>& lock,
+                                     HbLTimerClock::EN_CALL call, HbLTimerBase* timer) {
+    HbLTimerClock* clock = mClock;
     lock.unlock();
-    hook(call, timer);
+    clock->OnCallReturning(call, timer);
 }
 
 HbLTimerSubInfo* HbLTimerMng::AddTimer(HbLTimerBase* timer, uint32 periodMs) {
@@ -244,7 +203,7 @@ HbLTimerSubInfo* HbLTimerMng::AddTimer(HbLTimerBase* timer, uint32 periodMs) {
     }
     std::unique_lock<std::mutex> lock(mMutex);
     HbLTimerSubInfo* handle = armLocked(timer, periodMs);
-    returnThroughHook(lock, en_CALL_ADD_TIMER, timer);
+    returnThroughClock(lock, HbLTimerClock::en_CALL_ADD_TIMER, timer);
     return handle;
 }
 
@@ -254,7 +213,7 @@ bool HbLTimerMng::IsActive(HbLTimerSubInfo* handle, HbLTimerBase* timer) {
     }
     std::unique_lock<std::mutex> lock(mMutex);
     const bool active = findLocked(handle, timer) != mArmings.end();
-    returnThroughHook(lock, en_CALL_IS_ACTIVE, timer);
+    returnThroughClock(lock, HbLTimerClock::en_CALL_IS_ACTIVE, timer);
     return active;
 }
 
@@ -265,42 +224,46 @@ bool HbLTimerMng::RemoveTimer(HbLTimerSubInfo* handle, HbLTimerBase* timer) {
     std::unique_lock<std::mutex> lock(mMutex);
     // A callback may remove its own timer; only other threads wait for it.
     if (std::this_thread::get_id() != mThreadId && mRunningTimer == timer) {
-        if (mRemoveWaitHook) {
-            mRemoveWaitHook();
-        }
+        mClock->OnRemoveWaiting();
         mCallbackDone.wait(lock, [this, timer] { return mRunningTimer != timer; });
     }
     auto found = findLocked(handle, timer);
     const bool removed = found != mArmings.end();
     if (removed) {
         mArmings.erase(found);
-        rescheduleLocked();
+        programLocked();  // a refused deadline is retried by the thread
     }
-    returnThroughHook(lock, en_CALL_REMOVE_TIMER, timer);
+    returnThroughClock(lock, HbLTimerClock::en_CALL_REMOVE_TIMER, timer);
     return removed;
 }
 
-void HbLTimerMng::UseManualClock() {
+void HbLTimerMng::SetClock(HbLTimerClock* clock) {
+    HbLTimerClock* const next = clock != nullptr ? clock : &mSteadyClock;
     std::lock_guard<std::mutex> lock(mMutex);
-    if (mManual) {
+    if (next == mClock) {
         return;
     }
-    uint64 now = steadyMs();
+    const uint64 before = mClock->NowMs();
+    const uint64 after = next->NowMs();
     for (auto& entry : mArmings) {
-        uint64 remaining = entry.second.dueMs > now ? entry.second.dueMs - now : 0;
-        entry.second.dueMs = remaining;
+        const uint64 remaining = entry.second.dueMs > before ? entry.second.dueMs - before : 0;
+        entry.second.dueMs = after + remaining;
     }
-    mManual = true;
-    mManualNowMs = 0;
-    rescheduleLocked();
+    mClock = next;
+    wakeThreadLocked();
 }
 
-void HbLTimerMng::AdvanceClock(uint32 ms) {
+HbLTimerClock* HbLTimerMng::GetClock() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mClock;
+}
+
+void HbLTimerMng::MoveClock(HbLTimerClock* clock, const std::function<void()>& move) {
     std::unique_lock<std::mutex> lock(mMutex);
-    if (!mManual || std::this_thread::get_id() == mThreadId) {
+    if (clock != mClock || std::this_thread::get_id() == mThreadId) {
         return;
     }
-    mManualNowMs += ms;
+    move();
     wakeThreadLocked();
     mCallbackDone.wait(lock, [this] {
         if (mStopping) {
@@ -309,8 +272,9 @@ void HbLTimerMng::AdvanceClock(uint32 ms) {
         if (mRunningTimer != nullptr) {
             return false;
         }
+        const uint64 now = mClock->NowMs();
         for (const auto& entry : mArmings) {
-            if (entry.second.dueMs <= mManualNowMs) {
+            if (entry.second.dueMs <= now) {
                 return false;
             }
         }
@@ -318,43 +282,14 @@ void HbLTimerMng::AdvanceClock(uint32 ms) {
     });
 }
 
-void HbLTimerMng::UseRealClock() {
-    std::lock_guard<std::mutex> lock(mMutex);
-    if (!mManual) {
-        return;
-    }
-    uint64 now = steadyMs();
-    for (auto& entry : mArmings) {
-        uint64 remaining =
-            entry.second.dueMs > mManualNowMs ? entry.second.dueMs - mManualNowMs : 0;
-        entry.second.dueMs = now + remaining;
-    }
-    mManual = false;
-    rescheduleLocked();
-}
-
-void HbLTimerMng::SetRemoveWaitHook(std::function<void()> hook) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mRemoveWaitHook = std::move(hook);
-}
-
-void HbLTimerMng::SetCallHook(CallHook hook) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mCallHook = std::move(hook);
-}
-
 void HbLTimerMng::SetTimeScale(double scale) {
-    // Bounded like the environment setting, so a scaled period always fits.
-    if (!(scale > 0.0) || scale > kMaxScale) {
-        return;
-    }
     std::lock_guard<std::mutex> lock(mMutex);
-    mScale = scale;
+    mSteadyClock.SetScale(scale);
 }
 
 double HbLTimerMng::GetTimeScale() {
     std::lock_guard<std::mutex> lock(mMutex);
-    return mScale;
+    return mSteadyClock.GetScale();
 }
 
 size_t HbLTimerMng::ActiveCount() {
@@ -381,7 +316,7 @@ void HbLTimerMng::Stop() {
 // Runs the earliest arming that is due, if any, with the lock released during
 // its callback. Returns whether one ran.
 bool HbLTimerMng::runOneDue(std::unique_lock<std::mutex>& lock) {
-    const uint64 now = nowMsLocked();
+    const uint64 now = mClock->NowMs();
     auto due = mArmings.end();
     for (auto it = mArmings.begin(); it != mArmings.end(); ++it) {
         if (it->second.dueMs > now) {
@@ -403,7 +338,6 @@ bool HbLTimerMng::runOneDue(std::unique_lock<std::mutex>& lock) {
     timer->CallBack(param);
     lock.lock();
     mRunningTimer = nullptr;
-    ++mRunningCount;
     mCallbackDone.notify_all();
     return true;
 }
@@ -415,10 +349,12 @@ void HbLTimerMng::run() {
         if (runOneDue(lock)) {
             continue;
         }
-        if (mArmings.empty() || mManual) {
-            mCallbackDone.notify_all();
-        }
+        mCallbackDone.notify_all();  // MoveClock() may wait for this moment
         waitLocked(lock);
     }
-    closeDescriptorsLocked();
+    if (mTimerFd >= 0) {
+        close(mTimerFd);
+    }
+    mTimerFd = -1;
+    mProgrammedMs = 0;
 }

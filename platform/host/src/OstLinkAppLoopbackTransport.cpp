@@ -14,6 +14,7 @@ OstLinkAppLoopbackTransport::OstLinkAppLoopbackTransport(OstLinkAppPeer* peer, P
       mPeer(peer),
       mPeerOpen(false),
       mOpenCalled(false),
+      mCalling(false),
       mReader(),
       mOpen(false) {}
 
@@ -27,7 +28,7 @@ bool OstLinkAppLoopbackTransport::open() {
                               "cannot open loopback: no loopback peer installed\n");
         return false;
     }
-    std::lock_guard<std::recursive_mutex> callbackLock(mCallbackMutex);
+    std::unique_lock<std::mutex> lock(mPeerMutex);
     if (mOpenCalled) {
         return mOpen.load();
     }
@@ -37,7 +38,7 @@ bool OstLinkAppLoopbackTransport::open() {
         mOpen.store(true);
     }
     mPeerOpen = true;
-    mPeer->onOpen(*this);
+    callPeerLocked(lock, PeerCall{en_CALL_OPEN, {}, std::this_thread::get_id()});
     return true;
 }
 
@@ -47,7 +48,7 @@ bool OstLinkAppLoopbackTransport::close() {
         std::lock_guard<std::mutex> feedLock(mFeedMutex);
         wasOpen = mOpen.exchange(false);
     }
-    notifyPeerClosed();
+    notifyPeerClosed(true);
     return wasOpen;
 }
 
@@ -56,19 +57,21 @@ bool OstLinkAppLoopbackTransport::isOpen() const {
 }
 
 bool OstLinkAppLoopbackTransport::send(const uint8* frame, uint32 size) {
-    std::lock_guard<std::recursive_mutex> callbackLock(mCallbackMutex);
+    std::unique_lock<std::mutex> lock(mPeerMutex);
     if (!mPeerOpen || !mOpen.load()) {
+        lock.unlock();
         HbDbgOutput::DbgPrint(kSource, "send", __LINE__, en_TAG_ERROR,
                               "link not open, frame of %u bytes dropped\n", size);
         return false;
     }
     if (size > OstLinkAppEnvelope::MAX_PAYLOAD_SIZE) {
+        lock.unlock();
         HbDbgOutput::DbgPrint(kSource, "send", __LINE__, en_TAG_ERROR,
                               "frame of %u bytes over the envelope limit, dropped\n", size);
         return false;
     }
-    tapCommand(frame, size);
-    mPeer->onCommand(frame, size);
+    callPeerLocked(lock, PeerCall{en_CALL_COMMAND, std::vector<uint8>(frame, frame + size),
+                                  std::this_thread::get_id()});
     return true;
 }
 
@@ -101,7 +104,7 @@ bool OstLinkAppLoopbackTransport::pushBytes(const uint8* data, size_t size) {
         alive = feedLocked(data, size);
     }
     if (!alive) {
-        notifyPeerClosed();
+        notifyPeerClosed(false);
     }
     return true;
 }
@@ -122,7 +125,7 @@ void OstLinkAppLoopbackTransport::hangUp() {
         }
         postLinkLost();
     }
-    notifyPeerClosed();
+    notifyPeerClosed(false);
 }
 
 bool OstLinkAppLoopbackTransport::pushEnvelope(uint8 type, const uint8* lead, size_t leadSize,
@@ -139,7 +142,7 @@ bool OstLinkAppLoopbackTransport::pushEnvelope(uint8 type, const uint8* lead, si
                 feedLocked(rest, restSize);
     }
     if (!alive) {
-        notifyPeerClosed();
+        notifyPeerClosed(false);
     }
     return true;
 }
@@ -178,12 +181,84 @@ void OstLinkAppLoopbackTransport::deliver(uint8 type, const uint8* payload, uint
     postMessage(type, payload, size);
 }
 
-void OstLinkAppLoopbackTransport::notifyPeerClosed() {
-    std::lock_guard<std::recursive_mutex> callbackLock(mCallbackMutex);
-    if (!mPeerOpen) {
+void OstLinkAppLoopbackTransport::notifyPeerClosed(bool wait) {
+    std::unique_lock<std::mutex> lock(mPeerMutex);
+    if (mPeerOpen) {
+        mPeerOpen = false;
+        const std::thread::id caller = wait ? std::this_thread::get_id() : std::thread::id();
+        callPeerLocked(lock, PeerCall{en_CALL_CLOSE, {}, caller});
+    }
+    const bool insideCallback = mCalling && mCaller == std::this_thread::get_id();
+    if (!wait || insideCallback) {
         return;
     }
-    mPeerOpen = false;
-    mPeer->onClose();
-    tapEnd();
+    mPeerIdle.wait(lock, [this] { return !mCalling && mPeerCalls.empty(); });
+}
+
+void OstLinkAppLoopbackTransport::callPeerLocked(std::unique_lock<std::mutex>& lock,
+                                                 PeerCall call) {
+    const bool insideCallback = mCalling && mCaller == std::this_thread::get_id();
+    const bool anyCaller = call.caller == std::thread::id();
+    mPeerCalls.push_back(std::move(call));
+    if (insideCallback) {
+        // Made by this thread once its callback has returned.
+        mPeerCalls.back().caller = std::this_thread::get_id();
+        return;
+    }
+    if (anyCaller && (mCalling || mPeerCalls.size() > 1)) {
+        return;  // the thread that makes the calls before it makes this one too
+    }
+    runPeerCallsLocked(lock);
+}
+
+void OstLinkAppLoopbackTransport::runPeerCallsLocked(std::unique_lock<std::mutex>& lock) {
+    const std::thread::id self = std::this_thread::get_id();
+    for (;;) {
+        if (!mCalling && !mPeerCalls.empty() &&
+            (mPeerCalls.front().caller == self || mPeerCalls.front().caller == std::thread::id())) {
+            const PeerCall call = std::move(mPeerCalls.front());
+            mPeerCalls.pop_front();
+            mCalling = true;
+            mCaller = self;
+            lock.unlock();
+            makePeerCall(call);
+            lock.lock();
+            mCalling = false;
+            mCaller = std::thread::id();
+            mPeerIdle.notify_all();
+            continue;
+        }
+        if (!hasCallOfLocked(self)) {
+            return;
+        }
+        mPeerIdle.wait(lock);
+    }
+}
+
+bool OstLinkAppLoopbackTransport::hasCallOfLocked(std::thread::id caller) const {
+    for (const PeerCall& call : mPeerCalls) {
+        if (call.caller == caller) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Runs with no lock held.
+void OstLinkAppLoopbackTransport::makePeerCall(const PeerCall& call) {
+    switch (call.call) {
+        case en_CALL_OPEN:
+            mPeer->onOpen(*this);
+            break;
+        case en_CALL_COMMAND: {
+            const uint32 size = static_cast<uint32>(call.frame.size());
+            tapCommand(call.frame.data(), size);
+            mPeer->onCommand(call.frame.data(), size);
+            break;
+        }
+        case en_CALL_CLOSE:
+            mPeer->onClose();
+            tapEnd();
+            break;
+    }
 }

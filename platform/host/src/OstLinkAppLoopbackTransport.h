@@ -10,18 +10,27 @@
 //   link: 601 with status 0 is posted and the peer's onClose() is called.
 //   close() ends it from our side: onClose() and nothing posted.
 //
-// Thread rules: pushes may come from any thread, also from inside the peer's
-// callbacks; they are serialised by mFeedMutex, which is held while they
-// post, so a push either posts before close() returns or is refused. The
-// peer's callbacks run under mCallbackMutex (recursive, so that a peer may
-// hang up from inside onCommand()); no thread takes mCallbackMutex while it
-// holds mFeedMutex.
+// Thread rules: the peer is called with no lock held, by one thread at a
+// time, in the order the calls were asked for: onOpen(), the frames of
+// send() in order, then onClose(), after which nothing. A call asked for
+// from inside one of the peer's callbacks (a hang-up inside onCommand())
+// runs on that thread once the callback has returned. open(), send() and
+// close() return once their call has run (close() once no call runs at
+// all); a push that ends the link never waits for the peer: its onClose()
+// runs on the pushing thread, or on the thread that is calling the peer.
+// Pushes may come from any thread, also from inside the peer's callbacks;
+// they are serialised by mFeedMutex, which is held while they post, so a
+// push either posts before close() returns or is refused.
 #ifndef OSTLINKAPP_OSTLINKAPPLOOPBACKTRANSPORT_H
 #define OSTLINKAPP_OSTLINKAPPLOOPBACKTRANSPORT_H
 
 #include <atomic>
+#include <condition_variable>
+#include <deque>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "OstLinkApp/OstLinkAppEnvelopeReader.h"
 #include "OstLinkApp/OstLinkAppHost.h"
@@ -45,6 +54,14 @@ public:
     void hangUp() override;
 
 private:
+    enum EN_CALL { en_CALL_OPEN, en_CALL_COMMAND, en_CALL_CLOSE };
+    // One call of the peer, asked for and not yet made.
+    struct PeerCall {
+        EN_CALL call;
+        std::vector<uint8> frame;  // en_CALL_COMMAND: the frame, copied
+        std::thread::id caller;    // makes the call; a default id: whoever is first free
+    };
+
     // One envelope from a header, a lead part and the rest, read as one push.
     bool pushEnvelope(uint8 type, const uint8* lead, size_t leadSize, const uint8* rest,
                       size_t restSize);
@@ -52,16 +69,31 @@ private:
     // the link has ended (protocol error or "no device").
     bool feedLocked(const uint8* data, size_t size);
     void deliver(uint8 type, const uint8* payload, uint32 size);
-    // Tells the peer that the link is closed, once.
-    void notifyPeerClosed();
+    // Tells the peer that the link is closed, once; `wait`: returns only
+    // when no call of the peer runs any more (close()), otherwise never
+    // waits for the peer (the link ended by itself).
+    void notifyPeerClosed(bool wait);
+    // Queues `call` (under mPeerMutex, held by `lock`) and makes the calls
+    // that fall to this thread, each with the lock released.
+    void callPeerLocked(std::unique_lock<std::mutex>& lock, PeerCall call);
+    // Makes, in queue order, this thread's calls and the calls that nobody
+    // waits for, as long as they come first; returns once none of this
+    // thread's calls is left.
+    void runPeerCallsLocked(std::unique_lock<std::mutex>& lock);
+    bool hasCallOfLocked(std::thread::id caller) const;
+    void makePeerCall(const PeerCall& call);
 
     OstLinkAppPeer* const mPeer;
-    std::recursive_mutex mCallbackMutex;  // held while the peer is called
-    bool mPeerOpen;                       // guarded by mCallbackMutex: onOpen() done, onClose() due
-    bool mOpenCalled;                     // guarded by mCallbackMutex: open() has run
-    std::mutex mFeedMutex;                // guards mReader; held while pushes post
-    OstLinkAppEnvelopeReader mReader;     // guarded by mFeedMutex
-    std::atomic<bool> mOpen;              // changed under mFeedMutex; read anywhere
+    std::mutex mPeerMutex;  // guards everything down to mCaller; never held while the peer runs
+    std::condition_variable mPeerIdle;  // a call of the peer has returned
+    bool mPeerOpen;                     // onOpen() asked for, onClose() not yet
+    bool mOpenCalled;                   // open() has run
+    std::deque<PeerCall> mPeerCalls;    // asked for, not yet made, in order
+    bool mCalling;                      // a call of the peer runs now
+    std::thread::id mCaller;            // the thread that runs it
+    std::mutex mFeedMutex;              // guards mReader; held while pushes post
+    OstLinkAppEnvelopeReader mReader;   // guarded by mFeedMutex
+    std::atomic<bool> mOpen;            // changed under mFeedMutex; read anywhere
 };
 
 #endif  // OSTLINKAPP_OSTLINKAPPLOOPBACKTRANSPORT_H

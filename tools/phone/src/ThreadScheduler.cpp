@@ -5,8 +5,12 @@
 
 namespace moxphone {
 
-ThreadScheduler::ThreadScheduler(std::recursive_mutex& guard)
-    : mGuard(guard), mNextOrder(0), mStopping(false), mGeneration(0) {}
+ThreadScheduler::ThreadScheduler(std::mutex& guard, Task afterTask)
+    : mGuard(guard),
+      mAfterTask(std::move(afterTask)),
+      mNextOrder(0),
+      mStopping(false),
+      mGeneration(0) {}
 
 ThreadScheduler::~ThreadScheduler() {
     {
@@ -58,13 +62,18 @@ void ThreadScheduler::run() {
         Entry entry = std::move(mTasks.begin()->second);
         mTasks.erase(mTasks.begin());
         lock.unlock();
+        bool ran = false;
         {
             // The generation is changed only under the guard, so a task that
             // cancelAll() dropped while this thread waited for it is seen here.
-            std::lock_guard<std::recursive_mutex> guard(mGuard);
+            std::lock_guard<std::mutex> guard(mGuard);
             if (!mStopping && entry.generation == mGeneration.load()) {
                 entry.task();
+                ran = true;
             }
+        }
+        if (ran && mAfterTask) {
+            mAfterTask();
         }
         lock.lock();
     }

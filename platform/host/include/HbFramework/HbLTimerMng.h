@@ -16,21 +16,24 @@
 //   disarmed, whatever the interleaving.
 // - Expiry removes the arming, then calls timer->CallBack() on the manager
 //   thread with no lock held, so the callback may re-arm or remove timers.
+//   Armings due at the same time expire in the order they were made.
 // - RemoveTimer() called on another thread while a callback of that timer runs
 //   waits until the callback has returned, then disarms what the callback
 //   may have re-armed.
 // - IsActive() and RemoveTimer() never touch the timer object; AddTimer() and
 //   the expiry do, so a timer must be disarmed before it is destroyed.
-// - The manager thread sleeps in the kernel until the earliest deadline (a
-//   timerfd) or until it is told to stop; arming, re-arming and disarming
-//   move that deadline without waking it, so restarting a timer on every
-//   received chunk costs no thread switch, and with nothing armed the thread
-//   is never woken. Where the kernel gives no such descriptors, the thread
-//   is woken on every change instead.
-// - Host only: a manual clock for tests (UseManualClock, AdvanceClock,
-//   UseRealClock) and a time scale for integration runs (environment
-//   HB_TIMER_SCALE, a factor in (0, 1000] applied to every period of the real
-//   clock, e.g. 0.001).
+// - Time comes from a clock (HbLTimerClock): the steady clock, every period
+//   scaled by the environment variable HB_TIMER_SCALE (a factor in
+//   (0, 1000], e.g. 0.001), unless a test puts the manager on another one
+//   (HbLTimerManualClock).
+// - The manager thread sleeps in the kernel on one timerfd, set to the
+//   earliest deadline; it is woken only by that timer: at the deadline, or
+//   at once when it must look (Stop(), a manual clock that moved, a change
+//   of clock). Arming, re-arming and disarming move the deadline without
+//   waking it, so restarting a timer on every received chunk costs no thread
+//   switch, and with nothing armed the thread is never woken. While the
+//   kernel refuses the descriptor, the thread asks again at least every
+//   second.
 // Can be used from any thread.
 #ifndef HB_FRAMEWORK_HBLTIMERMNG_H
 #define HB_FRAMEWORK_HBLTIMERMNG_H
@@ -43,18 +46,12 @@
 #include <thread>
 
 #include "HbFramework/HbLTimerBase.h"
+#include "HbFramework/HbLTimerClock.h"
+#include "HbFramework/HbLTimerSteadyClock.h"
 #include "HbFramework/HbTypes.h"
 
 class HbLTimerMng {
 public:
-    // Host only, for tests: the calls after which the call hook runs.
-    enum EN_CALL {
-        en_CALL_IS_ACTIVE,
-        en_CALL_REMOVE_TIMER,
-        en_CALL_ADD_TIMER,
-    };
-    typedef std::function<void(EN_CALL call, HbLTimerBase* timer)> CallHook;
-
     static HbLTimerMng* GetTimerMng();
 
     // Arms `timer` to expire once, `periodMs` from now; an armed timer is
@@ -66,18 +63,20 @@ public:
     // Disarms `timer` when `handle` is its handle or null; true when it was armed.
     bool RemoveTimer(HbLTimerSubInfo* handle, HbLTimerBase* timer);
 
-    // Host only. Switches to a manual clock that starts at 0 ms and moves only
-    // with AdvanceClock(). Armed timers keep their remaining time.
-    void UseManualClock();
-    // Host only. Moves the manual clock forward and returns once every callback
-    // due by the new time has run (callbacks still run on the manager thread).
-    // Must not be called from a timer callback.
-    void AdvanceClock(uint32 ms);
-    // Host only. Switches back from the manual clock to the real one. Armed
-    // timers keep their remaining time.
-    void UseRealClock();
-    // Host only. Factor for every period on the real clock (1.0 = real time);
-    // a value outside (0, 1000] is ignored.
+    // Host only. Puts the manager on `clock` (not owned; it must outlive the
+    // manager), or back on its steady clock for null. Armed timers keep
+    // their remaining time.
+    void SetClock(HbLTimerClock* clock);
+    // Host only. The clock in force.
+    HbLTimerClock* GetClock();
+    // Host only, for a clock whose time does not pass by itself: runs `move`,
+    // which moves `clock` forward, under the manager's lock, and returns once
+    // every callback due by the clock's new time has run (callbacks still run
+    // on the manager thread). Nothing, and `move` does not run, when the
+    // manager is not on `clock` or when called from a timer callback.
+    void MoveClock(HbLTimerClock* clock, const std::function<void()>& move);
+    // Host only. Factor for every period on the steady clock (1.0 = real
+    // time); a value outside (0, 1000] is ignored.
     void SetTimeScale(double scale);
     // Host only. The factor in force (HB_TIMER_SCALE, 1.0 when unset or invalid).
     double GetTimeScale();
@@ -85,18 +84,6 @@ public:
     size_t ActiveCount();
     // Host only. Stops the manager thread; later AddTimer calls arm nothing.
     void Stop();
-    // Host only, for tests: `hook` runs each time RemoveTimer() starts waiting
-    // for a running callback, with the manager's lock held (it must not call
-    // the manager).
-    void SetRemoveWaitHook(std::function<void()> hook);
-    // Host only, for tests: `hook` runs on the calling thread each time
-    // IsActive(), RemoveTimer() or AddTimer() of a non-null timer is about to
-    // return, after the call has taken effect and with no lock held. A test
-    // can hold a thread there, exactly between two steps of the timer's owner
-    // (after AddTimer() but before the handle is stored, say), to force one
-    // interleaving of two threads. It may block; it must not call IsActive(),
-    // RemoveTimer() or AddTimer().
-    void SetCallHook(CallHook hook);
 
 private:
     HbLTimerMng();
@@ -110,38 +97,31 @@ private:
 
     typedef std::map<HbLTimerBase*, Arming> Armings;
 
-    uint64 nowMsLocked() const;
     uint64 earliestDueLocked() const;
-    void rescheduleLocked();
     bool programLocked();
     void wakeThreadLocked();
     void waitLocked(std::unique_lock<std::mutex>& lock);
-    void closeDescriptorsLocked();
     Armings::iterator findLocked(HbLTimerSubInfo* handle, HbLTimerBase* timer);
     HbLTimerSubInfo* armLocked(HbLTimerBase* timer, uint32 periodMs);
-    void returnThroughHook(std::unique_lock<std::mutex>& lock, EN_CALL call, HbLTimerBase* timer);
+    void returnThroughClock(std::unique_lock<std::mutex>& lock, HbLTimerClock::EN_CALL call,
+                            HbLTimerBase* timer);
     void run();
     bool runOneDue(std::unique_lock<std::mutex>& lock);
 
-    std::mutex mMutex;                      // guards every member down to mProgrammedDueMs
-    std::condition_variable mWake;          // without descriptors: the manager thread waits here
-    std::condition_variable mCallbackDone;  // RemoveTimer / AdvanceClock wait here
+    std::mutex mMutex;                      // guards every member down to mProgrammedMs
+    std::condition_variable mCallbackDone;  // RemoveTimer / MoveClock wait here
     Armings mArmings;                       // armed timers, at most one arming each
     std::uintptr_t mNextToken;              // next timer token; 0 is never handed out
     uint64 mNextOrder;                      // order of the next arming
-    bool mManual;                           // the manual clock is in use
-    uint64 mManualNowMs;                    // time of the manual clock
-    double mScale;                          // factor on real-clock periods
+    HbLTimerSteadyClock mSteadyClock;       // the production clock
+    HbLTimerClock* mClock;                  // the clock in force
     bool mStopping;                         // Stop() was called
     HbLTimerBase* mRunningTimer;            // timer whose callback runs now, or null
-    uint64 mRunningCount;                   // callbacks finished so far
     std::thread::id mThreadId;              // the manager thread
-    std::function<void()> mRemoveWaitHook;
-    CallHook mCallHook;
-    int mTimerFd;             // timerfd at the earliest deadline, or -1
-    int mWakeFd;              // eventfd that wakes the manager thread, or -1
-    uint64 mProgrammedDueMs;  // deadline set in mTimerFd; 0 when disarmed
-    std::thread mThread;      // started by the constructor, joined once by Stop()
+    int mTimerFd;          // the manager thread sleeps on it; -1 while the kernel refuses it
+    bool mWakeSet;         // mTimerFd is set to wake the thread at once
+    uint64 mProgrammedMs;  // monotonic deadline set in mTimerFd; 0 when disarmed
+    std::thread mThread;   // started by the constructor, joined once by Stop()
 };
 
 #endif  // HB_FRAMEWORK_HBLTIMERMNG_H

@@ -64,9 +64,11 @@ public:
     virtual void hangUp() = 0;
 };
 
-// A phone in the same process. Its callbacks run on the module's threads
-// (the one that opens, sends or closes); they must not block and must not
-// call back into the module other than through OstLinkAppPeerLink.
+// A phone in the same process. Its callbacks run one at a time, in order,
+// with no lock of the link held, on the module's threads (the one that
+// opens, sends or closes) or, when a push ends the link, on the thread of
+// that push; they must not block and must not call back into the module
+// other than through OstLinkAppPeerLink.
 class OstLinkAppPeer {
 public:
     virtual ~OstLinkAppPeer() {}

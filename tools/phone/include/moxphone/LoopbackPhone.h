@@ -19,19 +19,21 @@
 // inside onCommand (on the module's thread that sends); delayed chunks are
 // pushed from the phone's own thread.
 //
-// Locking: one recursive lock guards the session. onOpen, onCommand,
-// onClose and the delayed sends take it, and pushBytes/hangUp are called
-// with it held. So the link must not hold, while it calls onOpen, onCommand
-// or onClose, a lock that its pushBytes or hangUp also takes (the delayed
-// sends would otherwise deadlock with it). onClose may come from inside
-// pushBytes or hangUp on the same thread: the lock is recursive for that.
-// After onClose has returned the phone no longer touches the link.
+// Thread rules: the session runs under mMutex, and what it sends is queued
+// there; the queue goes to the link in order, with no lock held, from the
+// thread that made it (the link's thread in onOpen and onCommand, the
+// phone's own thread after a delayed send), one thread at a time. The link
+// may call onClose from inside pushBytes or hangUp. After onClose has
+// returned the phone no longer touches the link.
 #ifndef MOXPHONE_LOOPBACKPHONE_H
 #define MOXPHONE_LOOPBACKPHONE_H
 
+#include <condition_variable>
 #include <cstddef>
+#include <deque>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "moxphone/PhoneLog.h"
@@ -58,16 +60,32 @@ public:
     size_t connections() const;
 
 private:
+    // One thing for the link: envelope bytes, or the hang-up.
+    struct Outgoing {
+        Bytes bytes;
+        bool hangUp;
+    };
+
+    // Called by the session, with mMutex held: they queue.
     bool send(const Bytes& bytes) override;
     void hangUp() override;
+    // Hands the queue to the link with mMutex released, unless another
+    // thread does so already (it then takes what was queued here too).
+    void flush();
+    // Waits until no other thread hands the queue to the link.
+    void waitForFlushLocked(std::unique_lock<std::mutex>& lock);
 
     const PhoneOptions mOptions;
     PhoneLog& mLog;
-    mutable std::recursive_mutex mMutex;  // guards everything below
-    OstLinkAppPeerLink* mLink;            // between onOpen and onClose or a hang-up
+    mutable std::mutex mMutex;         // guards everything down to mFlusher
+    std::condition_variable mFlushed;  // a thread has stopped handing the queue to the link
+    OstLinkAppPeerLink* mLink;         // between onOpen and onClose or a hang-up
     std::unique_ptr<PhoneSession> mSession;
     size_t mConnections;
-    ThreadScheduler mScheduler;  // last: stopped first, while the session still exists
+    std::deque<Outgoing> mOutbox;  // queued for mLink, not yet handed to it
+    bool mFlushing;                // a thread hands the queue to the link now
+    std::thread::id mFlusher;      // that thread
+    ThreadScheduler mScheduler;    // last: stopped first, while the session still exists
 };
 
 }  // namespace moxphone

@@ -2,8 +2,10 @@
 // loop (the in-process phone). Every task runs on that thread with the
 // owner's `guard` locked, the lock under which the owner also calls the
 // session; a task dropped by cancelAll() never runs, even if its time had
-// come while the thread waited for the guard. The thread starts with the
-// first task.
+// come while the thread waited for the guard. After each task that ran, the
+// owner's `afterTask`, if any, runs on that thread with the guard released
+// (the owner sends there what the task has queued). The thread starts with
+// the first task.
 //
 // schedule() and cancelAll() must be called with `guard` held (the session
 // calls them from inside its own operations); the destructor must not be,
@@ -29,7 +31,7 @@ public:
     // The name of the scheduler's thread.
     static constexpr const char* kThreadName = "MoxPhoneTimer";
 
-    explicit ThreadScheduler(std::recursive_mutex& guard);
+    explicit ThreadScheduler(std::mutex& guard, Task afterTask = Task());
     ~ThreadScheduler() override;
     ThreadScheduler(const ThreadScheduler&) = delete;
     ThreadScheduler& operator=(const ThreadScheduler&) = delete;
@@ -47,7 +49,8 @@ private:
 
     void run();
 
-    std::recursive_mutex& mGuard;
+    std::mutex& mGuard;
+    const Task mAfterTask;
     std::mutex mMutex;              // guards mTasks, mNextOrder and the start of mThread
     std::condition_variable mWake;  // the thread waits here for tasks or their time
     std::map<Key, Entry> mTasks;
