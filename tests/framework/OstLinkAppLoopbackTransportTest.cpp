@@ -265,20 +265,19 @@ TEST_F(OstLinkAppLoopbackTransportTest, PeerPushesAndHangsUpInsideOnCommand_With
 // wait for the peer; onClose() follows once onCommand() has returned.
 TEST_F(OstLinkAppLoopbackTransportTest,
        PeerWaitsInsideOnCommandForItsThreadThatHangsUp_NoDeadlock) {
-    peer.onCommandAction = [](OstLinkAppPeerLink& link) {
-        std::thread phoneThread([&link] {
+    peer.setScript([](const uint8_t*, size_t, ScriptedPhone::Answer& answer) {
+        std::thread phoneThread([&answer] {
             pthread_setname_np(pthread_self(), "Phone");
-            const uint8 answer[] = {0x80, 0x01, 0, 0, 0, 0, 0, 0};
-            EXPECT_TRUE(link.pushCommand(answer, sizeof(answer)));
-            link.hangUp();
+            EXPECT_TRUE(answer.frame({0x80, 0x01, 0, 0, 0, 0, 0, 0}));
+            answer.hangUp();
         });
         phoneThread.join();
-    };
+    });
     ASSERT_TRUE(transport.open());
     const uint8 frame[] = {0x00, 0x01, 0x01};
     EXPECT_TRUE(transport.send(frame, sizeof(frame)));
     EXPECT_EQ((Texts{"602 [80 01 00 00 00 00 00 00] @Phone", "601 [00] @Phone"}), posts.entries());
-    EXPECT_EQ((Texts{"open", "command [00 01 01] @TestMain", "close"}), peer.log.entries());
+    EXPECT_EQ((Texts{"open", "command [00 01 01] @TestMain", "close"}), peer.journal());
     EXPECT_FALSE(transport.close());
 }
 

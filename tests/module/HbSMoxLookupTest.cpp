@@ -147,7 +147,7 @@ TEST_F(HbSMoxLookupTest, SilentPhone_TimesOutOnTheTimerThreadAndCancels) {
     ASSERT_TRUE(appLog.waitForValue(2, 103));
     HbLTimerManualClock::GetInstance()->Advance(10000);
     ASSERT_TRUE(appLog.waitForValue(2, 104));
-    EXPECT_TRUE(script.waitForFrame(moxtest::kCancel));
+    EXPECT_TRUE(loopbackPhone->waitForFrame(moxtest::kCancel));
     HbLTimerManualClock::GetInstance()->Advance(10000);  // the cancel is not answered either
     ASSERT_TRUE(appLog.waitForValue(2, 100));
     EXPECT_EQ(appLog.valuesOf(2), (std::vector<int32>{101, 102, 103, 4, 104, 100}));
