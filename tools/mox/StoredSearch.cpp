@@ -2,12 +2,12 @@
 
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <utility>
 
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbString.h"
 #include "ModuleLimits.h"
+#include "moxdb/GenreNumbers.h"
 
 namespace {
 
@@ -45,23 +45,6 @@ const size_t kArtistName = 4;
 
 uint32_t wordOf(const moxdb::Bytes& record, size_t offset) {
     return moxdb::getU32Le(record, offset);
-}
-
-// Genre number of an exact genre code of the database; 0 when not known.
-uint32 genreNumberOf(const std::string& code) {
-    static const std::map<std::string, uint32> kGenres = {
-        {"ROCK", 1},       {"COUNT", 2},   {"JAZZ", 3},        {"R&B", 4},   {"VOCAL", 5},
-        {"WORLD", 6},      {"BLUES", 7},   {"ELEC", 8},        {"FOLK", 9},  {"OTHER", 10},
-        {"CLASSICAL", 11}, {"DANCE", 12},  {"HIPHOP", 13},     {"JPOP", 14}, {"LATIN", 15},
-        {"POP", 16},       {"REGGAE", 17}, {"SOUNDTRACK", 18},
-    };
-    const auto found = kGenres.find(code);
-    return found == kGenres.end() ? 0 : found->second;
-}
-
-// 3 for the language text "ja", 5 for every other.
-uint8 languageOf(const std::string& text) {
-    return text == "ja" ? 3 : 5;
 }
 
 // Ascending by confidence, equal ones not kept apart: the search's order
@@ -390,10 +373,10 @@ void StoredSearch::readAlbumTexts(const moxdb::Bytes& albumRecord, uint16_t medi
     (void)readString(wordOf(albumRecord, 0), &album->AlbumId);
     (void)readString(wordOf(albumRecord, kAlbumTitle), &album->AlbumName);
     (void)readString(wordOf(albumRecord, kAlbumGenre), &album->GenreName);
-    album->GenreID = genreNumberOf(album->GenreName);
+    album->GenreID = moxdb::GenreNumbers::numberOf(album->GenreName);
     album->Confidence = static_cast<int32>(wordOf(albumRecord, kAlbumConfidence));
     (void)readString(wordOf(albumRecord, kAlbumLanguage), &language);
-    album->AlbumLang = languageOf(language);
+    album->AlbumLang = moxdb::GenreNumbers::languageOf(language);
     album->MediaCount = static_cast<int32>(wordOf(albumRecord, kAlbumMediaCount));
     album->MediaNum = static_cast<int32>(mediaNum);
 }
@@ -437,7 +420,7 @@ StoredSearch::TrackOutcome StoredSearch::addTrack(uint32_t trackId, uint16_t med
         fail(function, 710, "getString return false. n=%d\n", index);
         return TrackOutcome::Failed;
     }
-    track->GenreID = genreNumberOf(track->GenreName);
+    track->GenreID = moxdb::GenreNumbers::numberOf(track->GenreName);
     album->Tracks.push_back(*track);
     ++mTrackCount;
     return TrackOutcome::Added;
