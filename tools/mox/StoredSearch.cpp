@@ -118,20 +118,18 @@ bool StoredSearch::read(size_t size, moxdb::Bytes* out) {
 }
 
 bool StoredSearch::readU16(uint16_t* value) {
-    moxdb::Bytes bytes;
-    if (!read(2, &bytes)) {
+    if (!read(2, &mScratch)) {
         return false;
     }
-    *value = moxdb::getU16Le(bytes, 0);
+    *value = moxdb::getU16Le(mScratch, 0);
     return true;
 }
 
 bool StoredSearch::readU32(uint32_t* value) {
-    moxdb::Bytes bytes;
-    if (!read(4, &bytes)) {
+    if (!read(4, &mScratch)) {
         return false;
     }
-    *value = moxdb::getU32Le(bytes, 0);
+    *value = moxdb::getU32Le(mScratch, 0);
     return true;
 }
 
@@ -200,17 +198,16 @@ bool StoredSearch::readString(uint32_t offset, std::string* text) {
     }
     // Each unit counts like a read, before it is read.
     mWorkCount += length;
-    moxdb::Bytes bytes;
-    if (!read(2u * length, &bytes)) {
+    if (!read(2u * length, &mScratch)) {
         return fail("getString", 352, "%s", "read error.\n");
     }
-    std::vector<unsigned short> units;
+    mUnits.resize(length + 1u);
     for (size_t i = 0; i < length; ++i) {
-        units.push_back(moxdb::getU16Le(bytes, 2 * i));
+        mUnits[i] = moxdb::getU16Le(mScratch, 2 * i);
     }
-    units.push_back(0);
+    mUnits[length] = 0;
     HbString converted;
-    converted.Copy(units.data(), HbString::en_CODE_PAGE_UTF16);
+    converted.Copy(mUnits.data(), HbString::en_CODE_PAGE_UTF16);
     *text = converted.ToCHAR(HbString::en_CODE_PAGE_UTF8);
     return true;
 }
@@ -233,11 +230,10 @@ bool StoredSearch::findRecord(const char* function, uint32_t id, Section section
     if (!seek(tableWord(section))) {
         return fail(function, 73, "%s", "seek error.\n");
     }
-    moxdb::Bytes head;
-    if (!read(moxdb::kHeadSize, &head)) {
+    if (!read(moxdb::kHeadSize, &mScratch)) {
         return fail(function, 80, "%s", "read error.\n");
     }
-    const uint16_t count = moxdb::getU16Le(head, 6);
+    const uint16_t count = moxdb::getU16Le(mScratch, 6);
     const size_t size = moxdb::recordSizeOf(section);
     for (uint16_t index = 0; index < count; ++index) {
         if (!read(size, record)) {
@@ -298,23 +294,23 @@ bool StoredSearch::findTocMatches(const std::string& toc, std::vector<moxdb::Byt
     if (!seek(sectionOffset)) {
         return fail(function, 815, "%s", "seek error.\n");
     }
-    moxdb::Bytes head;
-    if (!read(moxdb::kHeadSize, &head)) {
+    if (!read(moxdb::kHeadSize, &mScratch)) {
         return fail(function, 822, "%s", "read error.\n");
     }
-    const uint16_t stride = moxdb::getU16Le(head, 4);
-    const uint16_t count = moxdb::getU16Le(head, 6);
+    const uint16_t stride = moxdb::getU16Le(mScratch, 4);
+    const uint16_t count = moxdb::getU16Le(mScratch, 6);
     matches->clear();
+    moxdb::Bytes record;
+    std::string stored;
     for (uint32_t i = 0; i < count; ++i) {
         const int index = static_cast<int>(i);
         if (!seek(sectionOffset + moxdb::kHeadSize + i * stride)) {
             return fail(function, 838, "seek error i=%d.\n", index);
         }
-        moxdb::Bytes record;
         if (!read(moxdb::kTocRecordSize, &record)) {
             return fail(function, 846, "read error i=%d.\n", index);
         }
-        std::string stored;
+        stored.clear();
         if (!readString(wordOf(record, 0), &stored)) {
             return fail(function, 853, "get string error i=%d.\n", index);
         }

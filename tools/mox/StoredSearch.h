@@ -79,10 +79,12 @@ private:
     bool mOpen = false;    // the file is open
     bool mLoaded = false;  // header and section table are loaded (and the file open)
     uint64_t mPosition = 0;
-    moxdb::Bytes mTable;       // the section table's bytes
-    uint32_t mStringBase = 0;  // position of string offset 0
-    uint32_t mWorkCount = 0;   // reads, seeks and text units spent
-    uint32_t mTrackCount = 0;  // tracks assembled over all albums
+    moxdb::Bytes mTable;                 // the section table's bytes
+    uint32_t mStringBase = 0;            // position of string offset 0
+    uint32_t mWorkCount = 0;             // reads, seeks and text units spent
+    uint32_t mTrackCount = 0;            // tracks assembled over all albums
+    moxdb::Bytes mScratch;               // the bytes of the last read that keeps none
+    std::vector<unsigned short> mUnits;  // the last text's units and a zero unit
 };
 
 #endif  // MOX_TOOLS_STOREDSEARCH_H
