@@ -83,6 +83,8 @@ void StoredSearch::close() {
     moxdb::Bytes().swap(mImage);
 }
 
+// Any 32-bit position may be sought, past the end too (the read after it
+// fails), as with the C stream on a host whose long holds every such offset.
 bool StoredSearch::seek(uint32_t offset) {
     if (!mOpen) {
         return fail("dapFseek", 268, "%s", "mpReadFile is NULL.\n");
