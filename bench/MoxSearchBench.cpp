@@ -1,6 +1,10 @@
-// Cost of one album search (MoxDapDatabase::getSearchResult) on databases made
-// by the writer library: N candidate albums of T tracks, every one matching
-// the TOC text, so each search assembles all N albums. Beside each case
+// Cost of one album search (HbSMox::getSearchResult) on databases made by the
+// writer library: N candidate albums of T tracks, every one matching the TOC
+// text, so each search assembles all N albums. The module stores each case's
+// database as an application's lookup makes it store an answer: one whole
+// lookup through the facade, answered by the bare phone in this process
+// (bench/support/BareLoopbackPhone) with that database; every search after it
+// reads the stored file again. Beside each case
 // (".../module"), its floor (".../floor"): the same albums from the same file
 // by the simplest program, the file read whole and searched in memory with
 // the same lookups, and (".../stream_floor") the same lookups made through a
@@ -23,15 +27,33 @@
 #include <string>
 #include <vector>
 
+#include <memory>
+
 #include "BareAlbumSearch.h"
+#include "BareAnswers.h"
+#include "BareLoopbackPhone.h"
+#include "FacadeLookup.h"
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "HbFramework/HbSingletonFinalizer.h"
+#include "HbSMox.h"
 #include "MoxDbWriter.h"
+#include "OstLinkApp/OstLinkAppHost.h"
 #include "RatioReporter.h"
-#include "private/MoxDapDatabase.h"
 
 namespace {
+
+// Bytes of one chunk of the phone's answer.
+const size_t kChunkSize = 4096;
+
+// The bare phone of this process and the module linked to it, for every case.
+struct Shared {
+    std::vector<std::unique_ptr<BareAnswers>> answers;  // each case's; outlive the phone's use
+    std::unique_ptr<BareLoopbackPhone> phone;
+    std::unique_ptr<FacadeLookup> module;
+};
+Shared* shared = nullptr;
 
 // Read counters of this process ("syscr" and "rchar" of /proc/self/io); both
 // 0 when the file cannot be read.
@@ -55,19 +77,20 @@ ReadCounters readCounters() {
     return counters;
 }
 
-// Stores the case's database as the module's result file and silences the
-// debug output; the size of the database, or 0 (the case skipped) when it
-// cannot be stored.
+// Makes the module store the case's database with one whole lookup that the
+// bare phone answers with it (the debug output silenced); the size of the
+// database, or 0 (the case skipped) when the lookup does not find every album.
 size_t storeDatabase(benchmark::State& state, const std::string& toc, int albums, int tracks) {
-    const moxdb::CatalogueBuilder cat = moxdb::CatalogueBuilder::makeUniform(toc, albums, tracks);
-    HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true);
-    std::string error;
-    if (!cat.writeFile(HbFileSysHost::getResultFilePath(), &error)) {
-        state.SkipWithError(error.c_str());
+    HbDbgOutput::SetSink([](const HbDbgRecord&) {});
+    const moxdb::Bytes database = moxdb::CatalogueBuilder::makeUniform(toc, albums, tracks).build();
+    shared->answers.push_back(std::make_unique<BareAnswers>(database, kChunkSize));
+    shared->phone->use(*shared->answers.back());
+    std::list<HbSMoxDef::AlbumInfo> found;
+    if (!shared->module->lookup(toc, &found) || found.size() != static_cast<size_t>(albums)) {
+        state.SkipWithError("the lookup did not store the database");
         return 0;
     }
-    HbDbgOutput::SetSink([](const HbDbgRecord&) {});
-    return cat.build().size();
+    return database.size();
 }
 
 void BM_GetSearchResult(benchmark::State& state, int albums, int tracks) {
@@ -77,7 +100,7 @@ void BM_GetSearchResult(benchmark::State& state, int albums, int tracks) {
         return;
     }
 
-    MoxDapDatabase* database = MoxDapDatabase::GetInstance();
+    HbSMox* database = shared->module->facade();
     std::list<HbSMoxDef::AlbumInfo> result;
 
     // Reading the counters costs reads of its own: measure that once.
@@ -119,7 +142,7 @@ void BM_SearchFloor(benchmark::State& state, BareAlbumSearch::Search search, int
     }
     std::list<HbSMoxDef::AlbumInfo> module;
     std::list<HbSMoxDef::AlbumInfo> result;
-    if (!MoxDapDatabase::GetInstance()->getSearchResult(toc, &module) ||
+    if (!shared->module->facade()->getSearchResult(toc, &module) ||
         !search(HbFileSysHost::getResultFilePath(), toc, &result) ||
         result.size() != static_cast<size_t>(albums) || !BareAlbumSearch::same(result, module)) {
         state.SkipWithError("the floor did not find the module's albums");
@@ -162,9 +185,29 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 1;
     }
+    Shared state;
+    shared = &state;
+    HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true);
+    state.answers.push_back(std::make_unique<BareAnswers>(moxdb::Bytes(), kChunkSize));
+    state.phone = std::make_unique<BareLoopbackPhone>(*state.answers.back());
+    OstLinkAppHost::setLoopbackPeer(state.phone.get());
+    state.module = std::make_unique<FacadeLookup>();
+    if (!state.module->linkTo("loopback")) {
+        std::fprintf(stderr, "MoxSearchBench: the link did not come up\n");
+        return 1;
+    }
+
     RatioReporter reporter;
     registerBenchmarks(reporter);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
+
+    // The link goes first, then the phone it used.
+    state.module->facade()->Terminate();
+    state.module.reset();
+    HbSingletonFinalizer::finalize();
+    OstLinkAppHost::setLoopbackPeer(nullptr);
+    state.phone.reset();
+    shared = nullptr;
     return reporter.anyError() ? 1 : 0;
 }

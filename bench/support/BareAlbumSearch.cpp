@@ -11,7 +11,7 @@
 
 #include "HbFramework/HbString.h"
 #include "moxdb/DbImageReader.h"
-#include "private/MoxDapDatabase.h"
+#include "moxdb/GenreNumbers.h"
 
 namespace {
 
@@ -197,8 +197,7 @@ bool trackIds(Access& access, uint32_t listOffset, std::vector<uint32_t>* ids) {
 // The track `id` when it lies on `mediaNum`: its title, performer and genre.
 // Each record's fields are taken before the next read replaces it.
 template <class Access>
-bool addTrack(Access& access, uint32_t id, uint32_t mediaNum, MoxDapDatabase& maps,
-              HbSMoxDef::AlbumInfo* album) {
+bool addTrack(Access& access, uint32_t id, uint32_t mediaNum, HbSMoxDef::AlbumInfo* album) {
     Window record;
     if (!findRecord(access, Section::QuillTrack, id, &record)) {
         return false;
@@ -222,14 +221,13 @@ bool addTrack(Access& access, uint32_t id, uint32_t mediaNum, MoxDapDatabase& ma
         !text(access, code, &info.GenreName)) {
         return false;
     }
-    info.GenreID = maps.getRudGenreID(info.GenreName);
+    info.GenreID = moxdb::GenreNumbers::numberOf(info.GenreName);
     album->Tracks.push_back(info);
     return true;
 }
 
 template <class Access>
-bool assemble(Access& access, uint32_t albumId, uint16_t mediaNum, MoxDapDatabase& maps,
-              HbSMoxDef::AlbumInfo* album) {
+bool assemble(Access& access, uint32_t albumId, uint16_t mediaNum, HbSMoxDef::AlbumInfo* album) {
     Window record;
     if (!findRecord(access, Section::QuillAlbum, albumId, &record)) {
         return false;
@@ -248,14 +246,14 @@ bool assemble(Access& access, uint32_t albumId, uint16_t mediaNum, MoxDapDatabas
         !text(access, genre, &album->GenreName) || !text(access, language, &languageText)) {
         return false;
     }
-    album->GenreID = maps.getRudGenreID(album->GenreName);
-    album->AlbumLang = maps.getJalsLanguage(languageText);
+    album->GenreID = moxdb::GenreNumbers::numberOf(album->GenreName);
+    album->AlbumLang = moxdb::GenreNumbers::languageOf(languageText);
     std::vector<uint32_t> ids;
     if (!trackIds(access, tracks, &ids)) {
         return false;
     }
     for (const uint32_t track : ids) {
-        if (!addTrack(access, track, mediaNum, maps, album)) {
+        if (!addTrack(access, track, mediaNum, album)) {
             return false;
         }
     }
@@ -270,7 +268,6 @@ bool searchWith(Access& access, const std::string& path, const std::string& toc,
     if (!access.open(path)) {
         return false;
     }
-    MoxDapDatabase& maps = *MoxDapDatabase::GetInstance();
     const uint64_t tocs = access.table().tableWord(Section::QuillToc);
     Window record;
     if (!access.at(tocs, moxdb::kHeadSize, &record)) {
@@ -294,7 +291,7 @@ bool searchWith(Access& access, const std::string& path, const std::string& toc,
             continue;
         }
         HbSMoxDef::AlbumInfo album;
-        if (!assemble(access, albumId, mediaNum, maps, &album)) {
+        if (!assemble(access, albumId, mediaNum, &album)) {
             return false;
         }
         albums->push_back(album);

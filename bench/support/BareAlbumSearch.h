@@ -13,7 +13,7 @@
 //
 // Both produce the module's AlbumInfo values: texts are converted by the
 // framework's HbString as the module converts them, and genre codes and
-// language texts mapped by the module's own tables (MoxDapDatabase), which
+// language texts mapped by the module's numbers (moxdb::GenreNumbers), which
 // are lookups in small maps. The order (confidence, best first, database
 // order among equals) and the track-count rule are the module's.
 //

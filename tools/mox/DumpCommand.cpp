@@ -1,5 +1,5 @@
 // mox dump FILE [--strings]: renders a response database, one line per
-// structure, with the module's own one-line renderings.
+// structure, in the module's one-line renderings (DbRendering.h).
 //
 // Output (stdout), each on its own line:
 //   the header rendering (control characters escaped, as in the texts),
@@ -14,7 +14,7 @@
 // structure, its offset and the reason, and the status is 1.
 //
 // Bounds, so that a hostile file cannot make the dump print without end:
-// - A file larger than the module's result-file limit (MoxLimits::RESULT_FILE_MAX,
+// - A file larger than the module's result-file limit (ModuleLimits::kResultFileMax,
 //   1 MiB) is refused with status 2: the phone could not deliver it.
 // - At most kRecordsShown (1000) records are printed per section; a section
 //   with more (a head may claim 65,535 records of size 0, all at one place)
@@ -34,12 +34,11 @@
 #include <vector>
 
 #include "Commands.h"
+#include "DbRendering.h"
 #include "HbFramework/HbString.h"
+#include "ModuleLimits.h"
 #include "TextEscape.h"
 #include "moxdb/DbImageReader.h"
-#include "private/MoxDapDatabase.h"
-#include "private/MoxDbRecords.h"
-#include "private/MoxLimits.h"
 
 namespace {
 
@@ -47,27 +46,10 @@ using moxdb::Section;
 
 const char* const PREFIX = "mox dump: ";
 
-// The module's structures are the file's bytes, so a record read by the
-// tools' reader is copied into the module's structure for its rendering.
-static_assert(sizeof(DbHeader) == moxdb::kHeaderSize, "header size");
-static_assert(sizeof(DbToc) == moxdb::kTableSize, "section table size");
-static_assert(sizeof(QuillTocRec) == moxdb::kTocRecordSize, "QuillToc record size");
-static_assert(sizeof(QuillAlbumRec) == moxdb::kAlbumRecordSize, "QuillAlbum record size");
-static_assert(sizeof(QuillTrackRec) == moxdb::kTrackRecordSize, "QuillTrack record size");
-static_assert(sizeof(QuillArtistRec) == moxdb::kArtistRecordSize, "QuillArtist record size");
-static_assert(sizeof(QuillGenreRec) == moxdb::kGenreRecordSize, "QuillGenre record size");
-
-template <class Structure>
-Structure structureOf(const moxdb::Bytes& bytes) {
-    Structure structure{};
-    std::memcpy(&structure, bytes.data(), sizeof(structure));
-    return structure;
-}
-
 // Records printed per section at most.
 const uint32_t kRecordsShown = 1000;
 
-// Reads the whole regular file at `path`, of at most RESULT_FILE_MAX bytes;
+// Reads the whole regular file at `path`, of at most kResultFileMax bytes;
 // false with a one-line reason.
 bool readImage(const std::string& path, moxdb::Bytes* image, std::string* why) {
     struct stat info;
@@ -79,8 +61,8 @@ bool readImage(const std::string& path, moxdb::Bytes* image, std::string* why) {
         *why = path + ": not a regular file";
         return false;
     }
-    const std::string limit = std::to_string(MoxLimits::RESULT_FILE_MAX);
-    if (static_cast<uint64_t>(info.st_size) > MoxLimits::RESULT_FILE_MAX) {
+    const std::string limit = std::to_string(ModuleLimits::kResultFileMax);
+    if (static_cast<uint64_t>(info.st_size) > ModuleLimits::kResultFileMax) {
         *why = path + ": " + std::to_string(info.st_size) +
                " bytes, larger than the module accepts from the phone (" + limit + " bytes)";
         return false;
@@ -91,44 +73,36 @@ bool readImage(const std::string& path, moxdb::Bytes* image, std::string* why) {
         return false;
     }
     // The file may have grown since: one byte past the limit is enough to tell.
-    image->resize(static_cast<size_t>(MoxLimits::RESULT_FILE_MAX) + 1);
+    image->resize(static_cast<size_t>(ModuleLimits::kResultFileMax) + 1);
     in.read(reinterpret_cast<char*>(image->data()), static_cast<std::streamsize>(image->size()));
     if (in.bad()) {
         *why = path + ": read failed";
         return false;
     }
     image->resize(static_cast<size_t>(in.gcount()));
-    if (image->size() > MoxLimits::RESULT_FILE_MAX) {
+    if (image->size() > ModuleLimits::kResultFileMax) {
         *why = path + ": grew past " + limit + " bytes while it was read";
         return false;
     }
     return true;
 }
 
-// Prints each structure the walk meets with the module's own renderings.
+// Prints each structure the walk meets in the module's renderings.
 class Dumper : public moxdb::ImageVisitor {
 public:
-    Dumper(MoxDapDatabase& db, std::ostream& out) : mDb(db), mOut(out) {}
+    explicit Dumper(std::ostream& out) : mOut(out) {}
 
-    // The renderings of the header and the table, and the records' lines,
-    // look for them in the reader's buffers; the caller's init() frees them.
     void header(const moxdb::Bytes& bytes) override {
-        mDb.mpDbHeader = new DbHeader(structureOf<DbHeader>(bytes));
         // The signature's four bytes are the file's own: escaped, so
         // that a file starting with ESC [ 2 J cannot clear the screen.
-        mOut << escapeControlCharacters(mDb.getStrDbHeader()) << "\n";
+        mOut << escapeControlCharacters(DbRendering::header(bytes)) << "\n";
     }
 
-    void table(const moxdb::Bytes& bytes) override {
-        mDb.mpDbToc = new DbToc(structureOf<DbToc>(bytes));
-        mOut << mDb.getStrDbToc() << "\n";
-    }
+    void table(const moxdb::Bytes& bytes) override { mOut << DbRendering::table(bytes) << "\n"; }
 
     void head(Section section, const moxdb::SectionHead& head) override {
         finishSection();
-        QuillHead quillHead{head.ownSize, head.recordSize, head.recordCount};
-        mOut << moxdb::DbImageReader::nameOf(section) << " " << mDb.getStrQuillHead(quillHead)
-             << "\n";
+        mOut << moxdb::DbImageReader::nameOf(section) << " " << DbRendering::head(head) << "\n";
     }
 
     void record(Section section, uint32_t index, const moxdb::Bytes& bytes) override {
@@ -137,7 +111,7 @@ public:
             ++mLeftOut;
             return;
         }
-        mOut << "  " << rendering(section, bytes) << "\n";
+        mOut << "  " << DbRendering::record(section, bytes) << "\n";
     }
 
     void text(const moxdb::RecordText& text, const std::u16string& units) override {
@@ -156,28 +130,6 @@ public:
     }
 
 private:
-    // The module's rendering of a record, which takes its structure.
-    template <class Rec>
-    std::string render(std::string (MoxDapDatabase::*rendering)(Rec&), const moxdb::Bytes& bytes) {
-        Rec rec = structureOf<Rec>(bytes);
-        return (mDb.*rendering)(rec);
-    }
-
-    std::string rendering(Section section, const moxdb::Bytes& bytes) {
-        switch (section) {
-            case Section::QuillToc:
-                return render(&MoxDapDatabase::getStrTocRec, bytes);
-            case Section::QuillAlbum:
-                return render(&MoxDapDatabase::getStrAlbumRec, bytes);
-            case Section::QuillTrack:
-                return render(&MoxDapDatabase::getStrTrackRec, bytes);
-            case Section::QuillArtist:
-                return render(&MoxDapDatabase::getStrArtistRec, bytes);
-            default:
-                return render(&MoxDapDatabase::getStrGenreRec, bytes);
-        }
-    }
-
     // The text as the module converts it: up to the first zero unit.
     static std::string utf8Of(const std::u16string& units) {
         std::vector<unsigned short> buffer(units.begin(), units.end());
@@ -187,7 +139,6 @@ private:
         return converted.ToCHAR(HbString::en_CODE_PAGE_UTF8);
     }
 
-    MoxDapDatabase& mDb;
     std::ostream& mOut;
     bool mShowing = true;   // the last record was printed, and so are its texts
     uint32_t mLeftOut = 0;  // records of the current section not printed
@@ -205,13 +156,10 @@ int runDump(const DumpOptions& options) {
         std::cerr << PREFIX << why << "\n";
         return 2;
     }
-    MoxDapDatabase* db = MoxDapDatabase::GetInstance();
-    db->init();
-    Dumper dumper(*db, std::cout);
+    Dumper dumper(std::cout);
     moxdb::ImageFault fault;
     const bool complete = moxdb::DbImageReader(image).walk(dumper, options.withStrings, &fault);
     dumper.finishSection();
-    db->init();
     std::cout.flush();
     if (!complete) {
         std::cerr << PREFIX << fault.line() << "\n";

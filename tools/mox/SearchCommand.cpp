@@ -3,11 +3,13 @@
 //
 // FILE is only read, never written: it is copied, in pieces of 64 KiB, to the
 // result file of a private result directory of this process (made for the
-// run, removed when it ends, whatever MOX_RESULT_DIR says), and
-// MoxDapDatabase::getSearchResult runs on that copy with TEXT as the disc's
-// TOC text. So FILE may be any run's live result file, a link to one, a pipe
-// or a file that is still being written. A FILE larger than the module's
-// result-file limit (MoxLimits::RESULT_FILE_MAX) is refused: the phone could
+// run, removed when it ends, whatever MOX_RESULT_DIR says), and the album
+// search runs on that copy with TEXT as the disc's TOC text. The module's
+// public API searches only the answer of a lookup it has just made, so the
+// search is the tools' own (StoredSearch.h), which finds and says what the
+// module's does. So FILE may be any run's live result file, a link to one, a
+// pipe or a file that is still being written. A FILE larger than the module's
+// result-file limit (ModuleLimits::kResultFileMax) is refused: the phone could
 // not deliver it. What the search left in the album list is printed, also
 // after a failure:
 //   (default)  a readable table per album, control characters of the
@@ -18,7 +20,7 @@
 //              {"ok": bool, "albums": [...], "log": ["message", ...]}, where
 //              "log" holds every debug message of the search, in order, each
 //              without its final line feed
-//   --records  the module's text form of each album (getStrAlbum), one line
+//   --records  the module's text form of each album (AlbumText.h), one line
 //              per album, nothing else; its strings are raw, byte for byte,
 //              except on a terminal, which gets them escaped as the table
 // Exit status: 0 when the search returns true, 1 when it returns false, 2 for
@@ -43,12 +45,13 @@
 #include <vector>
 
 #include "AlbumOutput.h"
+#include "AlbumText.h"
 #include "Commands.h"
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSysHost.h"
+#include "ModuleLimits.h"
+#include "StoredSearch.h"
 #include "TextEscape.h"
-#include "private/MoxDapDatabase.h"
-#include "private/MoxLimits.h"
 
 namespace {
 
@@ -92,16 +95,16 @@ bool checkInput(const std::string& path, std::string* why) {
         *why = path + ": not a regular file";
         return false;
     }
-    if (static_cast<uint64_t>(info.st_size) > MoxLimits::RESULT_FILE_MAX) {
+    if (static_cast<uint64_t>(info.st_size) > ModuleLimits::kResultFileMax) {
         *why = path + ": " + std::to_string(info.st_size) +
                " bytes, larger than the module accepts from the phone (" +
-               std::to_string(MoxLimits::RESULT_FILE_MAX) + " bytes)";
+               std::to_string(ModuleLimits::kResultFileMax) + " bytes)";
         return false;
     }
     return true;
 }
 
-// Copies `input` to `output` a piece at a time, at most RESULT_FILE_MAX
+// Copies `input` to `output` a piece at a time, at most kResultFileMax
 // bytes (the input may grow while it is read).
 bool copyPieces(FILE* input, const std::string& inputPath, FILE* output,
                 const std::string& outputPath, std::string* why) {
@@ -110,8 +113,8 @@ bool copyPieces(FILE* input, const std::string& inputPath, FILE* output,
     size_t got = 0;
     while ((got = std::fread(piece.data(), 1, piece.size(), input)) > 0) {
         copied += got;
-        if (copied > MoxLimits::RESULT_FILE_MAX) {
-            *why = inputPath + ": grew past " + std::to_string(MoxLimits::RESULT_FILE_MAX) +
+        if (copied > ModuleLimits::kResultFileMax) {
+            *why = inputPath + ": grew past " + std::to_string(ModuleLimits::kResultFileMax) +
                    " bytes while it was copied";
             return false;
         }
@@ -128,14 +131,16 @@ bool copyPieces(FILE* input, const std::string& inputPath, FILE* output,
 }
 
 // Stores the file at `path` as the result file of this run's private result
-// directory; FILE itself is opened for reading only.
-bool storeResultFile(const std::string& path, std::string* why) {
+// directory, whose path goes to `stored`; FILE itself is opened for reading
+// only.
+bool storeResultFile(const std::string& path, std::string* stored, std::string* why) {
     const std::string directory = HbFileSysHost::usePrivateResultDirectory();
     if (directory.empty()) {
         *why = "cannot make a private result directory: " + systemReason();
         return false;
     }
     const std::string resultPath = directory + HbFileSysHost::RESULT_FILE_NAME;
+    *stored = resultPath;
     FILE* input = std::fopen(path.c_str(), "rb");
     if (input == nullptr) {
         *why = path + ": " + systemReason();
@@ -147,13 +152,13 @@ bool storeResultFile(const std::string& path, std::string* why) {
         std::fclose(input);
         return false;
     }
-    bool stored = copyPieces(input, path, output, resultPath, why);
+    bool copied = copyPieces(input, path, output, resultPath, why);
     std::fclose(input);
-    if (std::fclose(output) != 0 && stored) {
+    if (std::fclose(output) != 0 && copied) {
         *why = resultPath + ": write failed: " + systemReason();
-        stored = false;
+        copied = false;
     }
-    return stored;
+    return copied;
 }
 
 int runSearch(const SearchOptions& options) {
@@ -162,12 +167,13 @@ int runSearch(const SearchOptions& options) {
         std::cerr << PREFIX << why << "\n";
         return EXIT_BAD_INPUT;
     }
-    if (!storeResultFile(options.file, &why)) {
+    std::string stored;
+    if (!storeResultFile(options.file, &stored, &why)) {
         std::cerr << PREFIX << why << "\n";
         return EXIT_BAD_INPUT;
     }
 
-    MoxDapDatabase* database = MoxDapDatabase::GetInstance();
+    StoredSearch search(stored);
     std::list<HbSMoxDef::AlbumInfo> albums;
     bool found = false;
     if (options.json) {
@@ -180,7 +186,7 @@ int runSearch(const SearchOptions& options) {
             }
             log.push_back(text);
         });
-        found = database->getSearchResult(options.toc, &albums);
+        found = search.run(options.toc, &albums);
         HbDbgOutput::SetSink(previous);
 
         Json out = Json::object();
@@ -192,13 +198,13 @@ int runSearch(const SearchOptions& options) {
         out["log"] = log;
         std::cout << out.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
     } else {
-        found = database->getSearchResult(options.toc, &albums);
+        found = search.run(options.toc, &albums);
         if (options.records) {
             // Raw bytes are the text form's contract in a pipe; a terminal
             // gets them escaped (AlbumLang and Database are raw bytes).
             const bool terminal = isatty(STDOUT_FILENO) != 0;
-            for (HbSMoxDef::AlbumInfo& album : albums) {
-                const std::string raw = database->getStrAlbum(album);
+            for (const HbSMoxDef::AlbumInfo& album : albums) {
+                const std::string raw = AlbumText::of(album);
                 const std::string text = terminal ? escapeControlCharacters(raw) : raw;
                 std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
                 std::cout << '\n';
