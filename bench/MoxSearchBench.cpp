@@ -2,8 +2,8 @@
 // writer library: N candidate albums of T tracks, every one matching the TOC
 // text, so each search assembles all N albums. The module stores each case's
 // database as an application's lookup makes it store an answer: one whole
-// lookup through the facade, answered by the bare phone in this process
-// (bench/support/BareLoopbackPhone) with that database; every search after it
+// lookup through the facade, answered in this process by the scripted phone
+// of the tests (tests/support/ScriptedPhone) playing that database; every search after it
 // reads the stored file again. Beside each case
 // (".../module"), its floor (".../floor"): the same albums from the same file
 // by the simplest program, the file read whole and searched in memory with
@@ -31,7 +31,6 @@
 
 #include "BareAlbumSearch.h"
 #include "BareAnswers.h"
-#include "BareLoopbackPhone.h"
 #include "FacadeLookup.h"
 #include "HbFramework/HbDbgOutput.h"
 #include "HbFramework/HbFileSys.h"
@@ -41,6 +40,7 @@
 #include "MoxDbWriter.h"
 #include "OstLinkApp/OstLinkAppHost.h"
 #include "RatioReporter.h"
+#include "ScriptedPhone.h"
 
 namespace {
 
@@ -50,7 +50,8 @@ const size_t kChunkSize = 4096;
 // The bare phone of this process and the module linked to it, for every case.
 struct Shared {
     std::vector<std::unique_ptr<BareAnswers>> answers;  // each case's; outlive the phone's use
-    std::unique_ptr<BareLoopbackPhone> phone;
+    const BareAnswers* current = nullptr;               // what the phone answers now
+    std::unique_ptr<ScriptedPhone> phone;
     std::unique_ptr<FacadeLookup> module;
 };
 Shared* shared = nullptr;
@@ -84,7 +85,7 @@ size_t storeDatabase(benchmark::State& state, const std::string& toc, int albums
     HbDbgOutput::SetSink([](const HbDbgRecord&) {});
     const moxdb::Bytes database = moxdb::CatalogueBuilder::makeUniform(toc, albums, tracks).build();
     shared->answers.push_back(std::make_unique<BareAnswers>(database, kChunkSize));
-    shared->phone->use(*shared->answers.back());
+    shared->current = shared->answers.back().get();
     std::list<HbSMoxDef::AlbumInfo> found;
     if (!shared->module->lookup(toc, &found) || found.size() != static_cast<size_t>(albums)) {
         state.SkipWithError("the lookup did not store the database");
@@ -189,7 +190,12 @@ int main(int argc, char** argv) {
     shared = &state;
     HbFileSys::CreateDirectory(HbFileSysHost::getResultDirectory().c_str(), true);
     state.answers.push_back(std::make_unique<BareAnswers>(moxdb::Bytes(), kChunkSize));
-    state.phone = std::make_unique<BareLoopbackPhone>(*state.answers.back());
+    state.current = state.answers.back().get();
+    state.phone = std::make_unique<ScriptedPhone>(
+        [](const uint8_t* frame, size_t size, ScriptedPhone::Answer& answer) {
+            shared->current->play(frame, size, answer);
+        },
+        linkwire::greeting("Bench"));
     OstLinkAppHost::setLoopbackPeer(state.phone.get());
     state.module = std::make_unique<FacadeLookup>();
     if (!state.module->linkTo("loopback")) {
