@@ -103,6 +103,10 @@ std::string tail(const std::string& line) {
 class HbDbgDltSinkDaemonTest : public ::testing::Test {
 protected:
     void SetUp() override {
+#if defined(__SANITIZE_THREAD__)
+        GTEST_SKIP() << "Debian's libdlt is not built with ThreadSanitizer, which reports its "
+                        "locking as a double lock; the host and asan runs cover this test";
+#endif
         if (access(kDaemon.c_str(), X_OK) != 0 || access(kReceive.c_str(), X_OK) != 0) {
             GTEST_SKIP() << "dlt-daemon or dlt-receive is not installed (Debian packages "
                             "dlt-daemon, dlt-tools)";
